@@ -1,0 +1,58 @@
+#pragma once
+
+#include <memory>
+#include <QString>
+#include <QVector>
+
+/// A simulated controller: a TCP server that speaks the wire format, in a thread of its own.
+///
+/// Answers requests, tells its read-back and the samples of a running acquisition. What it samples is a pure
+/// function of seed, acquisition, frame mode, geometry and position, so that two runs give the same samples
+/// however fast they go. All functions are called from one thread; the server's own thread is inside.
+class Simulator
+{
+public:
+    enum class FaultKind {
+        Refuse, ///< every "SET" and "DO" is refused with reason 99
+        Drop,   ///< the connection is closed inside a frame
+        Stall,  ///< nothing is sent and nothing is read any more on this connection
+        Length, ///< a frame states a length that no receiver can hold
+        Flood,  ///< "TELL"s are sent as fast as the connection takes them
+    };
+
+    struct Fault
+    {
+        FaultKind kind;
+        double seconds = 0.0; ///< after the start; 0: at once
+    };
+
+    struct Options
+    {
+        QString address = QStringLiteral("127.0.0.1");
+        int port = 0;                 ///< 0: the system chooses
+        int confirmMilliseconds = 50; ///< from a request to its "ACK"
+        int position = 0;             ///< of the first sample
+        QString surfaceFile;          ///< where samples go as they are sent (int32, little-endian); empty: nowhere
+        QVector<Fault> faults;
+        quint32 seed = 1;
+    };
+
+    explicit Simulator(const Options& options);
+    /// Closes every connection and ends the thread.
+    ~Simulator();
+    Simulator(const Simulator&) = delete;
+    Simulator& operator=(const Simulator&) = delete;
+
+    /// Opens the port and starts the server. False with `*error` in words when that fails.
+    bool start(QString* error);
+    /// The port that is listened on; 0 before `start`.
+    int port() const;
+
+    /// "drop", "stall@2.5" ...: a fault by name. False when the text is no fault.
+    static bool parseFault(const QString& text, Fault* fault);
+
+private:
+    class Thread;
+    std::unique_ptr<Thread> m_thread;
+    Options m_options;
+};

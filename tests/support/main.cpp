@@ -1,0 +1,14 @@
+#include <cstdlib>
+#include <gtest/gtest.h>
+#include <QApplication>
+
+// One main for all test programs. Test discovery runs them at build time, without the environment that
+// CTest sets, so the platform is chosen here; QApplication sets the C locale from the environment, as it
+// does in an application.
+int main(int argc, char** argv)
+{
+    setenv("QT_QPA_PLATFORM", "offscreen", 0);
+    ::testing::InitGoogleTest(&argc, argv);
+    QApplication application(argc, argv);
+    return RUN_ALL_TESTS();
+}
