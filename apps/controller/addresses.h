@@ -5,28 +5,73 @@
 /// What a controller knows: parameter addresses, their values, telegram types and reason codes.
 namespace controller {
 
-enum Address : std::int32_t {
-    outputVoltage = 0x0021, ///< 1 mV, -10000 to 10000
-    frequency = 0x0022,     ///< 1 Hz, 1 to 50000000
-    exposureTime = 0x0023,  ///< 1 ms, 1 to 10000000
-    xPosition = 0x0024,     ///< 1 pm, full 32-bit range
-    attenuator = 0x0025,    ///< 0 to 4095
-    counter = 0x0026,       ///< read only; unsigned 32-bit, counts up
+enum Address : std::int32_t
+{
+    outputVoltage = 0x0021,   ///< 1 mV, -10000 to 10000
+    frequency = 0x0022,       ///< 1 Hz, 1 to 50000000
+    exposureTime = 0x0023,    ///< 1 ms, 1 to 10000000
+    xPosition = 0x0024,       ///< 1 pm, full 32-bit range
+    attenuator = 0x0025,      ///< 0 to 4095
+    counter = 0x0026,         ///< read only; unsigned 32-bit, counts up
     voltageReadBack = 0x0027, ///< read only; 1 mV, with noise; told 20 times a second
-    acquisition = 0x0040,   ///< an `Acquisition`
-    xPixels = 0x0041,       ///< 1 to 4096
-    yPixels = 0x0042,       ///< 1 to 4096
-    frameMode = 0x0043,     ///< 2 to 6, as `FrameBuffer` has them
-    lineRate = 0x0044,      ///< lines (stream: samples) per second, 1 to 100000
-    samplePosition = 0x0045, ///< position of the next sample, 0 to 2147483647
-    samples = 0x0100,       ///< told: `Ind` = absolute position of the first sample, data = samples
+    acquisition = 0x0040,     ///< an `Acquisition`
+    xPixels = 0x0041,         ///< 1 to 4096
+    yPixels = 0x0042,         ///< 1 to 4096
+    frameMode = 0x0043,       ///< 2 to 6, as `FrameBuffer` has them
+    lineRate = 0x0044,        ///< lines (stream: samples) per second, 1 to 100000
+    samplePosition = 0x0045,  ///< position of the next sample, 0 to 2147483647
+    samples = 0x0100,         ///< told: `Ind` = absolute position of the first sample, data = samples
 };
 
-enum Acquisition : std::int32_t { acquisitionOff = 0, acquisitionArea = 1, acquisitionLine = 2, acquisitionStream = 3 };
+enum Acquisition : std::int32_t
+{
+    acquisitionOff = 0,
+    acquisitionArea = 1,
+    acquisitionLine = 2,
+    acquisitionStream = 3
+};
 
-enum TelegramType : std::uint32_t { typeSet = 0, typeGet = 1, typeDo = 2, typeAck = 3, typeTell = 4 };
+enum TelegramType : std::uint32_t
+{
+    typeSet = 0,
+    typeGet = 1,
+    typeDo = 2,
+    typeAck = 3,
+    typeTell = 4
+};
 
 /// First data word of an "ACK". Texts: `tracePrintReason`.
-enum Reason : std::int32_t { reasonOk = 0, reasonInvalidAddress = 1, reasonOutOfRange = 2, reasonUnknownError = 99 };
+enum Reason : std::int32_t
+{
+    reasonOk = 0,
+    reasonInvalidAddress = 1,
+    reasonOutOfRange = 2,
+    reasonUnknownError = 99
+};
+
+/// The values at this address are unsigned 32-bit numbers.
+constexpr bool isUnsigned(std::int32_t address)
+{
+    return address == counter;
+}
+
+/// The trace category of a telegram (`kind` of `traceTelegram`). A trace flag word with `TRACE_ON` and the
+/// bits of a category shows its telegrams; "TELL"s need `TRACE_TELL` (0x100) besides.
+enum TraceCategory : int
+{
+    categoryRequest = 0x008, ///< "SET", "GET", "DO" and their "ACK"s
+    categoryTell = 0x010,    ///< "TELL"s of parameters
+    categorySamples = 0x020, ///< "TELL"s of samples
+};
+
+/// What raw values stand for. Unit codes as `algoGetBaseUnit` takes them.
+namespace scale {
+constexpr std::int32_t scanWidth = 100000; ///< pm, distance from the first to the last column of a scan
+constexpr std::int32_t scanHeight = 75000; ///< pm, distance from the first to the last row of an area
+constexpr std::int32_t lengthUnit = 0x17C; ///< pm: unit of the lengths
+constexpr std::int32_t sampleUnit = 0x17C; ///< pm: unit of the samples, 1 raw = 1 pm
+constexpr std::int32_t sampleDivisor = 1;
+constexpr std::int32_t stepHeight = 300; ///< pm, one atomic step of the simulated surface
+} // namespace scale
 
 } // namespace controller

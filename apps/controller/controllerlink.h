@@ -11,14 +11,21 @@ class IQTcp;
 
 /// The application's end of a controller link: telegrams over an `IQTcp`.
 ///
-/// Sends "SET", "GET" and "DO" with running telegram numbers, matches the "ACK"s, hands on "TELL"s, and traces
-/// every telegram with `traceTelegram` ("tx", "rx"). A link that is lost comes back by itself. GUI thread only.
+/// Sends "SET", "GET" and "DO" with running telegram numbers, matches the "ACK"s, hands on "TELL"s, and
+/// traces every telegram with `traceTelegram` ("tx", "rx"). A link that is lost comes back by itself. GUI
+/// thread only.
 class ControllerLink : public QObject
 {
     Q_OBJECT
 
 public:
-    enum State { Off, Connecting, Connected, Lost };
+    enum State
+    {
+        Off,
+        Connecting,
+        Connected,
+        Lost
+    };
     Q_ENUM(State)
 
     static constexpr int fifoSize = 8 * 1024 * 1024;

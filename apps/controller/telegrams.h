@@ -6,8 +6,6 @@
 #include <cstdint>
 #include <vector>
 
-struct UcTelegram;
-
 /// Telegrams as bytes on the wire: a 4-byte little-endian length `Len`, then `Type`, `Addr`, `Ind`, `CNo` and
 /// the data words. `Len` counts what follows it.
 namespace controller {
@@ -19,9 +17,9 @@ struct TelegramView
     std::uint32_t type = 0;
     std::int32_t address = 0;
     std::int32_t index = 0;
-    std::int32_t number = 0;         ///< `CNo`
-    const char* bytes = nullptr;     ///< the whole telegram, from `Len` on; not aligned
-    std::size_t wordCount = 0;       ///< data words
+    std::int32_t number = 0;     ///< `CNo`
+    const char* bytes = nullptr; ///< the whole telegram, from `Len` on; not aligned
+    std::size_t wordCount = 0;   ///< data words
 
     /// Data word `i`; 0 beyond `wordCount`.
     std::int32_t word(std::size_t i) const;
@@ -33,7 +31,11 @@ struct TelegramView
 class TelegramReader
 {
 public:
-    TelegramReader(const char* block, std::size_t size) : m_next(block), m_left(size) {}
+    TelegramReader(const char* block, std::size_t size)
+        : m_next(block)
+        , m_left(size)
+    {
+    }
 
     /// The next telegram. False at the end of the block, or at a frame that is no telegram (`Len` below 16,
     /// not a multiple of 4, beyond the block): then `malformed()` is true and nothing more is read.
@@ -46,8 +48,12 @@ private:
     bool m_malformed = false;
 };
 
+/// The first 20 bytes of a telegram with `wordCount` data words (below 2^28), written to `out`.
+void encodeHeader(std::uint32_t type, std::int32_t address, std::int32_t index, std::int32_t number,
+                  std::size_t wordCount, char* out);
+
 /// The bytes of a telegram.
-std::vector<char> encodeTelegram(std::uint32_t type, std::int32_t address, std::int32_t index, std::int32_t number,
-                                 const std::int32_t* words, std::size_t wordCount);
+std::vector<char> encodeTelegram(std::uint32_t type, std::int32_t address, std::int32_t index,
+                                 std::int32_t number, const std::int32_t* words, std::size_t wordCount);
 
 } // namespace controller

@@ -4,25 +4,30 @@
 #include <QString>
 #include <QVector>
 
+class QThread;
+class Server;
+
 /// A simulated controller: a TCP server that speaks the wire format, in a thread of its own.
 ///
 /// Answers requests, tells its read-back and the samples of a running acquisition. What it samples is a pure
 /// function of seed, acquisition, frame mode, geometry and position, so that two runs give the same samples
-/// however fast they go. All functions are called from one thread; the server's own thread is inside.
+/// however fast they go. All functions are called from one thread, while a `QCoreApplication` exists; the
+/// server's own thread is inside. See docs/simulator.md for what it answers.
 class Simulator
 {
 public:
-    enum class FaultKind {
-        Refuse, ///< every "SET" and "DO" is refused with reason 99
-        Drop,   ///< the connection is closed inside a frame
-        Stall,  ///< nothing is sent and nothing is read any more on this connection
-        Length, ///< a frame states a length that no receiver can hold
-        Flood,  ///< "TELL"s are sent as fast as the connection takes them
+    enum class FaultKind
+    {
+        Refuse, ///< every "SET" and "DO" is refused with reason 99, from then on
+        Drop,   ///< the connection is closed inside a frame; later ones work
+        Stall,  ///< nothing is sent and nothing is read any more on this connection; later ones work
+        Length, ///< a frame states a length that no receiver can hold, then the connection stalls
+        Flood,  ///< "TELL"s are sent as fast as the connection takes them, from then on
     };
 
     struct Fault
     {
-        FaultKind kind;
+        FaultKind kind;       ///< meets the connections that are open then, or else the next one
         double seconds = 0.0; ///< after the start; 0: at once
     };
 
@@ -32,7 +37,9 @@ public:
         int port = 0;                 ///< 0: the system chooses
         int confirmMilliseconds = 50; ///< from a request to its "ACK"
         int position = 0;             ///< of the first sample
-        QString surfaceFile;          ///< where samples go as they are sent (int32, little-endian); empty: nowhere
+        /// Where samples go as they are sent, each once, in order (int32, little-endian). Whole when an
+        /// acquisition has stopped and at the end. Empty: nowhere; "-": standard output.
+        QString surfaceFile;
         QVector<Fault> faults;
         quint32 seed = 1;
     };
@@ -52,7 +59,7 @@ public:
     static bool parseFault(const QString& text, Fault* fault);
 
 private:
-    class Thread;
-    std::unique_ptr<Thread> m_thread;
     Options m_options;
+    std::unique_ptr<QThread> m_thread;
+    std::unique_ptr<Server> m_server; ///< lives in the thread; null while not started
 };

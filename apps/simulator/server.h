@@ -1,0 +1,85 @@
+#pragma once
+
+#include "client.h"
+#include "parameters.h"
+#include "simulator.h"
+#include "surface.h"
+
+#include <array>
+#include <deque>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QPointer>
+#include <QTcpServer>
+#include <QTimer>
+#include <QVector>
+#include <vector>
+
+/// What runs in the simulator's thread: answers, tells, scans and misbehaves.
+class Server : public QObject
+{
+    Q_OBJECT
+
+public:
+    explicit Server(const Simulator::Options& options);
+
+    /// Opens surface file and port. False with `*error` in words when that fails.
+    bool open(QString* error);
+    int port() const { return m_server.serverPort(); }
+    /// Closes everything; the surface file is complete afterwards.
+    void shutDown();
+
+private:
+    struct Pending
+    {
+        QPointer<Client> client;
+        Client::Request request;
+        std::int64_t dueNs = 0;
+    };
+
+    void accept();
+    void drop(Client* client);
+    void serve(Client* client);
+
+    void confirmDue();
+    void confirm(Client* client, const Client::Request& request);
+    std::int32_t value(std::size_t parameter);
+    std::int32_t current(controller::Address address) const;
+    void assign(std::size_t parameter, std::int32_t value);
+    void applyScan();
+
+    void tellReadBack();
+    std::int32_t readBack();
+    std::vector<char> readBackTelegram();
+    bool scanHeldBack() const;
+    void scan();
+    void sendSamples(int count);
+
+    void fault(Simulator::FaultKind kind);
+    void misbehave(Client* client, Simulator::FaultKind kind);
+    void flood(Client* client);
+
+    const Simulator::Options m_options;
+    QTcpServer m_server;
+    QElapsedTimer m_clock;
+    QTimer m_confirmTimer;
+    QTimer m_tellTimer;
+    QTimer m_scanTimer;
+    QFile m_surface;
+
+    std::vector<Client*> m_clients;
+    std::deque<Pending> m_pending; ///< in the order of arrival, and so of confirmation
+    std::array<std::int32_t, parameterCount> m_values;
+
+    SampleSource m_source;
+    std::uint32_t m_position;     ///< of the next sample, below 2^31
+    std::int64_t m_scannedNs = 0; ///< the scan's clock: samples up to then are sent
+    std::int64_t m_credit = 0;    ///< samples that are due, in 10^-9 of a sample
+    std::vector<char> m_block;    ///< the telegram under construction
+    std::vector<std::int32_t> m_samples;
+
+    bool m_refusing = false;
+    bool m_flooding = false;
+    std::uint32_t m_noise = 1;
+    QVector<Simulator::FaultKind> m_awaiting; ///< faults that want a connection and found none
+};
