@@ -27,8 +27,8 @@ public:
 
     struct Fault
     {
-        FaultKind kind;       ///< meets the connections that are open then, or else the next one
-        double seconds = 0.0; ///< after the start; 0: at once
+        FaultKind kind = FaultKind::Refuse; ///< meets the connections open then, or else the next one
+        double seconds = 0.0;               ///< after the start; 0: at once
     };
 
     struct Options
