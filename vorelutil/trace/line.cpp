@@ -1,0 +1,85 @@
+#include "line.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <new>
+#include <vorelutil/platform/clocale.h>
+
+namespace tracelog {
+
+/// Makes room for that many bytes more; false if there is no memory.
+bool Line::reserve(std::size_t more)
+{
+    if (more < room()) return true;
+    const std::size_t capacity = m_length + more + 3;
+    std::unique_ptr<char[]> larger(new (std::nothrow) char[capacity]);
+    if (larger == nullptr) return false;
+    std::memcpy(larger.get(), m_data, m_length);
+    m_long = std::move(larger);
+    m_data = m_long.get();
+    m_capacity = capacity;
+    return true;
+}
+
+void Line::append(std::string_view text)
+{
+    const std::size_t size = reserve(text.size()) ? text.size() : room() - 1;
+    std::memcpy(m_data + m_length, text.data(), size);
+    m_length += size;
+}
+
+void Line::end()
+{
+    std::memcpy(m_data + m_length, ".\n", 2);
+    m_length += 2;
+}
+
+void Line::appendStamp(double seconds)
+{
+    // The digits by hand for what a stamp usually is: whole milliseconds but for the last bits. Whatever
+    // may round differently (close to half a millisecond) or is larger goes the slow way.
+    const double scaled = std::fabs(seconds) * 1000.0;
+    const double rounded = std::nearbyint(scaled);
+    char digits[400]; // "%.3f" of the largest double has 314 characters
+    if (!(rounded < 1e12 && std::fabs(scaled - rounded) < 0.25)) {
+        const platform::CLocaleScope cLocale;
+        const int size = std::snprintf(digits, sizeof digits, "[%.3f]", seconds);
+        append({digits, static_cast<std::size_t>(size)});
+        return;
+    }
+    const auto milliseconds = static_cast<long long>(rounded);
+    char* end = digits;
+    *end++ = '[';
+    if (std::signbit(seconds)) *end++ = '-';
+    end = std::to_chars(end, digits + sizeof digits, milliseconds / 1000).ptr;
+    const int fraction = static_cast<int>(milliseconds % 1000);
+    *end++ = '.';
+    *end++ = static_cast<char>('0' + fraction / 100);
+    *end++ = static_cast<char>('0' + fraction / 10 % 10);
+    *end++ = static_cast<char>('0' + fraction % 10);
+    *end++ = ']';
+    append({digits, static_cast<std::size_t>(end - digits)});
+}
+
+void Line::appendFormatted(const char* format, std::va_list arguments)
+{
+    const platform::CLocaleScope cLocale;
+    std::va_list again;
+    va_copy(again, arguments);
+    int size = std::vsnprintf(m_data + m_length, room(), format, arguments);
+    if (size < 0) {
+        append(format);
+    } else {
+        if (static_cast<std::size_t>(size) >= room() && reserve(static_cast<std::size_t>(size))) {
+            size = std::max(0, std::vsnprintf(m_data + m_length, room(), format, again));
+        }
+        // Cut where there is no memory, or where another thread made a string longer between the passes.
+        m_length += std::min(static_cast<std::size_t>(size), room() - 1);
+    }
+    va_end(again);
+}
+
+} // namespace tracelog
