@@ -71,11 +71,14 @@ int SampleSource::hysteresis(int xPixels)
 
 double SampleSource::height(double x, double y) const
 {
-    // The dislocation adds one turn to the phase around (68, 22): the step that ends there.
+    // Around the dislocation at (68, 22) the terraces rise by one step a turn, which the step that ends there
+    // takes back.
+    const double turn = std::atan2(y - 22.0, x - 68.0) / (2.0 * pi);
     const double phase = m_phase + 0.035 * x + 0.022 * y + 0.9 * std::sin(x / 19.0 + y / 47.0) +
-                         0.35 * std::sin(y / 11.0 - x / 83.0) + std::atan2(y - 22.0, x - 68.0) / (2.0 * pi);
+                         0.35 * std::sin(y / 11.0 - x / 83.0) + turn;
     const double terrace = std::floor(phase);
-    double z = stepHeight * (terrace + ramp((phase - terrace - 0.9) / 0.1)) + 2.0 * x - 1.2 * y;
+    const double steps = terrace + ramp((phase - terrace - 0.9) / 0.1) - turn;
+    double z = stepHeight * steps + 2.0 * x - 1.2 * y;
 
     // The island: an ellipse, turned by half a radian, whose top is tilted.
     const double along = (x - 24.0) * std::cos(0.5) + (y - 52.0) * std::sin(0.5);
