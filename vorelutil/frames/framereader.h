@@ -45,8 +45,7 @@ struct FrameImage
     std::string yUnit;
     std::string zUnit;
     int scanSpeed = 0;
-    int voidPixels =
-        -1; ///< pixels without a sample, as the header says; -1 in a text snapshot, which does not say
+    int voidPixels = -1;   ///< pixels without a sample; -1 in a text snapshot, which does not say
     std::string channel;   ///< empty in a binary snapshot
     std::string direction; ///< "fwd" or "bwd"; empty in a binary snapshot
     std::string startTime; ///< local time: "2024-05-31T23:59:58", in a binary snapshot "31 05 24 23:59:58"
@@ -60,8 +59,7 @@ struct FrameLine
     std::string startTime; ///< local time: "2024-05-31T23:59:58"
     std::string xUnit;     ///< UTF-8
     std::string yUnit;     ///< unit of the values
-    int xPixels =
-        0; ///< as the header says: 2 also for a line of one pixel; may be below 1 in an export without rows
+    int xPixels = 0; ///< as the header says: 2 for a line of one pixel; below 1 only where there are no rows
     std::vector<double> x; ///< same length as `y`; may be empty
     std::vector<double> y;
 };
