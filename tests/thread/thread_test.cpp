@@ -1,0 +1,209 @@
+#include <chrono>
+#include <functional>
+#include <gtest/gtest.h>
+#include <mutex>
+#include <pthread.h>
+#include <thread>
+#include <unistd.h>
+#include <vorelutil/thread/thread.h>
+#include <vorelutil/thread/walltime.h>
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+struct Worker : IThread
+{
+    explicit Worker(std::function<void(Worker&)> work)
+        : body(std::move(work))
+    {
+    }
+    ~Worker() override { wait(); }
+    void run() override { body(*this); }
+    std::function<void(Worker&)> body;
+};
+
+/// Waits for a condition, with a generous limit.
+bool eventually(const std::function<bool()>& condition)
+{
+    const auto limit = Clock::now() + std::chrono::seconds(30);
+    while (!condition() && Clock::now() < limit) std::this_thread::yield();
+    return condition();
+}
+
+TEST(Mutex, ExcludesOthersUntilUnlockedAsOftenAsLocked)
+{
+    IMutex mutex;
+    int counter = 0;
+    const auto count = [&](Worker&) {
+        for (int i = 0; i < 20000; ++i) {
+            const std::lock_guard outer(mutex);
+            mutex.lock();
+            mutex.unlock();
+            ++counter;
+        }
+    };
+    Worker one(count), other(count);
+    one.start();
+    other.start();
+    one.wait();
+    other.wait();
+    EXPECT_EQ(counter, 40000);
+}
+
+TEST(WaitCondition, FalseOnlyWhenTheTimeRanOut)
+{
+    IWaitCondition condition;
+    IMutex mutex;
+    EXPECT_FALSE(condition.wait(0));
+    EXPECT_TRUE(condition.wakeOne()) << "lost: nobody waits";
+    EXPECT_FALSE(condition.wait(1));
+    const std::lock_guard lock(mutex);
+    EXPECT_FALSE(condition.wait(&mutex, 0));
+    const auto begin = Clock::now();
+    EXPECT_FALSE(condition.wait(&mutex, 1050));
+    EXPECT_GE(Clock::now() - begin, std::chrono::milliseconds(1000));
+}
+
+TEST(WaitCondition, SignalsUnderTheMutexAreNotLost)
+{
+    constexpr int rounds = 2000;
+    IWaitCondition conditions[2];
+    IMutex mutex;
+    int turn = 0; // even: the owner's, odd: the worker's
+    const auto play = [&](int who, int ms) {
+        const std::lock_guard lock(mutex);
+        for (int i = 0; i < rounds; ++i) {
+            while (turn % 2 != who) ASSERT_TRUE(conditions[who].wait(&mutex, ms));
+            ++turn;
+            conditions[1 - who].wakeOne();
+        }
+    };
+    Worker worker([&](Worker&) { play(1, 30000); });
+    worker.start();
+    play(0, -1);
+    worker.wait();
+    EXPECT_EQ(turn, 2 * rounds);
+}
+
+TEST(WaitCondition, WaitsWithoutAMutexUntilWoken)
+{
+    IWaitCondition condition;
+    for (const int ms : {-1, 60000}) {
+        std::atomic<int> result = -1;
+        Worker waiter([&](Worker&) { result = condition.wait(ms) ? 1 : 0; });
+        waiter.start();
+        EXPECT_TRUE(eventually([&] { return condition.wakeOne() && result == 1; })) << ms;
+    }
+}
+
+TEST(Thread, KnowsWhetherItRunsAndWhoCalls)
+{
+    std::atomic<bool> go = false, inside = false;
+    Worker worker([&](Worker& self) {
+        self.wait(); // of the thread for itself: returns at once
+        inside = self.isCurrentThread() && !self.finished() &&
+                 pthread_equal(IThread::identify(), pthread_self()) != 0;
+        while (!go) std::this_thread::yield();
+    });
+    worker.wait();
+    EXPECT_TRUE(worker.finished() && !worker.isCurrentThread()) << "never started";
+    worker.start();
+    EXPECT_FALSE(worker.finished() || worker.isCurrentThread());
+    std::thread waiters[4]; // many may wait at once
+    for (std::thread& waiter : waiters) waiter = std::thread([&] { worker.wait(); });
+    go = true;
+    EXPECT_TRUE(eventually([&] { return worker.finished(); }));
+    for (std::thread& waiter : waiters) waiter.join();
+    EXPECT_TRUE(inside);
+}
+
+TEST(Thread, EndIsSeenInEveryOrderOfCalls)
+{
+    for (const char* order : {"f", "w", "ff", "ww", "fw", "wf", "wwff", "fwfw"}) {
+        std::atomic<bool> done = false;
+        Worker worker([&](Worker&) { done = true; });
+        worker.start();
+        EXPECT_TRUE(eventually([&] { return done.load(); }));
+        for (const char* step = order; *step != '\0'; ++step) {
+            if (*step == 'w') worker.wait();
+            EXPECT_TRUE(*step == 'w' || eventually([&] { return worker.finished(); })) << order;
+        }
+        EXPECT_FALSE(worker.isCurrentThread());
+    }
+}
+
+TEST(Thread, ObjectThatIsNeverWaitedForLeavesNoThreadBehind) // as the thread sanitizer sees it
+{
+    struct Unwaited : IThread
+    {
+        ~Unwaited() override = default;
+        void run() override { done = true; }
+        std::atomic<bool> done = false;
+    } thread;
+    thread.start();
+    EXPECT_TRUE(eventually([&] { return thread.done.load(); }));
+}
+
+TEST(Thread, FailedStartTellsTheReasonAndLeavesTheObjectIdle)
+{
+    pthread_attr_t usual, huge;
+    ASSERT_EQ(pthread_getattr_default_np(&usual) + pthread_attr_init(&huge), 0);
+    ASSERT_EQ(pthread_attr_setstacksize(&huge, std::size_t{1} << 50), 0);
+    ASSERT_EQ(pthread_setattr_default_np(&huge), 0);
+    Worker worker([](Worker&) {});
+    testing::internal::CaptureStderr();
+    worker.start();
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "pthread_create: Resource temporarily unavailable\n");
+    pthread_setattr_default_np(&usual);
+    worker.wait();
+    EXPECT_TRUE(worker.finished());
+    worker.start();
+    worker.wait();
+    EXPECT_TRUE(worker.finished());
+}
+
+TEST(CyclicThread, CallsTheJobForAsLongAsTheFlagIsSet)
+{
+    static std::atomic<int> calls = 0;
+    CyclicThread thread;
+    thread.job = [](CyclicThread* self) { self->running = ++calls < 5; };
+    thread.start();
+    thread.wait();
+    EXPECT_EQ(calls, 0) << "the flag is tested before the first call";
+    EXPECT_TRUE(thread.finished());
+    thread.running = true;
+    thread.start();
+    thread.wait();
+    EXPECT_EQ(calls, 5);
+}
+
+TEST(Time, StampsWrapAndDeadlinesCarry)
+{
+    EXPECT_EQ(thread::timestampOf({1999999, 999999}), 1999999999);
+    EXPECT_EQ(thread::timestampOf({1700000000, 1999}), 1);
+    const int now = IThread::getTimestamp();
+    EXPECT_TRUE(now >= 0 && now < 2000000000) << now;
+    const struct
+    {
+        timeval now;
+        int ms;
+        timespec deadline;
+    } rows[] = {
+        {{10, 999999}, 0, {10, 999999000}},
+        {{10, 999999}, 1, {11, 999000}},
+        {{10, 500000}, 2500, {13, 0}},
+        {{10, 0}, 2147483647, {2147493, 647000000}},
+    };
+    for (const auto& row : rows) {
+        const timespec deadline = thread::deadlineAfter(row.now, row.ms);
+        EXPECT_EQ(deadline.tv_sec, row.deadline.tv_sec) << row.ms;
+        EXPECT_EQ(deadline.tv_nsec, row.deadline.tv_nsec) << row.ms;
+    }
+    const auto begin = Clock::now();
+    IThread::sleep(4294968); // wraps to 704 us
+    EXPECT_LT(Clock::now() - begin, std::chrono::seconds(30));
+    for (int i = 0; i < 2; ++i) EXPECT_EQ(IThread::getCpuCount(), sysconf(_SC_NPROCESSORS_ONLN));
+}
+
+} // namespace

@@ -1,0 +1,47 @@
+#pragma once
+
+#include <clocale>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <iterator>
+#include <QTemporaryDir>
+#include <string>
+#include <vorelutil/trace/tracelog.h>
+
+/// Each case runs in an empty folder of its own, and leaves the log as if no traceInit had run.
+class LogFixture : public testing::Test
+{
+protected:
+    LogFixture() { std::filesystem::current_path(m_folder.path().toStdString()); }
+
+    ~LogFixture() override
+    {
+        traceInit("", "", 0); // closes the log file
+        traceGetParamset()->secretAddrs.clear();
+        traceInit(static_cast<TraceParams*>(nullptr));
+        std::setlocale(LC_ALL, m_locale.c_str());
+        std::filesystem::current_path(m_before);
+    }
+
+    static std::string contents(const char* path)
+    {
+        std::ifstream in(path, std::ios::binary);
+        return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+    }
+
+    /// What the own record's log, the file "log", got since the last call.
+    static std::string logged()
+    {
+        std::fflush(traceGetParamset()->logFile);
+        const std::string text = contents("log");
+        std::FILE* again = std::freopen("log", "w", traceGetParamset()->logFile);
+        return again != nullptr ? text : "log cannot be reopened";
+    }
+
+private:
+    QTemporaryDir m_folder;
+    std::filesystem::path m_before = std::filesystem::current_path();
+    std::string m_locale = std::setlocale(LC_ALL, nullptr);
+};

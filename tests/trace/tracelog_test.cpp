@@ -1,0 +1,308 @@
+#include "logfixture.h"
+
+#include <cerrno>
+#include <chrono>
+#include <cmath>
+#include <limits>
+#include <regex>
+#include <thread>
+#include <tuple>
+#include <unistd.h>
+#include <vector>
+#include <vorelutil/trace/line.h>
+
+#include "tests/support/require.h"
+
+namespace {
+
+using TraceLog = LogFixture;
+using testing::internal::CaptureStderr;
+using testing::internal::CaptureStdout;
+using testing::internal::GetCapturedStderr;
+using testing::internal::GetCapturedStdout;
+
+constexpr TraceParams* none = nullptr;
+
+bool matches(const std::string& text, const char* pattern)
+{
+    return std::regex_match(text, std::regex(pattern));
+}
+
+std::string stampOf(double seconds)
+{
+    tracelog::Line line;
+    line.appendStamp(seconds);
+    return std::string(line.text());
+}
+
+TEST_F(TraceLog, EachFunctionWritesItsForm)
+{
+    traceInit("log", "0123456789012345678901234567890123456789", TRACE_ON);
+    const std::string prefix = "012345678901234567890123456789 ";
+    CaptureStdout();
+    traceTrace("a %s %d", "b", 7);
+    EXPECT_TRUE(matches(logged(), R"(012345678901234567890123456789 \[\d+\.\d{3}\]: a b 7\.\n)"));
+    traceQuestion("ready, %s", "sir");
+    EXPECT_EQ(logged(), prefix + "QUEST!: ready, sir.\n");
+    EXPECT_TRUE(traceError(false, "%x %s", 255, "z"));
+    EXPECT_TRUE(traceFatal(false, "gone"));
+    const std::string errors = prefix + "ERROR: ff z.\n" + prefix + "FATAL: gone.\n";
+    EXPECT_EQ(logged(), errors);
+    std::fflush(stdout);
+    EXPECT_EQ(GetCapturedStdout(), errors);
+
+    CaptureStdout();
+    CaptureStderr();
+    traceInit("", "", TRACE_ON);
+    traceError(false, "once");
+    traceTrace("x");
+    EXPECT_TRUE(matches(GetCapturedStderr(), R"(ERROR: once\.\n\[\d+\.\d{3}\]: x\.\n)"));
+    EXPECT_EQ(GetCapturedStdout(), "");
+}
+
+TEST_F(TraceLog, WritesNothingWhereItMustNot)
+{
+    traceInit("log", "", TRACE_NO_ERRORS);
+    EXPECT_FALSE(traceError(false, "x") || traceFatal(false, "x") || traceOsError(false, "x", true));
+    EXPECT_FALSE(traceAssert(false, "a.cpp", 7)) << "the process goes on";
+    traceTrace("x");
+    traceQuestion("x");
+    traceSetFlags(TRACE_ON);
+    EXPECT_FALSE(traceError(true, "x") || traceFatal(true, "x") || traceOsError(true, "x", false));
+    EXPECT_FALSE(traceAssert(true, "a.cpp", 7));
+    traceInit(none);
+    traceSetFlags(TRACE_ON);
+    traceTrace("x");
+    EXPECT_FALSE(traceError(false, "x") || traceAssert(false, "a.cpp", 7));
+    traceSetFile("other");
+    traceAddSecretAddr(1);
+    traceAddTraceList(1, 2);
+    traceInitLists();
+    EXPECT_FALSE(std::filesystem::exists("other"));
+    EXPECT_EQ(logged(), "");
+}
+
+TEST_F(TraceLog, LinesOfEveryLengthAreWhole)
+{
+    traceInit("log", "p", TRACE_ON);
+    for (int length = 980; length < 1060; ++length) {
+        const std::string text(static_cast<std::size_t>(length), 'x');
+        traceQuestion("%s", text.c_str());
+        ASSERT_EQ(logged(), "p QUEST!: " + text + ".\n");
+    }
+    const std::string huge(3000000, 'y');
+    traceQuestion("%s%d", huge.c_str(), 5);
+    EXPECT_EQ(logged(), "p QUEST!: " + huge + "5.\n");
+    traceQuestion("%ls", L"\xE4"); // printf fails: no such character in the "C" locale
+    EXPECT_EQ(logged(), "p QUEST!: %ls.\n");
+}
+
+TEST_F(TraceLog, EightThreadsTearNoLine)
+{
+    constexpr int threads = 8, lines = 400;
+    traceInit("log", "p", TRACE_ON);
+    CaptureStdout();
+    std::vector<std::thread> writers;
+    for (int t = 0; t < threads; ++t) {
+        writers.emplace_back([t] {
+            for (int i = 0; i < lines; ++i) {
+                const std::string text(static_cast<std::size_t>(i) * 5, static_cast<char>('a' + t));
+                if (!traceError(i % 2 == 0, "%d-%d-%s", t, i, text.c_str())) {
+                    traceQuestion("%d-%d-%s", t, i, text.c_str());
+                }
+            }
+        });
+    }
+    for (std::thread& writer : writers) writer.join();
+    GetCapturedStdout();
+    int next[threads] = {};
+    std::istringstream log(logged());
+    for (std::string line; std::getline(log, line);) {
+        int t = 0, i = 0, end = 0;
+        ASSERT_EQ(std::sscanf(line.c_str(), "p %*6[A-Z!]: %d-%d-%n", &t, &i, &end), 2) << line;
+        const std::string text(static_cast<std::size_t>(i) * 5, static_cast<char>('a' + t));
+        ASSERT_EQ(line.substr(static_cast<std::size_t>(end)), text + ".");
+        ASSERT_EQ(next[t]++, i);
+    }
+    for (const int count : next) EXPECT_EQ(count, lines);
+}
+
+TEST_F(TraceLog, LogFileThatCannotBeOpenedIsReportedAndTheLogGoesOn)
+{
+    CaptureStderr();
+    traceInit("no/such/folder.log", "p", TRACE_NO_ERRORS);
+    EXPECT_EQ(GetCapturedStderr(), "p ERROR: Failed to open Logfile no/such/folder.log.\n");
+    traceInit("log", "", 0);
+    CaptureStdout();
+    for (const char* path : {".", "no/such/%s"}) {
+        traceSetFile(path);
+        EXPECT_EQ(logged(), std::string("ERROR: Failed to open Logfile ") + path + ".\n");
+    }
+    GetCapturedStdout();
+}
+
+TEST_F(TraceLog, MayBeStartedAgainAndShared)
+{
+    traceInit("log", "", TRACE_ON);
+    traceAddSecretAddr(5);
+    traceQuestion("old");
+    traceSetFile("log");
+    traceQuestion("new");
+    std::fflush(nullptr);
+    EXPECT_EQ(contents("log"), "QUEST!: new.\n")
+        << "what the old stream held does not come after the truncation";
+    traceInit("log", "", TRACE_ON | TRACE_FLUSH);
+    traceQuestion("newest");
+    EXPECT_EQ(contents("log"), "QUEST!: newest.\n");
+    const AddressSet& secret = traceGetParamset()->secretAddrs;
+    EXPECT_EQ(std::vector<int>(secret.begin(), secret.end()), (std::vector<int>{5, 322, 388}));
+
+    TraceParams shared;
+    shared.logFile = std::fopen("shared", "w");
+    shared.flags = TRACE_ON;
+    std::fill(std::begin(shared.prefix), std::end(shared.prefix), 'q'); // without an end
+    traceInit(&shared);
+    traceQuestion("x");
+    traceInit("log", "", 0);
+    ASSERT_EQ(std::fclose(shared.logFile), 0) << "still open";
+    EXPECT_EQ(contents("shared"), std::string(32, 'q') + "QUEST!: x.\n");
+}
+
+TEST_F(TraceLog, ListFiles)
+{
+    // clang-format off
+    const struct
+    {
+        const char* white;
+        const char* black;
+        bool blacklistMode;
+        std::uint64_t size;
+        std::vector<int> listed, notListed;
+    } rows[] = {
+        {nullptr, nullptr, true, 0, {}, {}},
+        {"0x300 0x30f\n5 5\n", "1 9", false, 17, {768, 783, 5}, {767, 784, 1}},
+        {nullptr, "010 0X1f -3 -2", true, 26, {8, 31, -3, -2}, {7, 32, -1}},
+        {"", "1 9", false, 0, {}, {1}},
+        {"0 2147483647 -2147483648 -5", nullptr, false, 4294967292, {0, 2147483647}, {-4}},
+        {"4294967295 99999999999999999999 -99999999999999999999 -2147483648 0xFFFFFFFFFFFFFFFFFF 2147483647",
+         nullptr, false, 2, {2147483647, -2147483647 - 1}, {-1, 0}}, // the nearest int
+        {"10 9 7 7", nullptr, false, 1, {7}, {9, 10}},
+        {"1 2 3", nullptr, false, 2, {1, 2}, {3}},
+        {"1 1 two 2 3 3", nullptr, false, 1, {1}, {2, 3}},
+        {"1 1 5 x 3 3", nullptr, false, 1, {1}, {3, 5}},
+        {"+1-1 08 12", nullptr, false, 9, {0, 8}, {-1, 9}}, // 1 to -1, 0 to 8 (no octal digit), half a pair
+        {"1 1 0x 2 2", nullptr, false, 1, {1}, {0, 2}},
+        {"1 1 - 2 2", nullptr, false, 1, {1}, {2}},
+    };
+    // clang-format on
+    for (const auto& row : rows) {
+        const char* desc = row.white != nullptr ? row.white : row.black;
+        std::filesystem::remove("tracewhitelist.txt");
+        if (row.white != nullptr) std::ofstream("tracewhitelist.txt") << row.white;
+        if (row.black != nullptr) std::ofstream("traceblacklist.txt") << row.black;
+        traceInit("", "", 0);
+        const TraceParams& params = *traceGetParamset();
+        EXPECT_EQ(params.blacklistMode, row.blacklistMode) << desc;
+        EXPECT_EQ(params.traceList.size(), row.size) << desc;
+        for (const int address : row.listed) EXPECT_EQ(params.traceList.count(address), 1U) << desc;
+        for (const int address : row.notListed) EXPECT_EQ(params.traceList.count(address), 0U) << desc;
+    }
+    for (const char* name : {"tracewhitelist.txt", "traceblacklist.txt"}) {
+        std::filesystem::remove(name);
+        std::filesystem::create_directory(name);
+    }
+    traceInitLists();
+    EXPECT_TRUE(traceGetParamset()->blacklistMode) << "a folder does not open";
+    traceAddTraceList(10, 9);
+    EXPECT_TRUE(traceGetParamset()->traceList.empty());
+}
+
+TEST_F(TraceLog, GermanSessionsKeepTheDecimalPoint)
+{
+    REQUIRE_OR_SKIP(std::setlocale(LC_ALL, "de_DE.UTF-8") != nullptr, "locale de_DE.UTF-8");
+    char half[8];
+    std::snprintf(half, sizeof half, "%.1f", 0.5);
+    ASSERT_STREQ(half, "0,5");
+    traceInit("log", "", TRACE_ON);
+    traceTrace("%.2f %g", 0.25, 1.5);
+    EXPECT_TRUE(matches(logged(), R"(\[\d+\.\d{3}\]: 0\.25 1\.5\.\n)"));
+    EXPECT_EQ(stampOf(0.0625), "[0.062]");
+    std::snprintf(half, sizeof half, "%.1f", 0.5);
+    EXPECT_STREQ(half, "0,5") << "the caller's locale stays";
+}
+
+TEST_F(TraceLog, StampsAreThoseOfPrintf)
+{
+    const std::pair<double, const char*> rows[] = {
+        {0.016, "[0.016]"},  {-0.0, "[-0.000]"},  {-1e-9, "[-0.000]"},     {-4294967.295, "[-4294967.295]"},
+        {0.9996, "[1.000]"}, {0.0625, "[0.062]"}, {0.1875, "[0.188]"},     {1e15, "[1000000000000000.000]"},
+        {HUGE_VAL, "[inf]"}, {-NAN, "[-nan]"},    {999.9996, "[1000.000]"}};
+    for (const auto& [seconds, stamp] : rows) EXPECT_EQ(stampOf(seconds), stamp);
+    EXPECT_EQ(stampOf(std::numeric_limits<double>::max()).size(), 315U);
+    for (unsigned now = 1, start = 4294960000; start > 15485863; now += 104729, start -= 15485863) {
+        char text[64];
+        std::snprintf(text, sizeof text, "[%.3f]", now * 0.001 - start * 0.001);
+        ASSERT_EQ(stampOf(now * 0.001 - start * 0.001), text);
+    }
+}
+
+TEST_F(TraceLog, ComposedTextsAreFormatsThatTouchNoMemory)
+{
+    const std::tuple<const char*, int, bool, const char*> rows[] = {
+        {"open", ENOENT, false, "open - No such file or directory"},
+        {"100%", 111, true, "100% - WSA_Error #111"},
+        {"%n%s%5$d%%d%*c%%%", 1, true, "%n%s%5$d%d%*c%% - WSA_Error #1"},
+        {nullptr, 1, true, " - WSA_Error #1"},
+    };
+    traceInit("log", "", 0);
+    CaptureStdout();
+    for (const auto& [text, reason, socketError, line] : rows) {
+        errno = reason;
+        EXPECT_TRUE(traceOsError(false, text, socketError));
+        EXPECT_EQ(logged(), std::string("ERROR: ") + line + ".\n");
+    }
+    GetCapturedStdout();
+}
+
+TEST_F(TraceLog, ReasonTexts)
+{
+    const std::pair<int, const char*> rows[] = {
+        {0, "ok"}, {1, "invalid address"}, {2, "out of range"}, {99, "unknown error"}, {3, "3"}, {-7, "-7"}};
+    for (const auto& [reason, text] : rows) EXPECT_STREQ(tracePrintReason(reason), text);
+}
+
+/// Asks with standard input from a file, in a process that ends: with the answer, or with 100 if it was asked
+/// often and `more` is null; `more` is appended to the input after the given number of questions.
+[[noreturn]] void ask(const char* input, int questions, const char* more)
+{
+    std::ofstream("input") << input;
+    if (std::freopen("input", "r", stdin) == nullptr) _exit(101);
+    traceInit("log", "", TRACE_ON | TRACE_FLUSH);
+    std::thread([=] {
+        int count = 0;
+        while (count < questions) {
+            count = 0;
+            std::ifstream log("log");
+            for (std::string line; std::getline(log, line);) count += line == "QUEST?: how many.";
+        }
+        if (more == nullptr) _exit(100);
+        std::ofstream("input", std::ios::app) << more;
+    }).detach();
+    const int answer = traceReply("how %s", "many");
+    std::ifstream log("log");
+    std::string line, last;
+    while (std::getline(log, line)) last = line;
+    _exit(last.find("]: Answer = " + std::to_string(answer) + ".") != std::string::npos ? answer : 102);
+}
+
+TEST_F(TraceLog, FatalAssertsAndRepliesInProcessesOfTheirOwn)
+{
+    testing::FLAGS_gtest_death_test_style = "threadsafe";
+    EXPECT_EXIT((traceInit("", "", 0), traceAssert(false, "a.cpp", 7)), testing::ExitedWithCode(1),
+                "FATAL: Assertion failed: a.cpp#7\\.\n");
+    EXPECT_EXIT(ask(" \n 42 7", 1, ""), testing::ExitedWithCode(42), "");
+    EXPECT_EXIT(ask("word 42\n", 500, nullptr), testing::ExitedWithCode(100), "") << "at once, not consumed";
+    EXPECT_EXIT(ask("", 3, "17\n"), testing::ExitedWithCode(17), "") << "goes on when more comes";
+}
+
+} // namespace
