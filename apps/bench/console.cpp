@@ -1,0 +1,154 @@
+#include "console.h"
+
+#include "apps/controller/controllerlink.h"
+
+#include <vorelutil/frames/framebuffer.h>
+#include <vorelutil/trace/error.h>
+#include <vorelutil/trace/tracelog.h>
+
+namespace bench {
+
+QString channelName(ScanKind kind)
+{
+    return kind == ScanKind::Stream ? QStringLiteral("signal") : QStringLiteral("height");
+}
+
+Console::Console(QObject* parent)
+    : QObject(parent)
+    , m_link(new ControllerLink(this))
+    , m_scan(new Scan(m_link, this))
+{
+    connect(m_link, &ControllerLink::stateChanged, this, &Console::onLinkState);
+    connect(m_link, &ControllerLink::acknowledged, this, &Console::onAcknowledged);
+    connect(m_link, &ControllerLink::problem, this, [this](const QString& text) { tell(text, true); });
+    connect(m_scan, &Scan::samplesAdded, this,
+            [this](const int* data, int count) { m_log.add(data, count); });
+    connect(m_scan, &Scan::frameDone, this, [this](const SharedFrame& frame) {
+        const ScanKind kind = m_scan->settings().kind;
+        m_frames[static_cast<int>(kind)] = frame;
+        emit frameDone(kind);
+    });
+    connect(m_scan, &Scan::failed, this,
+            [this](const QString& text) { tell(tr("The scan has ended: %1").arg(text), true); });
+    connect(m_scan, &Scan::stopped, this, [this] { tell(tr("The scan was stopped"), false); });
+}
+
+Console::~Console()
+{
+    // As children they would go last, and signal to members that are gone.
+    delete m_scan;
+    delete m_link;
+}
+
+void Console::connectTo(const QString& host, int port)
+{
+    m_positionKnown = false;
+    m_link->connectTo(host, port);
+}
+
+void Console::disconnectFrom()
+{
+    m_scan->stop();
+    m_link->disconnectFrom();
+}
+
+void Console::onLinkState()
+{
+    if (m_link->state() == ControllerLink::Connected) {
+        // A link that was lost and is back goes on with the positions that it had.
+        if (m_positionKnown)
+            setReady(true);
+        else
+            m_positionRequest = m_link->get(controller::samplePosition);
+    } else {
+        m_positionRequest = 0;
+        setReady(false);
+    }
+    tell(tr("Link: %1").arg(m_link->stateText()), m_link->state() == ControllerLink::Lost);
+}
+
+void Console::onAcknowledged(int number, int /*address*/, int /*index*/, int reason, int value)
+{
+    if (m_positionRequest == 0 || number != m_positionRequest) return;
+    m_positionRequest = 0;
+    // A controller that does not say starts at 0.
+    m_scan->setFirstPosition(reason == controller::reasonOk ? value : 0);
+    m_positionKnown = true;
+    setReady(true);
+}
+
+void Console::setReady(bool ready)
+{
+    if (m_ready == ready) return;
+    m_ready = ready;
+    emit readyChanged(ready);
+}
+
+bool Console::startScan(const ScanSettings& settings)
+{
+    if (!m_ready) {
+        tell(tr("A scan needs a connected controller"), true);
+        return false;
+    }
+    if (!m_scan->start(settings)) {
+        tell(tr("A scan is running already"), true);
+        return false;
+    }
+    QString geometry = QString::number(settings.xPixels);
+    if (settings.kind == ScanKind::Area) geometry += QStringLiteral(" x %1").arg(settings.yPixels);
+    tell(tr("Scan: %1, %2 pixels, mode %3, %4 per second")
+             .arg(scanKindName(settings.kind), geometry)
+             .arg(settings.frameMode())
+             .arg(settings.rate),
+         false);
+    return true;
+}
+
+SharedFrame Console::lastFrame(ScanKind kind) const
+{
+    return m_frames[static_cast<int>(kind)];
+}
+
+const FrameBuffer* Console::runningFrame(ScanKind kind) const
+{
+    return m_scan->settings().kind == kind ? m_scan->running() : nullptr;
+}
+
+SaveResult Console::save(Snapshot snapshot, ScanKind kind, const QString& target, bool forward)
+{
+    const SharedFrame whole = lastFrame(kind);
+    const FrameBuffer* frame = whole != nullptr ? whole.get() : runningFrame(kind);
+    if (frame == nullptr) return told({false, tr("There is no %1 to save yet").arg(scanKindName(kind))});
+    return told(saveSnapshot(*frame, snapshot, target, channelName(kind), forward));
+}
+
+SaveResult Console::startLog(const QString& target)
+{
+    const ScanSettings& settings = m_scan->settings();
+    FrameBuffer meta; // inactive: no samples
+    describeFrame(settings, &meta);
+    return told(m_log.start(meta, target, channelName(settings.kind)));
+}
+
+SaveResult Console::stopLog()
+{
+    return told(m_log.stop());
+}
+
+SaveResult Console::told(const SaveResult& result)
+{
+    tell(result.text, !result.ok);
+    return result;
+}
+
+void Console::tell(const QString& text, bool isProblem)
+{
+    const QByteArray line = text.toUtf8();
+    if (isProblem)
+        traceError(false, "%s", line.constData());
+    else
+        traceTrace("%s", line.constData());
+    emit message(text, isProblem);
+}
+
+} // namespace bench

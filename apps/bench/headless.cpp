@@ -1,0 +1,282 @@
+#include "headless.h"
+
+#include "apps/controller/controllerlink.h"
+#include "mainwindow.h"
+
+#include <cmath>
+#include <QDir>
+#include <QFile>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QPixmap>
+#include <vorelutil/frames/framebuffer.h>
+#include <vorelutil/trace/tracelog.h>
+
+namespace bench {
+
+namespace {
+
+struct Value
+{
+    int address;
+    int value;
+    const char* name;
+};
+
+// clang-format off
+constexpr Value values[] = {
+    {controller::outputVoltage, 1234,    "output voltage"},
+    {controller::frequency,     2500000, "frequency"},
+    {controller::exposureTime,  40,      "exposure time"},
+    {controller::xPosition,     -75000,  "x position"},
+    {controller::attenuator,    512,     "attenuator"},
+};
+// clang-format on
+constexpr int valueCount = static_cast<int>(std::size(values));
+
+} // namespace
+
+HeadlessRun::HeadlessRun(Console* console, MainWindow* window, const QString& folder,
+                         const ScanSettings& scan, double seconds, QObject* parent)
+    : QObject(parent)
+    , m_console(console)
+    , m_window(window)
+    , m_folder(folder)
+    , m_settings(scan)
+    , m_seconds(seconds)
+{
+    // A link that was lost and is back takes the step again.
+    connect(console, &Console::readyChanged, this, [this](bool ready) {
+        if (ready) begin(m_step);
+    });
+    connect(console->link(), &ControllerLink::acknowledged, this,
+            [this](int number, int address, int, int reason, int value) {
+                onAcknowledged(number, address, reason, value);
+            });
+    connect(console, &Console::frameDone, this, &HeadlessRun::onFrame);
+    connect(console->scan(), &Scan::stopped, this, &HeadlessRun::onStopped);
+    connect(console->scan(), &Scan::failed, this, &HeadlessRun::onScanFailed);
+    m_deadline.setSingleShot(true);
+    m_deadline.setTimerType(Qt::PreciseTimer);
+    connect(&m_deadline, &QTimer::timeout, this, &HeadlessRun::onTimeOver);
+    m_deadline.start(static_cast<int>(std::lround(seconds * 1000)));
+}
+
+QString HeadlessRun::path(const char* name) const
+{
+    return QDir(m_folder).filePath(QLatin1String(name));
+}
+
+QString HeadlessRun::stepName() const
+{
+    switch (m_step) {
+    case Step::Values:
+        return m_console->isReady() ? tr("setting values") : tr("connecting");
+    case Step::Area:
+        return tr("the area scan");
+    case Step::Line:
+        return tr("the line scan");
+    case Step::Stream:
+        return tr("the stream");
+    case Step::Dwell:
+    case Step::Ending:
+        break;
+    }
+    return tr("the end");
+}
+
+void HeadlessRun::begin(Step step)
+{
+    if (m_over) return;
+    m_step = step;
+    m_haveFrame = false;
+    ScanSettings settings = m_settings;
+    switch (step) {
+    case Step::Values:
+        sendValues();
+        return;
+    case Step::Area:
+    case Step::Dwell:
+        settings.kind = ScanKind::Area;
+        break;
+    case Step::Line:
+        settings.kind = ScanKind::Line;
+        break;
+    case Step::Stream:
+        settings.kind = ScanKind::Stream;
+        break;
+    case Step::Ending:
+        return;
+    }
+    if (!m_console->startScan(settings)) {
+        fail(tr("%1 could not be started").arg(stepName()));
+        return;
+    }
+    if (step == Step::Stream) {
+        const SaveResult log = m_console->startLog(path("log.csv"));
+        if (!log.ok) fail(log.text);
+    }
+}
+
+void HeadlessRun::sendValues()
+{
+    m_setting.clear();
+    m_reading.clear();
+    for (int i = 0; i < valueCount; ++i)
+        m_setting.insert(m_console->link()->set(values[i].address, values[i].value), i);
+}
+
+// Each value is read back when its setting is confirmed, and compared.
+void HeadlessRun::onAcknowledged(int number, int address, int reason, int value)
+{
+    if (m_over || m_step != Step::Values || number == 0) return;
+    const bool wasSet = m_setting.contains(number);
+    if (!wasSet && !m_reading.contains(number)) return;
+    const int i = wasSet ? m_setting.take(number) : m_reading.take(number);
+    const Value& wanted = values[i];
+    if (reason != controller::reasonOk) {
+        fail(tr("the controller refused the %1: %2")
+                 .arg(QLatin1String(wanted.name), QLatin1String(tracePrintReason(reason))));
+    } else if (wasSet) {
+        m_reading.insert(m_console->link()->get(address), i);
+    } else if (value != wanted.value) {
+        fail(tr("the %1 was set to %2 and reads back %3")
+                 .arg(QLatin1String(wanted.name))
+                 .arg(wanted.value)
+                 .arg(value));
+    } else if (m_setting.isEmpty() && m_reading.isEmpty()) {
+        begin(Step::Area);
+    }
+}
+
+void HeadlessRun::onFrame(ScanKind kind)
+{
+    if (m_over || m_haveFrame) return;
+    m_haveFrame = true;
+    switch (m_step) {
+    case Step::Area:
+        save(Snapshot::Text, kind, "area.asc");
+        save(Snapshot::Binary, kind, "area.bcr");
+        break;
+    case Step::Line:
+        save(Snapshot::Line, kind, "line.csv");
+        break;
+    case Step::Stream: {
+        save(Snapshot::Line, kind, "stream.csv");
+        const SaveResult log = m_console->stopLog();
+        if (!log.ok) fail(log.text);
+        break;
+    }
+    case Step::Values:
+    case Step::Dwell:
+    case Step::Ending:
+        return;
+    }
+    if (!m_over) m_console->scan()->stop();
+}
+
+void HeadlessRun::save(Snapshot snapshot, ScanKind kind, const char* name)
+{
+    if (m_over) return;
+    const bool forward = m_settings.mode != FrameBuffer::Backward; // which has no forward pass
+    const SaveResult result = m_console->save(snapshot, kind, path(name), forward);
+    if (!result.ok) fail(result.text);
+}
+
+void HeadlessRun::onStopped()
+{
+    if (m_over) return;
+    switch (m_step) {
+    case Step::Area:
+        begin(Step::Line);
+        break;
+    case Step::Line:
+        begin(Step::Stream);
+        break;
+    case Step::Stream:
+        begin(Step::Dwell);
+        break;
+    case Step::Ending:
+        finish();
+        break;
+    case Step::Values:
+    case Step::Dwell:
+        break;
+    }
+}
+
+void HeadlessRun::onScanFailed(const QString& text)
+{
+    if (m_over) return;
+    if (m_step == Step::Ending)
+        finish(); // the roads are taken; the link broke while the scan was being stopped
+    else if (m_console->link()->state() == ControllerLink::Connected)
+        fail(tr("%1: %2").arg(stepName(), text));
+}
+
+void HeadlessRun::onTimeOver()
+{
+    if (m_over) return;
+    if (m_step != Step::Dwell) {
+        fail(tr("%1 was not done within %2 seconds (link: %3)")
+                 .arg(stepName())
+                 .arg(m_seconds)
+                 .arg(m_console->link()->stateText()));
+        return;
+    }
+    m_step = Step::Ending;
+    if (!writePicture()) return;
+    if (m_console->scan()->isIdle())
+        finish();
+    else
+        m_console->scan()->stop();
+}
+
+void HeadlessRun::interrupt()
+{
+    fail(tr("interrupted during %1").arg(stepName()));
+}
+
+bool HeadlessRun::writePicture()
+{
+    m_window->refreshNow();
+    const QString file = path("bench.png");
+    if (m_window->grab().save(file)) return true;
+    fail(tr("%1 could not be written").arg(file));
+    return false;
+}
+
+bool HeadlessRun::writeSummary()
+{
+    const Scan& scan = *m_console->scan();
+    const ControllerLink& link = *m_console->link();
+    const QJsonObject summary{
+        {QStringLiteral("telegrams"), link.telegramCount()},
+        {QStringLiteral("samples"), scan.sampleCount()},
+        {QStringLiteral("frames"), scan.frameCount()},
+        {QStringLiteral("events"), 0},
+        {QStringLiteral("errors"), link.errorCount() + scan.gapCount() + scan.refusedCount()},
+        {QStringLiteral("reconnects"), link.reconnectCount()},
+    };
+    QFile file(path("summary.json"));
+    const QByteArray text = QJsonDocument(summary).toJson();
+    if (file.open(QIODevice::WriteOnly) && file.write(text) == text.size() && file.flush()) return true;
+    fail(tr("%1 could not be written: %2").arg(file.fileName(), file.errorString()));
+    return false;
+}
+
+void HeadlessRun::fail(const QString& text)
+{
+    if (m_over) return;
+    m_over = true;
+    emit finished(text);
+}
+
+void HeadlessRun::finish()
+{
+    if (!writeSummary()) return;
+    m_over = true;
+    emit finished(QString());
+}
+
+} // namespace bench

@@ -1,0 +1,73 @@
+#pragma once
+
+#include "console.h"
+
+#include <QHash>
+#include <QTimer>
+
+namespace bench {
+
+class MainWindow;
+
+/// Takes the console's roads by itself: values, an area, a line, a stream with its log; then the area goes on
+/// until the time is over.
+///
+/// The files hold the first whole frame of each kind, and of the stream's samples exactly that frame's, so
+/// that their contents depend on the controller alone.
+class HeadlessRun : public QObject
+{
+    Q_OBJECT
+
+public:
+    /// `console` and `window` must outlive the run. The console is to be connected by the caller, the folder
+    /// to exist.
+    HeadlessRun(Console* console, MainWindow* window, const QString& folder, const ScanSettings& scan,
+                double seconds, QObject* parent = nullptr);
+
+    /// Ends the run early, as a failure.
+    void interrupt();
+
+signals:
+    /// The run is over. Empty: every road was taken; else what went wrong.
+    void finished(const QString& failure);
+
+private:
+    enum class Step
+    {
+        Values,
+        Area,
+        Line,
+        Stream,
+        Dwell,
+        Ending
+    };
+
+    void begin(Step step);
+    void sendValues();
+    void onAcknowledged(int number, int address, int reason, int value);
+    void onFrame(ScanKind kind);
+    void onStopped();
+    void onScanFailed(const QString& text);
+    void onTimeOver();
+    void save(Snapshot snapshot, ScanKind kind, const char* name);
+    void fail(const QString& text);
+    void finish();
+    bool writePicture();
+    bool writeSummary();
+    QString path(const char* name) const;
+    QString stepName() const;
+
+    Console* m_console;
+    MainWindow* m_window;
+    QString m_folder;
+    ScanSettings m_settings;
+    double m_seconds;
+    QTimer m_deadline;
+    Step m_step = Step::Values;
+    QHash<int, int> m_setting; ///< requests that are under way: number to index of the value
+    QHash<int, int> m_reading;
+    bool m_haveFrame = false; ///< of this step
+    bool m_over = false;
+};
+
+} // namespace bench

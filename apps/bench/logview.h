@@ -1,0 +1,36 @@
+#pragma once
+
+#include <QFile>
+#include <QPlainTextEdit>
+#include <QTimer>
+
+namespace bench {
+
+/// Shows the end of a growing text file.
+///
+/// Bounded in lines, and in what it reads at a time: when the file grows faster than a person can read, it
+/// leaves out what lies between, and says so. A file that shrank or was replaced is read from its start.
+class LogView : public QPlainTextEdit
+{
+    Q_OBJECT
+
+public:
+    static constexpr int shownLines = 2000;
+    static constexpr qint64 chunkBytes = 32 * 1024;
+
+    explicit LogView(QWidget* parent = nullptr);
+
+    /// Follows `path`; an empty path shows nothing more.
+    void follow(const QString& path);
+
+public slots:
+    /// Reads what was added, as a timer does five times a second.
+    void readMore();
+
+private:
+    QFile m_file;
+    QTimer m_timer;
+    QByteArray m_partial; ///< the beginning of a line whose end is not written yet
+};
+
+} // namespace bench

@@ -1,0 +1,105 @@
+#include "apps/cli/stopsignal.h"
+#include "apps/simulator/simulator.h"
+#include "console.h"
+#include "headless.h"
+#include "mainwindow.h"
+#include "options.h"
+#include "tracefiles.h"
+
+#include <cstdio>
+#include <memory>
+#include <QApplication>
+#include <QDir>
+#include <QStandardPaths>
+
+namespace {
+
+int complain(const QString& text)
+{
+    std::fprintf(stderr, "vorelbench: %s\n", text.toLocal8Bit().constData());
+    return 1;
+}
+
+// Qt ends the process with a core dump where there is no display.
+bool hasDisplay()
+{
+#if defined(Q_OS_LINUX)
+    for (const char* name : {"DISPLAY", "WAYLAND_DISPLAY", "QT_QPA_PLATFORM"})
+        if (!qEnvironmentVariableIsEmpty(name)) return true;
+    return false;
+#else
+    return true;
+#endif
+}
+
+int runHeadless(bench::Console* console, bench::MainWindow* window, const bench::Options& options,
+                StopSignal* stop)
+{
+    QString failure;
+    bench::HeadlessRun run(console, window, options.outFolder, options.scan, options.seconds);
+    QObject::connect(&run, &bench::HeadlessRun::finished, qApp, [&failure](const QString& text) {
+        failure = text;
+        qApp->quit();
+    });
+    QObject::connect(stop, &StopSignal::received, &run, &bench::HeadlessRun::interrupt);
+    console->connectTo(options.host, options.port);
+    qApp->exec();
+    console->disconnectFrom();
+    return failure.isEmpty() ? 0 : complain(failure);
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    bench::Options options;
+    const int exitCode = bench::parseOptions(argc, argv, &options);
+    if (exitCode >= 0) return exitCode;
+    if (options.headless)
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+    else if (!hasDisplay())
+        return complain(QStringLiteral("there is no display; see --headless"));
+
+    int ownArguments = 1; // the options are read; Qt gets the program's name alone
+    QApplication::setAttribute(Qt::AA_EnableHighDpiScaling);
+    QApplication::setAttribute(Qt::AA_UseHighDpiPixmaps);
+    QApplication application(ownArguments, argv);
+    QApplication::setApplicationName(QStringLiteral("vorelbench"));
+    QApplication::setWindowIcon(QIcon(QStringLiteral(":/bench/vorelbench.svg")));
+    // Numbers in the window look as those in the files.
+    QLocale::setDefault(QLocale::c());
+    if (!bench::applyTheme(&application, options.style, options.theme))
+        return complain(QStringLiteral("there is no style %1").arg(options.style));
+
+    bench::TraceFiles trace;
+    if (options.headless) {
+        if (!QDir().mkpath(options.outFolder) ||
+            !trace.openFile(QDir(options.outFolder).filePath("trace.log")))
+            return complain(QStringLiteral("%1 cannot be written to").arg(options.outFolder));
+    } else {
+        trace.openInFolder(QStandardPaths::writableLocation(QStandardPaths::AppDataLocation) + "/logs");
+    }
+
+    std::unique_ptr<Simulator> simulator;
+    if (options.host.isEmpty()) {
+        simulator = std::make_unique<Simulator>(Simulator::Options());
+        QString error;
+        if (!simulator->start(&error)) return complain(error);
+        options.host = QStringLiteral("127.0.0.1");
+        options.port = simulator->port();
+    }
+
+    bench::Console console;
+    bench::MainWindow window(&console);
+    window.setAddress(options.host, options.port);
+    window.setScanSettings(options.scan);
+    window.followLog(trace.currentFile());
+    QObject::connect(&trace, &bench::TraceFiles::fileChanged, &window, &bench::MainWindow::followLog);
+    window.show();
+
+    StopSignal stop;
+    if (options.headless) return runHeadless(&console, &window, options, &stop);
+    QObject::connect(&stop, &StopSignal::received, &window, &QWidget::close);
+    console.connectTo(options.host, options.port);
+    return QApplication::exec();
+}

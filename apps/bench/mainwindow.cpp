@@ -1,0 +1,399 @@
+#include "mainwindow.h"
+
+#include "apps/controller/controllerlink.h"
+#include "console.h"
+#include "imageplot.h"
+#include "logview.h"
+#include "profileplot.h"
+#include "scanpanel.h"
+
+#include <new>
+#include <QCloseEvent>
+#include <QComboBox>
+#include <QFileDialog>
+#include <QFormLayout>
+#include <QLabel>
+#include <QLineEdit>
+#include <QMessageBox>
+#include <QPushButton>
+#include <QScreen>
+#include <QSpinBox>
+#include <QSplitter>
+#include <QStatusBar>
+#include <QVBoxLayout>
+#include <QWindow>
+#include <vorelutil/frames/framebuffer.h>
+
+namespace bench {
+
+namespace {
+
+constexpr int textMilliseconds = 200;
+constexpr int controlsWidth = 268;
+
+QLabel* makeHeading(const QString& text, QWidget* parent)
+{
+    auto* label = new QLabel(text, parent);
+    QFont font = label->font();
+    font.setBold(true);
+    label->setFont(font);
+    return label;
+}
+
+QWidget* withHeading(const QString& heading, QWidget* content, QWidget* parent)
+{
+    auto* panel = new QWidget(parent);
+    auto* layout = new QVBoxLayout(panel);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->setSpacing(3);
+    layout->addWidget(makeHeading(heading, panel));
+    layout->addWidget(content, 1);
+    return panel;
+}
+
+} // namespace
+
+MainWindow::MainWindow(Console* console, QWidget* parent)
+    : QMainWindow(parent)
+    , m_console(console)
+    , m_gate([this] { repaintPlots(); })
+{
+    setWindowTitle(tr("vorelbench"));
+    m_image = new ImagePlot(this);
+    m_line = new ProfilePlot(ProfilePlot::Line, this);
+    m_stream = new ProfilePlot(ProfilePlot::Stream, this);
+    m_log = new LogView(this);
+
+    auto* profiles = new QSplitter(Qt::Vertical, this);
+    profiles->addWidget(withHeading(tr("Current line"), m_line, profiles));
+    profiles->addWidget(withHeading(tr("Stream"), m_stream, profiles));
+    auto* plots = new QSplitter(Qt::Horizontal, this);
+    plots->addWidget(makeImagePanel());
+    plots->addWidget(profiles);
+    plots->setStretchFactor(0, 3);
+    plots->setStretchFactor(1, 2);
+    plots->setSizes({670, 300});
+    auto* right = new QSplitter(Qt::Vertical, this);
+    right->addWidget(plots);
+    right->addWidget(withHeading(tr("Trace log"), m_log, right));
+    right->setStretchFactor(0, 4);
+    right->setStretchFactor(1, 1);
+    right->setSizes({540, 170});
+
+    auto* centre = new QWidget(this);
+    auto* layout = new QHBoxLayout(centre);
+    layout->addWidget(makeControls());
+    layout->addWidget(right, 1);
+    setCentralWidget(centre);
+    makeStatusBar();
+    connectSignals();
+    setMinimumSize(900, 640); // stated, so that changing texts do not change it
+    resize(1280, 800);
+    updateState();
+    updatePasses();
+}
+
+MainWindow::~MainWindow() = default;
+
+QWidget* MainWindow::makeControls()
+{
+    auto* controls = new QWidget(this);
+    controls->setFixedWidth(controlsWidth);
+    auto* layout = new QVBoxLayout(controls);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->addWidget(makeLinkGroup());
+    m_scanPanel = new ScanPanel(controls);
+    layout->addWidget(m_scanPanel);
+    layout->addWidget(makeSaveGroup());
+    layout->addStretch(1);
+    return controls;
+}
+
+QWidget* MainWindow::makeLinkGroup()
+{
+    auto* group = new QGroupBox(tr("Link"), this);
+    auto* form = new QFormLayout(group);
+    m_host = new QLineEdit(QStringLiteral("127.0.0.1"), group);
+    m_port = new QSpinBox(group);
+    m_port->setRange(1, 65535);
+    m_connect = new QPushButton(tr("&Connect"), group);
+    form->addRow(tr("&Host"), m_host);
+    form->addRow(tr("Por&t"), m_port);
+    form->addRow(m_connect);
+    connect(m_connect, &QPushButton::clicked, this, &MainWindow::toggleLink);
+    return group;
+}
+
+QWidget* MainWindow::makeSaveGroup()
+{
+    auto* group = new QGroupBox(tr("Save"), this);
+    group->setToolTip(tr("The last whole frame is saved, or what there is of the first one"));
+    auto* layout = new QVBoxLayout(group);
+    struct Entry
+    {
+        QString text;
+        Snapshot snapshot;
+        ScanKind kind;
+        QString suggestion;
+        QString filter;
+    };
+    const Entry entries[] = {
+        {tr("Area, text..."), Snapshot::Text, ScanKind::Area, QStringLiteral("area.asc"),
+         tr("Text snapshots (*.asc)")},
+        {tr("Area, binary..."), Snapshot::Binary, ScanKind::Area, QStringLiteral("area.bcr"),
+         tr("Binary snapshots (*.bcr)")},
+        {tr("Line..."), Snapshot::Line, ScanKind::Line, QStringLiteral("line.csv"),
+         tr("Line exports (*.csv)")},
+        {tr("Stream..."), Snapshot::Line, ScanKind::Stream, QStringLiteral("stream.csv"),
+         tr("Line exports (*.csv)")},
+    };
+    for (const Entry& entry : entries) {
+        auto* button = new QPushButton(entry.text, group);
+        layout->addWidget(button);
+        connect(button, &QPushButton::clicked, this,
+                [this, entry] { saveAs(entry.snapshot, entry.kind, entry.suggestion, entry.filter); });
+    }
+    m_logButton = new QPushButton(group);
+    layout->addWidget(m_logButton);
+    connect(m_logButton, &QPushButton::clicked, this, &MainWindow::toggleLog);
+    return group;
+}
+
+QWidget* MainWindow::makeImagePanel()
+{
+    auto* panel = new QWidget(this);
+    auto* header = new QHBoxLayout;
+    m_pass = new QComboBox(panel);
+    m_pass->setAccessibleName(tr("Pass that the image shows"));
+    m_imageText = new QLabel(panel);
+    m_voidSample = new QLabel(panel);
+    m_voidText = new QLabel(tr("void"), panel);
+    header->addWidget(makeHeading(tr("Area"), panel));
+    header->addWidget(m_pass);
+    header->addWidget(m_imageText, 1);
+    header->addWidget(m_voidSample);
+    header->addWidget(m_voidText);
+    auto* layout = new QVBoxLayout(panel);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->setSpacing(3);
+    layout->addLayout(header);
+    layout->addWidget(m_image, 1);
+    connect(m_pass, QOverload<int>::of(&QComboBox::activated), this, [this] { m_gate.request(); });
+    return panel;
+}
+
+void MainWindow::makeStatusBar()
+{
+    m_linkText = new QLabel(this);
+    m_scanText = new QLabel(this);
+    m_message = new QLabel(this);
+    for (QLabel* label : {m_linkText, m_scanText, m_message}) {
+        label->setTextFormat(Qt::PlainText);
+        label->setMinimumWidth(1); // a long text is cut, and does not widen the window
+    }
+    for (QLabel* label : {m_linkText, m_scanText}) label->setContentsMargins(4, 0, 18, 0);
+    statusBar()->addWidget(m_linkText);
+    statusBar()->addWidget(m_scanText);
+    statusBar()->addWidget(m_message, 1);
+}
+
+void MainWindow::connectSignals()
+{
+    Scan* scan = m_console->scan();
+    connect(m_scanPanel, &ScanPanel::startRequested, m_console, &Console::startScan);
+    connect(m_scanPanel, &ScanPanel::stopRequested, scan, &Scan::stop);
+    connect(scan, &Scan::samplesAdded, &m_gate, &RepaintGate::request);
+    connect(scan, &Scan::stateChanged, this, [this] {
+        updateState();
+        updatePasses();
+        m_gate.request();
+    });
+    connect(m_console->link(), &ControllerLink::stateChanged, this, &MainWindow::updateState);
+    connect(m_console, &Console::readyChanged, this, &MainWindow::updateState);
+    connect(m_console, &Console::message, this, &MainWindow::showMessage);
+    connect(&m_textTimer, &QTimer::timeout, this, &MainWindow::updateScanText);
+    m_textTimer.start(textMilliseconds);
+}
+
+void MainWindow::setAddress(const QString& host, int port)
+{
+    m_host->setText(host);
+    m_port->setValue(port);
+}
+
+void MainWindow::setScanSettings(const ScanSettings& settings)
+{
+    m_scanPanel->setSettings(settings);
+}
+
+void MainWindow::followLog(const QString& path)
+{
+    m_log->follow(path);
+}
+
+void MainWindow::refreshNow()
+{
+    m_log->readMore();
+    updateState();
+    updatePasses();
+    m_gate.repaintNow();
+}
+
+void MainWindow::showEvent(QShowEvent* event)
+{
+    QMainWindow::showEvent(event);
+    if (windowHandle() != nullptr && windowHandle()->screen() != nullptr)
+        m_gate.setRefreshRate(windowHandle()->screen()->refreshRate());
+    showVoidLegend();
+}
+
+void MainWindow::changeEvent(QEvent* event)
+{
+    QMainWindow::changeEvent(event);
+    if (event->type() == QEvent::PaletteChange && m_voidSample != nullptr) showVoidLegend();
+}
+
+void MainWindow::closeEvent(QCloseEvent* event)
+{
+    if (m_console->isLogging()) m_console->stopLog();
+    m_console->disconnectFrom();
+    event->accept();
+}
+
+void MainWindow::showVoidLegend()
+{
+    m_voidSample->setPixmap(m_image->voidSample());
+}
+
+// Only what the running scan changes; both images and the line come from an area.
+void MainWindow::repaintPlots()
+{
+    try {
+        const Console& console = *m_console;
+        const ScanKind kind = console.scan()->settings().kind;
+        if (kind == ScanKind::Area) {
+            const bool forward = m_pass->currentData().toBool();
+            m_image->showFrames(console.lastFrame(kind), console.runningFrame(kind), forward);
+            const bool hasVoid = m_image->image().hasVoid();
+            m_voidSample->setVisible(hasVoid);
+            m_voidText->setVisible(hasVoid);
+        }
+        ProfilePlot* profile = kind == ScanKind::Stream ? m_stream : m_line;
+        profile->showFrame(console.runningFrame(kind), console.lastFrame(kind).get());
+    } catch (const std::bad_alloc&) {
+        showMessage(tr("There is no memory for the picture"), true);
+    }
+}
+
+void MainWindow::updateState()
+{
+    const ControllerLink::State link = m_console->link()->state();
+    m_linkText->setText(tr("Link: %1").arg(m_console->link()->stateText()));
+    const bool off = link == ControllerLink::Off;
+    m_connect->setText(off ? tr("&Connect") : tr("Dis&connect"));
+    m_host->setEnabled(off);
+    m_port->setEnabled(off);
+    m_scanPanel->setState(m_console->isReady(), !m_console->scan()->isIdle());
+    updateScanText();
+}
+
+void MainWindow::updateScanText()
+{
+    const Scan& scan = *m_console->scan();
+    const ScanSettings& settings = scan.settings();
+    QString text;
+    switch (scan.state()) {
+    case Scan::State::Idle:
+        text = tr("no scan");
+        break;
+    case Scan::State::Preparing:
+        text = tr("preparing");
+        break;
+    case Scan::State::Running:
+        text = tr("running");
+        break;
+    case Scan::State::RestartStopping:
+    case Scan::State::RestartPlacing:
+        text = tr("returning to low positions");
+        break;
+    case Scan::State::Stopping:
+        text = tr("stopping");
+        break;
+    }
+    text = tr("Scan: %1, %2 whole frames").arg(text).arg(scan.frameCount());
+    if (scan.gapCount() + scan.refusedCount() > 0)
+        text += tr(", %1 faults in the data").arg(scan.gapCount() + scan.refusedCount());
+    m_scanText->setText(text);
+
+    const FrameBuffer* area = m_console->runningFrame(ScanKind::Area);
+    if (area != nullptr && area->frameSize() > 0)
+        m_imageText->setText(tr("%1 x %2, %3 %")
+                                 .arg(settings.xPixels)
+                                 .arg(settings.yPixels)
+                                 .arg(100ULL * area->filled() / area->frameSize()));
+    m_logButton->setText(m_console->isLogging() ? tr("Stop the log (%1)").arg(m_console->loggedCount())
+                                                : tr("Log samples..."));
+}
+
+// The passes that the area scan has; a choice that still exists is kept.
+void MainWindow::updatePasses()
+{
+    const ScanSettings& settings = m_console->scan()->settings();
+    if (settings.kind != ScanKind::Area) return;
+    const bool forward = settings.mode != FrameBuffer::Backward;
+    const bool backward = settings.mode != FrameBuffer::Forward;
+    if (m_pass->count() == int(forward) + int(backward) && m_pass->findData(forward) >= 0) return;
+    const bool wasForward = m_pass->count() == 0 || m_pass->currentData().toBool();
+    m_pass->clear();
+    if (forward) m_pass->addItem(tr("forward"), true);
+    if (backward) m_pass->addItem(tr("backward"), false);
+    m_pass->setCurrentIndex(std::max(0, m_pass->findData(wasForward)));
+    m_pass->setEnabled(m_pass->count() > 1);
+}
+
+void MainWindow::showMessage(const QString& text, bool isProblem)
+{
+    m_message->setText(text);
+    m_message->setToolTip(text);
+    QPalette palette = statusBar()->palette();
+    if (isProblem) {
+        const bool dark = palette.color(QPalette::Window).lightness() < 128;
+        palette.setColor(QPalette::WindowText, dark ? QColor(0xff8f80) : QColor(0xb3261e));
+    }
+    m_message->setPalette(palette);
+}
+
+void MainWindow::toggleLink()
+{
+    if (m_console->link()->state() == ControllerLink::Off)
+        m_console->connectTo(m_host->text(), m_port->value());
+    else
+        m_console->disconnectFrom();
+    updateState();
+}
+
+void MainWindow::toggleLog()
+{
+    if (m_console->isLogging()) {
+        const SaveResult result = m_console->stopLog();
+        if (!result.ok) QMessageBox::warning(this, tr("Save"), result.text);
+    } else {
+        const QString path = QFileDialog::getSaveFileName(this, tr("Log samples"), QStringLiteral("log.csv"),
+                                                          tr("Running logs (*.csv)"));
+        if (path.isEmpty()) return;
+        const SaveResult result = m_console->startLog(path);
+        if (!result.ok) QMessageBox::warning(this, tr("Save"), result.text);
+    }
+    updateScanText();
+}
+
+void MainWindow::saveAs(Snapshot snapshot, ScanKind kind, const QString& suggestion, const QString& filter)
+{
+    const QString path = QFileDialog::getSaveFileName(this, tr("Save"), suggestion, filter);
+    if (path.isEmpty()) return;
+    const bool forward = m_pass->count() == 0 || m_pass->currentData().toBool();
+    const SaveResult result = m_console->save(snapshot, kind, path, forward);
+    if (!result.ok) QMessageBox::warning(this, tr("Save"), result.text);
+}
+
+} // namespace bench

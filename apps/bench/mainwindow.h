@@ -1,0 +1,88 @@
+#pragma once
+
+#include "repaintgate.h"
+#include "safesave.h"
+#include "scansettings.h"
+
+#include <QMainWindow>
+#include <QTimer>
+
+class QComboBox;
+class QLabel;
+class QLineEdit;
+class QPushButton;
+class QSpinBox;
+
+namespace bench {
+
+class Console;
+class ImagePlot;
+class LogView;
+class ProfilePlot;
+class ScanPanel;
+
+/// The console's window: image, current line and stream, trace log, and the operator's controls.
+class MainWindow : public QMainWindow
+{
+    Q_OBJECT
+
+public:
+    /// `console` must outlive the window.
+    explicit MainWindow(Console* console, QWidget* parent = nullptr);
+    ~MainWindow() override;
+
+    /// What the fields offer at the start.
+    void setAddress(const QString& host, int port);
+    void setScanSettings(const ScanSettings& settings);
+    /// The log that the window follows.
+    void followLog(const QString& path);
+
+    /// Brings everything that is shown up to date, as before a picture is taken.
+    void refreshNow();
+
+protected:
+    void showEvent(QShowEvent* event) override;
+    void changeEvent(QEvent* event) override;
+    void closeEvent(QCloseEvent* event) override;
+
+private:
+    QWidget* makeControls();
+    QWidget* makeLinkGroup();
+    QWidget* makeSaveGroup();
+    QWidget* makeImagePanel();
+    void makeStatusBar();
+    void connectSignals();
+
+    void repaintPlots();
+    void updateState();
+    void updateScanText();
+    void updatePasses();
+    void showMessage(const QString& text, bool isProblem);
+    void toggleLink();
+    void toggleLog();
+    void saveAs(Snapshot snapshot, ScanKind kind, const QString& suggestion, const QString& filter);
+    void showVoidLegend();
+
+    Console* m_console;
+    RepaintGate m_gate;
+    QTimer m_textTimer; ///< progress texts, a few times a second
+
+    QLineEdit* m_host = nullptr;
+    QSpinBox* m_port = nullptr;
+    QPushButton* m_connect = nullptr;
+    ScanPanel* m_scanPanel = nullptr;
+    QPushButton* m_logButton = nullptr;
+    QComboBox* m_pass = nullptr;
+    QLabel* m_imageText = nullptr;
+    QLabel* m_voidSample = nullptr;
+    QLabel* m_voidText = nullptr;
+    ImagePlot* m_image = nullptr;
+    ProfilePlot* m_line = nullptr;
+    ProfilePlot* m_stream = nullptr;
+    LogView* m_log = nullptr;
+    QLabel* m_linkText = nullptr;
+    QLabel* m_scanText = nullptr;
+    QLabel* m_message = nullptr;
+};
+
+} // namespace bench

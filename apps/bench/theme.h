@@ -1,0 +1,20 @@
+#pragma once
+
+#include <QString>
+
+class QApplication;
+
+namespace bench {
+
+enum class Theme
+{
+    Platform, ///< the palette that the desktop gives
+    Light,
+    Dark,
+};
+
+/// Sets the widget style (empty: the platform's) and the palette. With a theme of its own and no style the
+/// style is "fusion", which follows a palette everywhere. False for a style that does not exist.
+bool applyTheme(QApplication* application, const QString& style, Theme theme);
+
+} // namespace bench
