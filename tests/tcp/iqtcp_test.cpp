@@ -1,0 +1,217 @@
+#include "loopback.h"
+
+#include <atomic>
+#include <filesystem>
+#include <functional>
+#include <gtest/gtest.h>
+#include <QElapsedTimer>
+#include <QEvent>
+#include <QMetaMethod>
+#include <thread>
+#include <vorelutil/tcp/iqtcp.h>
+
+using namespace loopback;
+
+namespace {
+
+/// A link with a record of its signals, in order, and of what arrived.
+struct Link
+{
+    QStringList signals_;
+    Bytes data;
+    std::function<void()> onData; ///< called once, inside dataReceived
+    std::unique_ptr<IQTcp> tcp;
+
+    Link()
+        : tcp(std::make_unique<IQTcp>(100000, nullptr, "link"))
+    {
+        QObject::connect(tcp.get(), &IQTcp::connected, [this](bool on) { signals_ << (on ? "on" : "off"); });
+        QObject::connect(tcp.get(), &IQTcp::error, [this] { signals_ << "error"; });
+        QObject::connect(tcp.get(), &IQTcp::dataReceived, [this](char* buffer, int length) {
+            const Bytes before(buffer, static_cast<std::size_t>(length));
+            data += before;
+            if (onData) std::exchange(onData, nullptr)();
+            EXPECT_EQ(Bytes(buffer, static_cast<std::size_t>(length)), before)
+                << "kept until the slot returns";
+        });
+    }
+    /// Connects to the listener, up to the signal.
+    Peer connectTo(const Listener& listener)
+    {
+        EXPECT_TRUE(tcp->connectToHost("127.0.0.1", listener.port()));
+        Peer peer = listener.accept();
+        EXPECT_TRUE(eventually([this] { return signals_.contains("on"); }));
+        return peer;
+    }
+    /// The signals that an event of this type leads to.
+    QStringList send(int type)
+    {
+        signals_.clear();
+        QEvent event(static_cast<QEvent::Type>(type));
+        EXPECT_TRUE(QCoreApplication::sendEvent(tcp.get(), &event));
+        return signals_;
+    }
+};
+
+std::ptrdiff_t threadCount()
+{
+    const std::filesystem::directory_iterator tasks("/proc/self/task");
+    return std::distance(begin(tasks), end(tasks));
+}
+
+} // namespace
+
+TEST(IQTcp, HasTheAgreedMetaObject)
+{
+    const QMetaObject& meta = IQTcp::staticMetaObject;
+    QStringList found;
+    for (int i = meta.methodOffset(); i < meta.methodCount(); ++i) {
+        const QMetaMethod method = meta.method(i);
+        found << QString("%1 %2 %3 ").arg(method.methodType()).arg(method.access()).arg(method.typeName())
+              << method.methodSignature() << " " << method.parameterNames().join(',') << "\n";
+    }
+    // 1 signal, 2 slot; 1 protected, 2 public
+    EXPECT_EQ(found.join("").toStdString(), "1 2 void dataReceived(char*,int) buffer,length\n"
+                                            "1 2 void connected(bool) connect\n"
+                                            "1 2 void error() \n"
+                                            "2 2 bool writeBlock(const char*,int) buffer,length\n"
+                                            "2 1 void readFromFifo() \n");
+    EXPECT_EQ(meta.propertyOffset(), meta.propertyCount());
+}
+
+TEST(IQTcp, LivesOneLifeFromIdleToClosing)
+{
+    Listener listener;
+    Link link;
+    EXPECT_EQ(link.tcp->getState(), IQTcp::Idle);
+    EXPECT_FALSE(link.tcp->disconnect());
+    EXPECT_EQ(link.tcp->getState(), IQTcp::Idle);
+    EXPECT_FALSE(link.tcp->writeBlock("x", 1));
+    Peer peer = link.connectTo(listener);
+    EXPECT_FALSE(link.tcp->connectToHost("127.0.0.1", 1));
+    EXPECT_EQ(link.tcp->getState(), IQTcp::Connected);
+    peer.write(frame("one") + frame("two"));
+    EXPECT_TRUE(eventually([&] { return link.data == frame("one") + frame("two"); }));
+    EXPECT_TRUE(link.tcp->writeBlock("reply", 5));
+    EXPECT_EQ(peer.read(5), "reply");
+
+    peer.shut(); // lost: it connects again
+    EXPECT_TRUE(eventually([&] { return link.signals_ == QStringList{"on", "error", "on"}; }));
+    EXPECT_EQ(link.tcp->getErrorMsg(), "");
+    peer = listener.accept();
+    peer.write(Bytes("\xff\xff\xff\xff", 4)); // broken: it connects again as well
+    EXPECT_TRUE(eventually([&] { return link.signals_ == QStringList{"on", "error", "on", "error", "on"}; }));
+    EXPECT_EQ(link.tcp->getErrorMsg(), "WSA_Error #71");
+
+    EXPECT_TRUE(link.tcp->disconnect());
+    peer = listener.accept();
+    EXPECT_EQ(peer.read(1), "");
+    for (const int type : {1000, 1001, 1002, 1003}) EXPECT_EQ(link.send(type), QStringList()) << type;
+    EXPECT_EQ(link.tcp->getState(), IQTcp::Closing);
+    EXPECT_FALSE(link.tcp->connectToHost("127.0.0.1", listener.port()));
+    EXPECT_FALSE(link.tcp->writeBlock("x", 1));
+    EXPECT_TRUE(link.tcp->disconnect());
+}
+
+TEST(IQTcp, TurnsEventsIntoStatesAndSignals)
+{
+    Link link;
+    EXPECT_EQ(link.send(1000), QStringList{"on"});
+    EXPECT_EQ(link.tcp->getState(), IQTcp::Connected);
+    EXPECT_EQ(link.send(1003), QStringList{"error"});
+    EXPECT_EQ(link.tcp->getState(), IQTcp::Connecting);
+    link.tcp->setPatient();
+    EXPECT_EQ(link.send(1003), QStringList()) << "last error 0 and still patient";
+    EXPECT_EQ(link.send(1002), QStringList{"off"});
+    EXPECT_EQ(link.tcp->getState(), IQTcp::Idle);
+    EXPECT_TRUE(link.tcp->connectToHost(QString(64, 'x'), 1)); // a new life, and patient no more
+    EXPECT_TRUE(eventually([&] { return link.signals_.contains("error"); }));
+    EXPECT_TRUE(link.tcp->getErrorMsg().startsWith("WSA_Error #"));
+}
+
+TEST(IQTcp, IsDestroyedWhateverItsThreadWaitsFor)
+{
+    Listener silent;
+    Listener closed;
+    closed.stop();
+    Listener full(0);
+    full.fillBacklog();
+    const auto threads = threadCount();
+    Link links[7];
+    const Peer receiving = links[0].connectTo(silent);
+    const Peer stalled = links[1].connectTo(silent);
+    stalled.write(frame("incomplete").substr(0, 9));
+    links[2].tcp = std::make_unique<IQTcp>(10, nullptr, nullptr);
+    EXPECT_TRUE(links[2].tcp->connectToHost("127.0.0.1", silent.port()));
+    const Peer tooLong = silent.accept();
+    EXPECT_TRUE(eventually([&] { return links[2].tcp->getState() == IQTcp::Connected; }));
+    tooLong.write(frame("too long to fit"));
+    EXPECT_TRUE(eventually([&] { return links[2].tcp->getAndClearOverload(); }));
+    links[3].tcp->connectToHost("127.0.0.1", closed.port());
+    EXPECT_TRUE(eventually([&] { return links[3].signals_.contains("error"); })); // pauses now
+    links[4].tcp->connectToHost("127.0.0.1", full.port());                        // is never answered
+    links[5].tcp->connectToHost(QString(64, 'x'), 1);
+    links[6].tcp->connectToHost("localhost", silent.port());
+    for (int i = 6; i >= 0; --i) {
+        QElapsedTimer clock;
+        clock.start();
+        links[i].tcp.reset();
+        EXPECT_LT(clock.elapsed(), 1000) << i;
+    }
+    EXPECT_TRUE(eventually([&] { return threadCount() == threads; })) << "no thread is left behind";
+}
+
+TEST(IQTcp, ConnectsDisconnectsAndDiesFiveHundredTimes)
+{
+    Listener listener;
+    std::atomic<bool> serving{true};
+    std::thread server([&] {
+        for (Peer peer = listener.accept(); serving; peer = listener.accept()) peer.write(frame("hello"));
+    });
+    for (int i = 0; i < 500; ++i) {
+        Link link;
+        ASSERT_TRUE(link.tcp->connectToHost("127.0.0.1", listener.port()));
+        ASSERT_TRUE(i % 3 == 0 || eventually([&] { return !link.signals_.empty(); })) << i;
+        if (i % 5 == 0) link.tcp->writeBlock("x", 1);
+        if (i % 2 == 0) link.tcp->disconnect();
+    }
+    serving = false;
+    Link last; // wakes the server
+    last.tcp->connectToHost("127.0.0.1", listener.port());
+    server.join();
+}
+
+TEST(IQTcp, SurvivesWhatSlotsDoInsideDataReceived)
+{
+    const Listener listeners[3];
+    Link nested; // an event loop, in which more arrives: nothing twice, nothing lost
+    Peer peer = nested.connectTo(listeners[0]);
+    nested.onData = [&] {
+        peer.write(frame("second"));
+        const QDeadlineTimer pause(150);
+        EXPECT_TRUE(eventually([&] {
+            QMetaObject::invokeMethod(nested.tcp.get(), "readFromFifo");
+            return pause.hasExpired();
+        }));
+        nested.data += "|";
+    };
+    peer.write(frame("first"));
+    EXPECT_TRUE(eventually([&] { return nested.data == frame("first") + "|" + frame("second"); }));
+
+    Link ending; // what follows is dropped, and no more signals
+    peer = ending.connectTo(listeners[1]);
+    ending.onData = [&] { EXPECT_TRUE(ending.tcp->disconnect()); };
+    peer.write(frame("bye"));
+    EXPECT_TRUE(eventually([&] { return ending.tcp->getState() == IQTcp::Closing; }));
+    EXPECT_EQ(peer.read(1), "");
+    QMetaObject::invokeMethod(ending.tcp.get(), "readFromFifo");
+    EXPECT_EQ(ending.data, frame("bye"));
+    EXPECT_EQ(ending.signals_, QStringList{"on"});
+
+    Link dying;
+    peer = dying.connectTo(listeners[2]);
+    dying.onData = [&] { dying.tcp.reset(); };
+    peer.write(frame("last"));
+    EXPECT_TRUE(eventually([&] { return dying.tcp == nullptr; }));
+    EXPECT_EQ(dying.data, frame("last"));
+}

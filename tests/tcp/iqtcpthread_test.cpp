@@ -1,0 +1,336 @@
+#include "loopback.h"
+
+#include <csignal>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <QElapsedTimer>
+#include <QEvent>
+#include <QRegularExpression>
+#include <sys/ioctl.h>
+#include <thread>
+#include <vorelutil/tcp/iqtcp.h>
+#include <vorelutil/tcp/iqtcpthread.h>
+
+using namespace loopback;
+using namespace std::string_literals;
+
+namespace {
+
+/// Keeps the events that are posted to it, with their times in milliseconds.
+struct Recorder : QObject
+{
+    QElapsedTimer clock;
+    std::vector<int> types;
+    std::vector<qint64> times;
+    bool event(QEvent* e) override
+    {
+        if (e->type() < QEvent::User) return QObject::event(e);
+        types.push_back(e->type());
+        times.push_back(clock.elapsed());
+        return true;
+    }
+    /// What is queued now or was seen since the last call.
+    std::vector<int> take()
+    {
+        QCoreApplication::sendPostedEvents(this);
+        return std::exchange(types, {});
+    }
+};
+
+/// A socket thread under test, which is stopped at the end, and the peer that it may be connected to.
+struct Fixture
+{
+    Recorder owner;
+    IQTcpThread thread;
+    IQTcpThread::Core& core = *thread.core();
+    Peer peer;
+
+    explicit Fixture(int fifoSize = 1000)
+        : thread(fifoSize, &owner, "pair", new IMutex)
+    {
+        int ends[2];
+        socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends);
+        peer = Peer(ends[1]);
+        thread.adopt(std::make_shared<platform::Socket>(ends[0]));
+    }
+    Fixture(const std::string& host, std::uint16_t port)
+        : thread(1000, &owner, "connector", new IMutex)
+    {
+        owner.clock.start();
+        core.host = host;
+        core.port = port;
+        core.state = IQTcp::Connecting;
+    }
+    ~Fixture()
+    {
+        thread.shutdown();
+        thread.wait();
+    }
+    Bytes drain()
+    {
+        Bytes all;
+        int count = 0;
+        while (const char* block = core.fifo.startRead(&count)) {
+            all.append(block, static_cast<std::size_t>(count));
+            core.fifo.finishRead(count);
+        }
+        return all;
+    }
+};
+
+const std::string unresolvable(64, 'x'); // a label of more than 63 characters
+QStringList messages;
+
+} // namespace
+
+TEST(IQTcpThread, CutsTheStreamIntoWholeFrames)
+{
+    struct Row
+    {
+        const char* desc;
+        Bytes wire;
+        std::vector<int> results;
+        Bytes inFifo;
+    };
+    // clang-format off
+    const Row rows[] = {
+        {"one frame",                 "\4\0\0\0abcd"s,                          {8, -1},    "\4\0\0\0abcd"s},
+        {"two frames at once",        "\1\0\0\0a\2\0\0\0bc"s,                   {5, 6, -1}, "\1\0\0\0a\2\0\0\0bc"s},
+        {"no payload",                "\0\0\0\0"s,                              {4, -1},    "\0\0\0\0"s},
+        {"closed at once",            ""s,                                      {-1},       ""s},
+        {"closed inside the length",  "\1\0\0\0a\4\0"s,                         {5, -1},    "\1\0\0\0a"s},
+        {"closed inside the payload", "\1\0\0\0a\4\0\0\0bcd"s,                  {5, -1},    "\1\0\0\0a"s},
+        {"length of -1",              "\1\0\0\0a\xff\xff\xff\xff" "bc"s,        {5, -1},    "\1\0\0\0a"s},
+        {"lowest length",             "\0\0\0\x80" "abc"s,                      {-1},       ""s},
+        {"never fits, not connected", "\xe5\3\0\0a"s,                           {0},        ""s},
+        {"longest, not connected",    "\xff\xff\xff\x7f" "a"s,                  {0},        ""s},
+    };
+    // clang-format on
+    for (const Row& row : rows) {
+        Fixture pair;
+        pair.peer.write(row.wire);
+        pair.peer.shut();
+        for (const int expected : row.results) EXPECT_EQ(pair.thread.read(), expected) << row.desc;
+        EXPECT_EQ(pair.drain(), row.inFifo) << row.desc;
+    }
+}
+
+TEST(IQTcpThread, TakesOneByteAtATimeAndReportsABlockThatIsNotThereYet)
+{
+    Fixture pair;
+    const Bytes wire = frame("slowly") + frame("");
+    std::thread sender([&] {
+        for (const char byte : wire) {
+            pair.peer.write(Bytes(1, byte));
+            int unread = 1;
+            while (ioctl(pair.peer.descriptor(), TIOCOUTQ, &unread) == 0 && unread > 0) sched_yield();
+        }
+    });
+    EXPECT_EQ(pair.thread.read(), 10);
+    EXPECT_EQ(pair.thread.read(), 4);
+    sender.join();
+    EXPECT_EQ(pair.drain(), wire);
+    fcntl(pair.core.socket->descriptor(), F_SETFL, O_NONBLOCK);
+    pair.peer.write("\4\0\0\0abc"s);
+    EXPECT_EQ(pair.thread.read(), 7);
+    EXPECT_EQ(pair.drain(), "");
+}
+
+TEST(IQTcpThread, DeliversALongStreamUnchangedThroughASmallRing)
+{
+    Fixture pair(400000);
+    pair.core.state = IQTcp::Connected;
+    Bytes wire;
+    for (unsigned random = 1; wire.size() < 8000000;) { // small and large, across all read-ahead boundaries
+        random = random * 1664525U + 1013904223U;
+        const std::size_t size = random >> 8U & (random >> 31U != 0 ? 0x3FU : 0xFFFFU);
+        wire += frame(Bytes(size, static_cast<char>(random >> 24U)));
+    }
+    std::thread sender([&] { pair.peer.write(wire); });
+    pair.thread.start();
+    Bytes arrived;
+    while (arrived.size() < wire.size() && eventually([&] { return !pair.owner.types.empty(); })) {
+        ASSERT_EQ(pair.owner.take(), std::vector<int>{1001}) << "one data event at a time";
+        arrived += pair.drain();
+        pair.thread.ackEvent();
+    }
+    sender.join();
+    EXPECT_TRUE(arrived == wire);
+}
+
+TEST(IQTcpThread, WaitsForRoomAndSaysSo)
+{
+    messages.clear();
+    const auto keep = [](QtMsgType, const QMessageLogContext&, const QString& text) { messages << text; };
+    const QtMessageHandler before = qInstallMessageHandler(keep);
+    Fixture pair(100);
+    pair.core.state = IQTcp::Connected;
+    pair.peer.write(frame(Bytes(66, 'a')) + frame(Bytes(56, 'b')));
+    EXPECT_EQ(pair.thread.read(), 70);
+    EXPECT_FALSE(pair.thread.getAndClearOverload());
+    int second = 0;
+    std::thread reader([&] { second = pair.thread.read(); });
+    EXPECT_TRUE(eventually([&] { return pair.thread.getAndClearOverload(); }));
+    EXPECT_EQ(pair.drain(), frame(Bytes(66, 'a')));
+    reader.join();
+    EXPECT_EQ(second, 60);
+    EXPECT_EQ(pair.drain(), frame(Bytes(56, 'b')));
+    ASSERT_EQ(messages.size(), 2);
+    EXPECT_EQ(messages[0], "IQTcp (pair): Can't write into Fifo");
+    const QRegularExpression waited("^IQTcp \\(pair\\):  \\.\\.\\. for \\d*[24680]0 ms\\.$");
+    EXPECT_TRUE(waited.match(messages[1]).hasMatch()) << messages[1].toStdString();
+
+    for (const char* length : {"\x61\0\0", "\xff\xff\xff\x7f"}) { // 97 and INT_MAX can never fit
+        messages.clear();
+        pair.core.state = IQTcp::Connected;
+        pair.core.overload = false;
+        pair.peer.write(Bytes(length, 4));
+        std::thread waiting([&] { second = pair.thread.read(); });
+        EXPECT_TRUE(eventually([&] { return pair.thread.getAndClearOverload(); }));
+        pair.core.state = IQTcp::Closing;
+        waiting.join();
+        EXPECT_EQ(second, 0);
+        EXPECT_EQ(messages.size(), 2);
+        EXPECT_TRUE(messages.last().endsWith("can never fit"));
+    }
+    qInstallMessageHandler(before);
+}
+
+TEST(IQTcpThread, PostsEventsWhileItHasAnOwner)
+{
+    Fixture pair;
+    pair.thread.triggerBuddy(IQTcpThread::TrigData);
+    pair.thread.triggerBuddy(IQTcpThread::TrigData);
+    EXPECT_EQ(pair.owner.take(), std::vector<int>{1001}) << "one until it is acknowledged";
+    pair.thread.ackEvent();
+    EXPECT_EQ(pair.owner.take(), std::vector<int>{}) << "nothing had arrived";
+    pair.peer.write(frame("late"));
+    pair.thread.read();
+    pair.thread.ackEvent();
+    EXPECT_EQ(pair.owner.take(), std::vector<int>{1001}) << "a frame that came during the drain";
+    for (const auto t : {IQTcpThread::TrigConnected, IQTcpThread::TrigDisconnected, IQTcpThread::TrigError}) {
+        pair.thread.triggerBuddy(t);
+    }
+    EXPECT_EQ(pair.owner.take(), (std::vector<int>{1000, 1002, 1003}));
+    pair.core.state = IQTcp::Closing;
+    pair.thread.start();
+    pair.thread.wait();
+    EXPECT_EQ(pair.owner.take(), std::vector<int>{1002}) << "it ended while connected";
+    EXPECT_EQ(pair.peer.read(1), "") << "the socket is closed";
+    pair.thread.shutdown();
+    pair.thread.triggerBuddy(IQTcpThread::TrigDisconnected);
+    EXPECT_EQ(pair.owner.take(), std::vector<int>{});
+}
+
+TEST(IQTcpThread, ReportsAttemptsWithTheirPauses)
+{
+    Listener closed;
+    closed.stop();
+    Fixture refused("127.0.0.1", closed.port());
+    Fixture patient("127.0.0.1", closed.port());
+    Fixture unknown(unresolvable, 1);
+    patient.core.patient = true;
+    for (Fixture* each : {&refused, &patient, &unknown}) {
+        each->core.lastError = 77;
+        each->thread.start();
+    }
+    EXPECT_TRUE(
+        eventually([&] { return patient.owner.times.size() > 1 && unknown.owner.times.size() > 10; }));
+    EXPECT_EQ(refused.owner.types[0], 1003);
+    EXPECT_EQ(refused.core.lastError, 0);
+    EXPECT_FALSE(patient.core.patient);
+    EXPECT_TRUE(unknown.core.lastError != 0 && unknown.core.lastError != 77);
+    const auto gap = [](const Fixture& f, std::size_t i) { return f.owner.times[i] - f.owner.times[i - 1]; };
+    EXPECT_GE(gap(refused, 1), 1980);
+    EXPECT_LT(gap(refused, 1), 2900);
+    EXPECT_GE(gap(patient, 1), 2980);
+    EXPECT_GE(gap(unknown, 10), 480) << "the 11th attempt";
+    EXPECT_GE(unknown.owner.times[10] - unknown.owner.times[0], 2700) << "50 + 100 + ... + 500 ms";
+    EXPECT_LT(gap(unknown, 1), 400);
+}
+
+TEST(IQTcpThread, ConnectsOnceWithAPlainResult)
+{
+    const int input = fcntl(0, F_DUPFD_CLOEXEC, 3);
+    close(0); // the next descriptor would be 0, which means "none"
+    int error = -1;
+    EXPECT_GT(platform::Socket::open(&error)->descriptor(), 0);
+    EXPECT_EQ(error, 0);
+    EXPECT_EQ(fcntl(0, F_GETFD), -1);
+    dup2(input, 0);
+    close(input);
+
+    Listener listener;
+    EXPECT_EQ(Fixture("127.0.0.1", listener.port()).thread.connect(), 1);
+    EXPECT_EQ(Fixture("localhost", listener.port()).thread.connect(), 1);
+    EXPECT_EQ(Fixture(unresolvable, 1).thread.connect(), -1);
+    EXPECT_EQ(Fixture("", 1).thread.connect(), -1);
+    listener.stop();
+    EXPECT_EQ(Fixture("127.0.0.1", listener.port()).thread.connect(), 0);
+    Fixture orphan("127.0.0.1", 1);
+    orphan.thread.shutdown();
+    EXPECT_EQ(orphan.thread.connect(), -1);
+    std::uint32_t address = 0;
+    EXPECT_EQ(platform::resolve(
+                  "127.1", [] { return true; }, &address),
+              0)
+        << "needs no helper";
+    EXPECT_EQ(address, htonl(0x7F000001));
+    EXPECT_NE(platform::resolve(
+                  unresolvable, [] { return true; }, &address),
+              0);
+}
+
+TEST(IQTcpThread, SendsBlocksAndFailsWithoutHarm)
+{
+    Fixture pair;
+    EXPECT_TRUE(pair.thread.writeBlock("abc", 3));
+    EXPECT_EQ(pair.peer.read(3), "abc");
+    EXPECT_TRUE(pair.thread.writeBlock(nullptr, 0));
+    EXPECT_FALSE(pair.thread.writeBlock("abc", -1));
+    pair.peer.shut();
+    EXPECT_FALSE(pair.thread.writeBlock("abc", 3)) << "and the process lives";
+    EXPECT_FALSE(pair.core.connected);
+    EXPECT_EQ(pair.core.lastError, EPIPE);
+    EXPECT_FALSE(pair.thread.writeBlock("abc", 3)) << "not connected";
+    EXPECT_TRUE(pair.thread.writeBlock("abc", 0));
+    EXPECT_EQ(pair.owner.take(), std::vector<int>{1003}) << "told once";
+
+    Fixture stopped; // a peer that does not read
+    stopped.owner.clock.start();
+    const Bytes block(8000000, 'x');
+    EXPECT_FALSE(stopped.thread.writeBlock(block.data(), 8000000));
+    EXPECT_EQ(stopped.owner.take(), std::vector<int>{1003});
+    EXPECT_GE(stopped.owner.times[0], 4900);
+    EXPECT_LT(stopped.owner.times[0], 9000);
+    EXPECT_EQ(stopped.core.lastError, ETIMEDOUT);
+}
+
+TEST(IQTcpThread, SendsAgainFromTheStartAfterAPartialSend)
+{
+    struct sigaction action
+    {
+    };
+    action.sa_handler = [](int) {};
+    sigaction(SIGUSR1, &action, nullptr);
+    Fixture pair;
+    const Bytes block = "start" + Bytes(3000000, '.'); // too large for the system's buffers
+    bool sent = true;
+    bool connected = false;
+    std::thread sender([&] {
+        sent = pair.thread.writeBlock(block.data(), static_cast<int>(block.size()));
+        connected = pair.core.connected;
+        pair.thread.disconnect(0);
+    });
+    int waiting = 0;
+    EXPECT_TRUE(
+        eventually([&] { return ioctl(pair.peer.descriptor(), FIONREAD, &waiting) == 0 && waiting > 0; }));
+    pthread_kill(sender.native_handle(), SIGUSR1);
+    const Bytes all = pair.peer.read(9000000);
+    sender.join();
+    EXPECT_FALSE(sent);
+    EXPECT_TRUE(connected);
+    ASSERT_GT(all.size(), block.size());
+    const std::size_t part = all.size() - block.size();
+    EXPECT_TRUE(all.compare(0, part, block, 0, part) == 0 && all.compare(part, block.size(), block) == 0);
+}

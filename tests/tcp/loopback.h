@@ -1,0 +1,114 @@
+#pragma once
+
+#include <algorithm>
+#include <arpa/inet.h>
+#include <cstdint>
+#include <poll.h>
+#include <QCoreApplication>
+#include <QDeadlineTimer>
+#include <string>
+#include <sys/socket.h>
+#include <unistd.h>
+#include <utility>
+#include <vector>
+
+/// The other end of a link: raw sockets on loopback, so that it can behave as badly as it likes.
+namespace loopback {
+
+using Bytes = std::string;
+
+inline Bytes frame(const Bytes& payload)
+{
+    const auto length = static_cast<std::int32_t>(payload.size());
+    return Bytes(reinterpret_cast<const char*>(&length), sizeof length) + payload;
+}
+
+/// Handles events until the condition holds; false after 20 s.
+template <class Condition> bool eventually(Condition condition)
+{
+    const QDeadlineTimer limit(20000);
+    while (!condition()) {
+        if (limit.hasExpired()) return false;
+        QCoreApplication::processEvents();
+        usleep(500);
+    }
+    return true;
+}
+
+/// A socket of the peer's.
+class Peer
+{
+public:
+    explicit Peer(int descriptor = -1)
+        : m_descriptor(descriptor)
+    {
+    }
+    ~Peer() { shut(); }
+    Peer(Peer&& other) noexcept
+        : m_descriptor(std::exchange(other.m_descriptor, -1))
+    {
+    }
+    Peer& operator=(Peer&& other) noexcept { return std::swap(m_descriptor, other.m_descriptor), *this; }
+    int descriptor() const { return m_descriptor; }
+    void shut()
+    {
+        if (m_descriptor >= 0) close(std::exchange(m_descriptor, -1));
+    }
+    void write(const Bytes& bytes) const
+    {
+        ssize_t count = 0;
+        for (std::size_t sent = 0; sent < bytes.size() && count >= 0;
+             sent += static_cast<std::size_t>(count)) {
+            count = send(m_descriptor, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);
+            if (count < 0) return;
+        }
+    }
+    /// Waits for `size` bytes; gives fewer at the end of the stream.
+    Bytes read(std::size_t size) const
+    {
+        Bytes bytes(size, '\0');
+        bytes.resize(static_cast<std::size_t>(
+            std::max<ssize_t>(0, recv(m_descriptor, bytes.data(), size, MSG_WAITALL))));
+        return bytes;
+    }
+
+private:
+    int m_descriptor;
+};
+
+/// A listening socket on a port of the system's choice.
+class Listener
+{
+public:
+    explicit Listener(int backlog = 16)
+        : m_socket(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
+    {
+        m_address.sin_family = AF_INET;
+        m_address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t size = sizeof m_address;
+        bind(m_socket.descriptor(), address(), size);
+        getsockname(m_socket.descriptor(), reinterpret_cast<sockaddr*>(&m_address), &size);
+        listen(m_socket.descriptor(), backlog);
+    }
+    std::uint16_t port() const { return ntohs(m_address.sin_port); }
+    Peer accept() const { return Peer(accept4(m_socket.descriptor(), nullptr, nullptr, SOCK_CLOEXEC)); }
+    void stop() { m_socket.shut(); }
+    /// Connects until the system answers no more (for a backlog of 0).
+    void fillBacklog()
+    {
+        for (bool answered = true; answered;) {
+            m_clients.emplace_back(socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+            connect(m_clients.back().descriptor(), address(), sizeof m_address);
+            pollfd waiting{m_clients.back().descriptor(), POLLOUT, 0};
+            answered = poll(&waiting, 1, 200) == 1;
+        }
+    }
+
+private:
+    const sockaddr* address() const { return reinterpret_cast<const sockaddr*>(&m_address); }
+    Peer m_socket;
+    sockaddr_in m_address{};
+    std::vector<Peer> m_clients;
+};
+
+} // namespace loopback
