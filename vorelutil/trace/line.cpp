@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
+#include <iterator>
 #include <new>
 #include <vorelutil/platform/clocale.h>
 
@@ -42,15 +43,14 @@ void Line::appendStamp(double seconds)
     // The digits by hand for what a stamp usually is: whole milliseconds but for the last bits. Whatever
     // may round differently (close to half a millisecond) or is larger goes the slow way.
     const double scaled = std::fabs(seconds) * 1000.0;
-    const double rounded = std::nearbyint(scaled);
+    const auto milliseconds = scaled < 1e12 ? static_cast<long long>(scaled + 0.5) : -1;
     char digits[400]; // "%.3f" of the largest double has 314 characters
-    if (!(rounded < 1e12 && std::fabs(scaled - rounded) < 0.25)) {
+    if (milliseconds < 0 || std::fabs(scaled - static_cast<double>(milliseconds)) > 0.25) {
         const platform::CLocaleScope cLocale;
         const int size = std::snprintf(digits, sizeof digits, "[%.3f]", seconds);
         append({digits, static_cast<std::size_t>(size)});
         return;
     }
-    const auto milliseconds = static_cast<long long>(rounded);
     char* end = digits;
     *end++ = '[';
     if (std::signbit(seconds)) *end++ = '-';
@@ -64,10 +64,55 @@ void Line::appendStamp(double seconds)
     append({digits, static_cast<std::size_t>(end - digits)});
 }
 
+/// The conversions that nearly every message is made of, "%d", "%u", "%x", "%s" and "%%", without the price
+/// of `vprintf`. False at any other; what was appended until then is to be dropped.
+bool Line::appendPlain(const char* format, std::va_list arguments)
+{
+    const char* literal = format;
+    for (const char* at = format;; ++at) {
+        if (*at != '%' && *at != '\0') continue;
+        append({literal, static_cast<std::size_t>(at - literal)});
+        if (*at == '\0') return true;
+        char digits[16];
+        char* end = digits;
+        switch (*++at) {
+        case '%':
+            *end++ = '%';
+            break;
+        case 'd':
+            end = std::to_chars(digits, std::end(digits), va_arg(arguments, int)).ptr;
+            break;
+        case 'u':
+            end = std::to_chars(digits, std::end(digits), va_arg(arguments, unsigned)).ptr;
+            break;
+        case 'x':
+            end = std::to_chars(digits, std::end(digits), va_arg(arguments, unsigned), 16).ptr;
+            break;
+        case 's': {
+            const char* text = va_arg(arguments, const char*);
+            if (text == nullptr) return false;
+            append(text);
+            break;
+        }
+        default:
+            return false;
+        }
+        append({digits, static_cast<std::size_t>(end - digits)});
+        literal = at + 1;
+    }
+}
+
 void Line::appendFormatted(const char* format, std::va_list arguments)
 {
-    const platform::CLocaleScope cLocale;
     std::va_list again;
+    va_copy(again, arguments);
+    const std::size_t start = m_length;
+    const bool plain = appendPlain(format, again);
+    va_end(again);
+    if (plain) return;
+    m_length = start;
+
+    const platform::CLocaleScope cLocale;
     va_copy(again, arguments);
     int size = std::vsnprintf(m_data + m_length, room(), format, arguments);
     if (size < 0) {

@@ -29,6 +29,7 @@ public:
     std::string_view text() const { return {m_data, m_length}; }
 
 private:
+    bool appendPlain(const char* format, std::va_list arguments);
     bool reserve(std::size_t more);
     /// What is free for a text and a terminating NUL, at least 1: the end of the line always has its place.
     std::size_t room() const { return m_capacity - m_length - 2; }
