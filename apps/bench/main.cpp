@@ -10,6 +10,7 @@
 #include <memory>
 #include <QApplication>
 #include <QDir>
+#include <QLoggingCategory>
 #include <QStandardPaths>
 
 namespace {
@@ -66,6 +67,8 @@ int main(int argc, char** argv)
     QApplication application(ownArguments, argv);
     QApplication::setApplicationName(QStringLiteral("vorelbench"));
     QApplication::setWindowIcon(QIcon(QStringLiteral(":/bench/vorelbench.svg")));
+    // The link's remarks on a slow receiver; QT_LOGGING_RULES brings them back.
+    QLoggingCategory::setFilterRules(QStringLiteral("*.debug=false"));
     // Numbers in the window look as those in the files.
     QLocale::setDefault(QLocale::c());
     if (!bench::applyTheme(&application, options.style, options.theme))

@@ -1,0 +1,134 @@
+#include <gtest/gtest.h>
+#include <QFile>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QTemporaryDir>
+
+namespace {
+
+constexpr int limitMilliseconds = 60000;
+
+class ProgramTest : public ::testing::Test
+{
+protected:
+    void start(const QStringList& arguments)
+    {
+        process.start(QStringLiteral(VORELBENCH), arguments);
+        ASSERT_TRUE(process.waitForStarted(limitMilliseconds));
+    }
+
+    int run(const QStringList& arguments)
+    {
+        start(arguments);
+        return end();
+    }
+
+    int end()
+    {
+        EXPECT_TRUE(process.waitForFinished(limitMilliseconds));
+        EXPECT_EQ(process.exitStatus(), QProcess::NormalExit);
+        errors = process.readAllStandardError();
+        return process.exitCode();
+    }
+
+    bool waitForText(const QString& path, const char* text)
+    {
+        for (int i = 0; i < limitMilliseconds / 20; ++i) {
+            QFile file(path);
+            if (file.open(QIODevice::ReadOnly) && file.readAll().contains(text)) return true;
+            if (process.waitForFinished(20)) return false;
+        }
+        return false;
+    }
+
+    QTemporaryDir folder;
+    QProcess process;
+    QByteArray errors;
+};
+
+TEST_F(ProgramTest, SaysWhatIsWrongWithItsCallOrItsFolder)
+{
+    const struct
+    {
+        QStringList arguments;
+        int exit;
+        const char* complaint;
+    } rows[] = {
+        {{"--help"}, 0, ""},
+        {{"--nonsense"}, 2, "--nonsense"},
+        {{"--headless"}, 2, "--out"},
+        {{"--host", "localhost"}, 2, "--port"},
+        {{"--seconds", "3"}, 2, "--headless"},
+        {{"--headless", "--out", "x", "--seconds", "-1"}, 2, "--seconds"},
+        {{"--pixels", "0x5"}, 2, "--pixels"},
+        {{"--pixels", "4097x5"}, 2, "--pixels"},
+        {{"--pixels", "8x8x8"}, 2, "--pixels"},
+        {{"--mode", "2"}, 2, "--mode"},
+        {{"--rate", "100001"}, 2, "--rate"},
+        {{"--dark", "--light"}, 2, "--"},
+        {{"--headless", "--out", "/dev/null/x"}, 1, "vorelbench: /dev/null/x cannot be written to\n"},
+        {{"--headless", "--out", "OUT", "--style", "nonsense"},
+         1,
+         "vorelbench: there is no style nonsense\n"},
+        {{"--headless", "--out", "OUT", "--seconds", "0.1"}, 1, " was not done within 0.1 seconds (link: "},
+        {{"--headless", "--out", "OUT", "--seconds", "1", "--port", "1"},
+         1,
+         "connecting was not done within 1 "},
+    };
+    for (const auto& row : rows) {
+        QStringList arguments = row.arguments;
+        arguments.replaceInStrings(QStringLiteral("OUT"), folder.path());
+        SCOPED_TRACE(arguments.join(' ').toStdString());
+        EXPECT_EQ(run(arguments), row.exit);
+        EXPECT_TRUE(errors.contains(row.complaint)) << errors.toStdString();
+    }
+}
+
+TEST_F(ProgramTest, HeadlessRunLeavesItsFiles)
+{
+    const QString out = folder.filePath(QStringLiteral("new/folder"));
+    ASSERT_EQ(run({"--headless", "--out", out, "--seconds", "4", "--pixels", "24x16", "--mode", "6"}), 0)
+        << errors.toStdString();
+    for (const char* name :
+         {"area.asc", "area.bcr", "line.csv", "stream.csv", "log.csv", "trace.log", "bench.png"})
+        EXPECT_GT(QFile(out + '/' + name).size(), 100) << name;
+    EXPECT_EQ(QDir(out).entryList(QDir::Files).size(), 8);
+    QFile file(out + QStringLiteral("/summary.json"));
+    ASSERT_TRUE(file.open(QIODevice::ReadOnly));
+    const QJsonObject summary = QJsonDocument::fromJson(file.readAll()).object();
+    EXPECT_EQ(summary.keys(),
+              (QStringList{"errors", "events", "frames", "reconnects", "samples", "telegrams"}));
+    EXPECT_EQ(summary["errors"], 0);
+    EXPECT_EQ(summary["events"], 0);
+    EXPECT_EQ(summary["reconnects"], 0);
+    EXPECT_GE(summary["frames"].toInt(), 4);
+    EXPECT_GE(summary["samples"].toInt(), 2 * 24 * 16 * 2 + 2 * 24 + 24);
+    EXPECT_GE(summary["telegrams"].toInt(), 30);
+}
+
+TEST_F(ProgramTest, SignalsEndItCleanly)
+{
+    const QString out = folder.path();
+    start({"--headless", "--out", out, "--seconds", "60", "--rate", "1"});
+    ASSERT_TRUE(waitForText(out + "/trace.log", "Scan: area"));
+    process.terminate();
+    EXPECT_EQ(end(), 1);
+    EXPECT_TRUE(errors.contains("vorelbench: interrupted during the area scan\n")) << errors.toStdString();
+
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert("QT_QPA_PLATFORM", "offscreen");
+    environment.insert("XDG_DATA_HOME", out);
+    process.setProcessEnvironment(environment);
+    start({"--dark"});
+    const QString logs = out + "/vorelbench/logs";
+    QStringList names;
+    for (int i = 0; names.isEmpty() && i < limitMilliseconds / 20 && !process.waitForFinished(20); ++i)
+        names = QDir(logs).entryList({"vorelbench-*.log"});
+    ASSERT_EQ(names.size(), 1);
+    ASSERT_TRUE(waitForText(logs + '/' + names.first(), "Link: connected"));
+    process.terminate();
+    EXPECT_EQ(end(), 0);
+}
+
+} // namespace

@@ -1,0 +1,160 @@
+#include "apps/bench/axisunit.h"
+#include "apps/bench/logview.h"
+#include "apps/bench/plotstyle.h"
+#include "apps/bench/repaintgate.h"
+#include "apps/bench/scanimage.h"
+#include "apps/bench/tracefiles.h"
+#include "vorelutil/frames/framebuffer.h"
+
+#include <clocale>
+#include <gtest/gtest.h>
+#include <QDir>
+#include <QTemporaryDir>
+#include <QTextBlock>
+#include <QtTest>
+#include <qwt_text.h>
+
+#include "tests/support/require.h"
+
+using namespace bench;
+
+namespace {
+
+void append(const QString& path, const QByteArray& text)
+{
+    QFile file(path);
+    ASSERT_TRUE(file.open(QIODevice::Append));
+    file.write(text);
+}
+
+TEST(AxisUnitTest, ChoosesThePrefixForTheRange)
+{
+    struct Row
+    {
+        const char* desc;
+        double largest;
+        int code, divisor;
+        const char* title;
+        double factor;
+    };
+    // clang-format off
+    const Row rows[] = {
+        {"100000 pm",         100000, 0x17C, 1,    "x [nm]",     1e-3},
+        {"600 pm",            600,    0x17C, 1,    "x [pm]",     1},
+        {"nothing",           0,      0x17C, 1,    "x [pm]",     1},
+        {"divisor",           5000,   0x280, 1000, "x [V]",      1e-3},
+        {"divisor of 0",      5,      0x280, 0,    "x [V]",      1},
+        {"micro",             20,     0x17E, 1,    "x [\u00b5m]", 1},
+        {"unit that is fixed", 50000, 0xB80, 1,    "x [[dB]]",   1},
+        {"no unit",           50000,  0x80,  1,    "x",          1},
+    };
+    // clang-format on
+    for (const Row& row : rows) {
+        const AxisUnit unit = axisUnit(row.largest, row.code, row.divisor);
+        EXPECT_EQ(unit.title(QStringLiteral("x")), QString::fromUtf8(row.title)) << row.desc;
+        EXPECT_NEAR(unit.factor, row.factor, 1e-12 * row.factor) << row.desc;
+    }
+}
+
+TEST(AxisUnitTest, TicksKeepTheirPointInAGermanSession)
+{
+    REQUIRE_OR_SKIP(std::setlocale(LC_ALL, "de_DE.UTF-8") != nullptr, "locale de_DE.UTF-8");
+    QLocale::setDefault(QLocale(QLocale::German));
+    EXPECT_EQ(PointScaleDraw().label(12345.5).text(), QStringLiteral("12345.5"));
+    QLocale::setDefault(QLocale::c());
+    std::setlocale(LC_ALL, "C");
+}
+
+TEST(ScanImageTest, ShowsTheRunningFrameOverTheLastWholeOne)
+{
+    const ScanSettings settings{ScanKind::Area, 3, 2, 3, 1000};
+    auto whole = std::make_shared<FrameBuffer>();
+    FrameBuffer running;
+    for (FrameBuffer* frame : {whole.get(), &running}) {
+        describeFrame(settings, frame);
+        frame->setActive(true);
+    }
+    const int first[] = {1, 2, 3, 4, 5, 6};
+    const int second[] = {-7, 8};
+    whole->addData(first, 6, 0);
+    running.addData(second, 2, 12); // frame 2, rows upwards as in frame 0
+    ScanImage image;
+    image.update(nullptr, &running, true);
+    EXPECT_TRUE(image.hasVoid());
+    EXPECT_EQ(image.pixel(0, 0), ScanImage::voidPixel);
+    EXPECT_EQ(image.pixel(1, 0), -7);
+    EXPECT_EQ(image.highest(), 8);
+    image.update(whole, &running, true);
+    EXPECT_FALSE(image.hasVoid());
+    EXPECT_EQ(image.pixel(0, 0), 4);
+    EXPECT_EQ(image.pixel(1, 1), 8);
+    EXPECT_EQ(image.pixel(1, 2), 3);
+    EXPECT_EQ(image.lowest(), -7);
+    image.update(whole, &running, false); // mode 3 has no backward pass
+    EXPECT_TRUE(image.hasVoid());
+    EXPECT_EQ(image.lowest(), 0);
+    EXPECT_EQ(image.highest(), 0);
+    image.update(nullptr, nullptr, true);
+    EXPECT_TRUE(image.isEmpty());
+}
+
+TEST(LogViewTest, FollowsAFileAndSkipsWhatIsTooMuch)
+{
+    const QTemporaryDir folder;
+    const QString path = folder.filePath(QStringLiteral("log"));
+    append(path, "one\ntw");
+    LogView view;
+    view.follow(path);
+    view.readMore();
+    EXPECT_EQ(view.toPlainText(), QStringLiteral("one"));
+    append(path, "o\nthree\n");
+    view.readMore();
+    EXPECT_EQ(view.toPlainText(), QStringLiteral("one\ntwo\nthree"));
+    append(path, QByteArray(63, 'x').append('\n').repeated(1000));
+    view.readMore();
+    EXPECT_EQ(view.blockCount(), 3 + 1 + 511); // the first of the last 32 KB is a part of a line
+    EXPECT_EQ(view.document()->findBlockByNumber(3).text(),
+              QStringLiteral("... 31232 bytes are in the file only ..."));
+    for (int i = 0; i < 10; ++i) {
+        append(path, QByteArray("0123456789abcde\n").repeated(1000));
+        view.readMore();
+    }
+    EXPECT_EQ(view.blockCount(), LogView::shownLines);
+}
+
+TEST(RepaintGateTest, CoalescesRequestsAndLeavesTimeForOthers)
+{
+    int repaints = 0;
+    QElapsedTimer sinceLast;
+    qint64 shortestPause = 1000;
+    RepaintGate gate([&] {
+        if (sinceLast.isValid()) shortestPause = qMin(shortestPause, sinceLast.elapsed());
+        ++repaints;
+        QTest::qSleep(30);
+        sinceLast.start();
+    });
+    gate.setRefreshRate(0);
+    QElapsedTimer watch;
+    watch.start();
+    while (repaints < 4 && watch.elapsed() < 20000) {
+        for (int i = 0; i < 1000; ++i) gate.request();
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 1);
+    }
+    EXPECT_EQ(repaints, 4);
+    EXPECT_GE(shortestPause, 59);
+}
+
+TEST(TraceFilesTest, KeepsTheLastTenLogs)
+{
+    const QTemporaryDir folder;
+    for (int i = 10; i < 25; ++i)
+        append(folder.filePath(QStringLiteral("vorelbench-201001%1-120000-000.log").arg(i)), "x");
+    append(folder.filePath(QStringLiteral("other.log")), "x");
+    TraceFiles::prune(folder.path(), TraceFiles::keptFiles);
+    const QStringList names = QDir(folder.path()).entryList(QDir::Files, QDir::Name);
+    ASSERT_EQ(names.size(), 11);
+    EXPECT_EQ(names[0], QStringLiteral("other.log"));
+    EXPECT_EQ(names[1], QStringLiteral("vorelbench-20100115-120000-000.log"));
+}
+
+} // namespace
