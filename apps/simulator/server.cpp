@@ -225,7 +225,7 @@ void Server::applyScan()
     m_scannedNs = m_clock.nsecsElapsed();
     if (kind == acquisitionOff) {
         m_scanTimer.stop();
-        m_surface.flush();
+        if (m_surface.isOpen() && !m_surface.flush()) endSurface();
         return;
     }
     m_source.setGeometry({kind, current(frameMode), current(xPixels), current(yPixels)});
@@ -272,12 +272,16 @@ void Server::sendSamples(int count)
     for (Client* client : m_clients) client->send(m_block.data(), headerBytes + 4 * n);
     if (m_surface.isOpen()) {
         const qint64 bytes = qint64(4 * n);
-        if (m_surface.write(m_block.data() + headerBytes, bytes) != bytes) {
-            qWarning("The surface file ends here: %s", qUtf8Printable(m_surface.errorString()));
-            m_surface.close();
-        }
+        if (m_surface.write(m_block.data() + headerBytes, bytes) != bytes) endSurface();
     }
     m_position = (m_position + std::uint32_t(count)) & 0x7FFFFFFFu;
+}
+
+/// The surface file cannot be written any more.
+void Server::endSurface()
+{
+    qWarning("The surface file ends here: %s", qUtf8Printable(m_surface.errorString()));
+    m_surface.close();
 }
 
 // Tells

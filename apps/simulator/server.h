@@ -54,6 +54,7 @@ private:
     bool scanHeldBack() const;
     void scan();
     void sendSamples(int count);
+    void endSurface();
 
     void fault(Simulator::FaultKind kind);
     void misbehave(Client* client, Simulator::FaultKind kind);
