@@ -3,17 +3,21 @@
 #include "telegrams.h"
 
 #include <memory>
-#include <QHash>
 #include <QObject>
+#include <QSet>
 #include <QString>
+#include <QTimer>
 
 class IQTcp;
 
 /// The application's end of a controller link: telegrams over an `IQTcp`.
 ///
 /// Sends "SET", "GET" and "DO" with running telegram numbers, matches the "ACK"s, hands on "TELL"s, and
-/// traces every telegram with `traceTelegram` ("tx", "rx"). A link that is lost comes back by itself. GUI
-/// thread only.
+/// traces every telegram with `traceTelegram` ("tx", "rx"; categories: `controller::TraceCategory`). A link
+/// that is lost comes back by itself, also when it had to be dropped because what arrived was no telegram.
+/// GUI thread only.
+///
+/// Slots may call any function, and may delete the object.
 class ControllerLink : public QObject
 {
     Q_OBJECT
@@ -29,27 +33,31 @@ public:
     Q_ENUM(State)
 
     static constexpr int fifoSize = 8 * 1024 * 1024;
+    static constexpr int maxPending = 10000; ///< unanswered requests
 
     explicit ControllerLink(QObject* parent = nullptr);
     ~ControllerLink() override;
 
     /// Connects anew; an earlier link is ended first. Result: see `stateChanged`.
     void connectTo(const QString& host, int port);
+    /// Ends the link. Requests that are not answered yet are forgotten.
     void disconnectFrom();
 
     State state() const { return m_state; }
     /// The state in words for the operator ("connected to 127.0.0.1:4001", "lost: ...").
     QString stateText() const;
 
-    /// Send one request. Result: its telegram number (above 0), or 0 when it could not be sent.
+    /// Send one request. Result: its telegram number (above 0), or 0 when it could not be sent: the link is
+    /// not connected, sending failed, or `maxPending` requests are unanswered.
     int set(int address, int value, int index = 0);
     int get(int address, int index = 0);
     int run(int address, int index = 0); ///< "DO"
 
     /// Counters since construction.
     qint64 telegramCount() const { return m_telegrams; } ///< sent and received
-    int errorCount() const { return m_errors; }          ///< link errors, refusals and malformed telegrams
-    int reconnectCount() const { return m_reconnects; }  ///< connections after the first of a `connectTo`
+    /// Link errors, refusals and malformed telegrams. Attempts that fail one after the other count once.
+    int errorCount() const { return m_errors; }
+    int reconnectCount() const { return m_reconnects; } ///< connections after the first of a `connectTo`
 
 signals:
     void stateChanged(ControllerLink::State state);
@@ -61,19 +69,29 @@ signals:
     void problem(const QString& text);
 
 private:
-    void receive(char* buffer, int length);
+    void open();
+    void close();
+    void changed(bool connected);
+    void failed();
+    void receive(const char* block, std::size_t length);
+    void dispatch(const controller::TelegramView& telegram);
+    void breakOff(const QString& reason);
+    void poll();
     void setState(State state);
-    void fail(const QString& text);
     int send(quint32 type, int address, int index, const int* word);
 
-    std::unique_ptr<IQTcp> m_tcp; ///< null while off
+    std::unique_ptr<IQTcp> m_tcp; ///< null while off, and between a broken link and the next attempt
+    QTimer m_pollTimer;
+    QTimer m_retryTimer;
     QString m_host;
     int m_port = 0;
     State m_state = Off;
-    QString m_lostReason;
+    QString m_lostReason;        ///< of the last failure; empty: none since the link stood
     bool m_wasConnected = false; ///< since the last `connectTo`
+    int m_overloadPolls = -1;    ///< polls since an overload without a telegram; -1: no overload
+    int m_quietPolls = 0;        ///< polls until an overload is told again
     int m_lastNumber = 0;
-    QHash<int, quint32> m_pending; ///< telegram number to type
+    QSet<int> m_pending; ///< numbers of the unanswered requests
     qint64 m_telegrams = 0;
     int m_errors = 0;
     int m_reconnects = 0;

@@ -1,0 +1,201 @@
+#include <apps/controller/controllerlink.h>
+#include <apps/simulator/simulator.h>
+#include <functional>
+#include <gtest/gtest.h>
+#include <QFile>
+#include <QTcpServer>
+#include <QTcpSocket>
+#include <QTemporaryDir>
+#include <QTest>
+#include <vorelutil/trace/tracelog.h>
+
+namespace {
+
+bool waitFor(const std::function<bool()>& condition)
+{
+    return QTest::qWaitFor(condition, 20000);
+}
+
+class ControllerLinkTest : public ::testing::Test
+{
+protected:
+    void SetUp() override { watch(); }
+
+    void watch()
+    {
+        QObject::connect(link.get(), &ControllerLink::acknowledged,
+                         [this](int n, int a, int i, int r, int v) {
+                             acks.push_back({n, a, i, r, v});
+                         });
+        QObject::connect(link.get(), &ControllerLink::told,
+                         [this](const controller::TelegramView& t) { told.push_back(t.address); });
+        QObject::connect(link.get(), &ControllerLink::problem, [this](const QString& t) { problems << t; });
+        QObject::connect(link.get(), &ControllerLink::stateChanged,
+                         [this](ControllerLink::State s) { states.push_back(s); });
+    }
+    void connectSimulator(Simulator::Options options = {})
+    {
+        simulator = std::make_unique<Simulator>(options);
+        QString error;
+        ASSERT_TRUE(simulator->start(&error));
+        link->connectTo(QStringLiteral("127.0.0.1"), simulator->port());
+        ASSERT_TRUE(waitFor([this] { return link->state() == ControllerLink::Connected; }));
+    }
+
+    std::unique_ptr<Simulator> simulator;
+    std::unique_ptr<ControllerLink> link = std::make_unique<ControllerLink>();
+    std::vector<std::vector<int>> acks;
+    std::vector<int> told;
+    QStringList problems;
+    std::vector<ControllerLink::State> states;
+};
+
+} // namespace
+
+TEST_F(ControllerLinkTest, MatchesAnswersAndHandsOnTells)
+{
+    EXPECT_EQ(link->get(0x21), 0); // not connected
+    connectSimulator();
+    EXPECT_EQ(link->stateText(), QStringLiteral("connected to 127.0.0.1:%1").arg(simulator->port()));
+    EXPECT_EQ(link->set(0x21, -5), 1);
+    EXPECT_EQ(link->get(0x21, 2), 2);
+    EXPECT_EQ(link->run(0x21), 3);
+    EXPECT_EQ(link->set(0x25, 4096), 4);
+    ASSERT_TRUE(waitFor([this] { return acks.size() == 4 && told.size() >= 2; }));
+    const std::vector<std::vector<int>> expected = {
+        {1, 0x21, 0, 0, -5}, {2, 0x21, 2, 0, -5}, {3, 0x21, 0, 99, -5}, {4, 0x25, 0, 2, 0}};
+    EXPECT_EQ(acks, expected);
+    EXPECT_EQ(told[0], 0x27);
+    EXPECT_EQ(link->errorCount(), 2);
+    EXPECT_EQ(link->telegramCount(), 8 + qint64(told.size()));
+    link->disconnectFrom();
+    EXPECT_EQ(states, (std::vector<ControllerLink::State>{ControllerLink::Connecting,
+                                                          ControllerLink::Connected, ControllerLink::Off}));
+    EXPECT_TRUE(problems.isEmpty());
+}
+
+TEST_F(ControllerLinkTest, TracesByCategory)
+{
+    QTemporaryDir dir;
+    const QString path = dir.filePath(QStringLiteral("trace.log"));
+    traceInit(path.toUtf8().constData(), "", TRACE_ON | TRACE_FLUSH | controller::categoryRequest);
+    connectSimulator();
+    link->get(0x21);
+    ASSERT_TRUE(waitFor([this] { return acks.size() == 1 && told.size() >= 1; }));
+    traceSetFlags(TRACE_ON | TRACE_FLUSH | TRACE_TELL | controller::categoryTell);
+    const std::size_t before = told.size();
+    ASSERT_TRUE(waitFor([&] { return told.size() > before; }));
+    link.reset();
+    traceInit("", "", 0);
+    QFile file(path);
+    ASSERT_TRUE(file.open(QIODevice::ReadOnly));
+    QStringList lines;
+    for (const QByteArray& line : file.readAll().split('\n'))
+        lines << QString::fromLatin1(line.mid(line.indexOf(": ") + 2));
+    ASSERT_GE(lines.size(), 3);
+    EXPECT_EQ(lines[0], QStringLiteral("tx: GET  Len=16 Addr=21 Ind=0 CNo=0-1."));
+    EXPECT_EQ(lines[1], QStringLiteral("rx: ACK  Len=24 Addr=21 Ind=0 CNo=0-1 0 0."));
+    EXPECT_TRUE(lines[2].startsWith(QLatin1String("rx: TELL Len=20 Addr=27 Ind=0 CNo=0-0 ")))
+        << lines[2].toStdString();
+}
+
+TEST_F(ControllerLinkTest, ComesBackAfterALossAndDropsWhatWasPending)
+{
+    Simulator::Options options;
+    options.confirmMilliseconds = 60000;
+    options.faults = {{Simulator::FaultKind::Drop, 1.0}};
+    connectSimulator(options);
+    link->get(0x21);
+    ASSERT_TRUE(waitFor([this] { return link->reconnectCount() == 1; }));
+    ASSERT_EQ(problems.size(), 2);
+    EXPECT_TRUE(problems[0].endsWith(QLatin1String("the controller closed the connection")))
+        << problems[0].toStdString();
+    EXPECT_EQ(problems[1], QStringLiteral("1 requests were not answered"));
+    EXPECT_EQ(states.at(2), ControllerLink::Lost);
+    EXPECT_EQ(link->errorCount(), 1);
+}
+
+TEST_F(ControllerLinkTest, ConnectsAnewWhenWhatArrivesIsNoTelegram)
+{
+    struct Row
+    {
+        QByteArray bytes;
+        const char* problem;
+    };
+    for (const Row& row :
+         {Row{QByteArray("\x05\0\0\0hello", 9), "what arrived is no telegram"},
+          Row{QByteArray("\0\0\0\x40", 4), "a telegram arrived that is too long to be one"}}) {
+        QTcpServer server;
+        ASSERT_TRUE(server.listen(QHostAddress::LocalHost));
+        int connections = 0;
+        QObject::connect(&server, &QTcpServer::newConnection, [&] {
+            QTcpSocket* socket = server.nextPendingConnection();
+            if (++connections == 1)
+                QObject::connect(socket, &QTcpSocket::readyRead,
+                                 [&row, socket] { socket->write(row.bytes); });
+        });
+        problems.clear();
+        const int errors = link->errorCount();
+        const int reconnects = link->reconnectCount();
+        link->connectTo(QStringLiteral("127.0.0.1"), server.serverPort());
+        ASSERT_TRUE(waitFor([this] { return link->state() == ControllerLink::Connected; }));
+        link->get(0x21);
+        ASSERT_TRUE(waitFor([&] { return link->reconnectCount() > reconnects; })) << row.problem;
+        ASSERT_GE(problems.size(), 2);
+        EXPECT_TRUE(problems[problems.size() - 2].endsWith(QLatin1String(row.problem)));
+        EXPECT_EQ(problems.last(), QStringLiteral("1 requests were not answered"));
+        EXPECT_EQ(connections, 2);
+        EXPECT_EQ(link->errorCount(), errors + 1);
+        link->disconnectFrom();
+    }
+}
+
+TEST_F(ControllerLinkTest, TellsOnceThatNobodyAnswers)
+{
+    QTcpServer closed;
+    ASSERT_TRUE(closed.listen(QHostAddress::LocalHost));
+    const int port = closed.serverPort();
+    closed.close();
+    link->connectTo(QStringLiteral("127.0.0.1"), port);
+    ASSERT_TRUE(waitFor([this] { return !problems.isEmpty(); }));
+    EXPECT_EQ(problems[0], QStringLiteral("127.0.0.1:%1: no controller answers there").arg(port));
+    EXPECT_EQ(link->state(), ControllerLink::Connecting);
+    ASSERT_TRUE(closed.listen(QHostAddress::LocalHost, quint16(port))); // it comes up later
+    ASSERT_TRUE(waitFor([this] { return link->state() == ControllerLink::Connected; }));
+    EXPECT_EQ(problems.size(), 1);
+    EXPECT_EQ(link->reconnectCount(), 0);
+}
+
+TEST_F(ControllerLinkTest, SlotsMayEndOrDeleteTheLink)
+{
+    connectSimulator();
+    const std::function<void()> ends[] = {
+        [this] { link->disconnectFrom(); }, [this] { link.reset(); },
+        [this] { link->connectTo(QStringLiteral("127.0.0.1"), simulator->port()); }};
+    for (const auto& end : ends) {
+        for (int when = 0; when < 3; ++when) {
+            link = std::make_unique<ControllerLink>();
+            bool ended = false;
+            const auto once = [&] {
+                if (std::exchange(ended, true)) return;
+                end();
+            };
+            QObject::connect(link.get(), &ControllerLink::stateChanged, [&](ControllerLink::State state) {
+                if (state != ControllerLink::Connected) return;
+                if (when == 0)
+                    once();
+                else
+                    link->get(0x21);
+            });
+            QObject::connect(link.get(), &ControllerLink::acknowledged, [&] {
+                if (when == 1) once();
+            });
+            QObject::connect(link.get(), &ControllerLink::told, [&] {
+                if (when == 2) once();
+            });
+            link->connectTo(QStringLiteral("127.0.0.1"), simulator->port());
+            ASSERT_TRUE(waitFor([&] { return ended; }));
+            link.reset();
+        }
+    }
+}
