@@ -51,8 +51,8 @@ int run(int argc, char** argv)
     app.require_subcommand(1);
     Work work;
     addSimCommand(app, &work);
-    // LINK
-    // FRAME
+    addLinkCommands(app, &work);
+    addFrameCommands(app, &work);
 
     const int code = parseAndWork(app, work, argc, argv);
     if ((std::fflush(stdout) != 0 || std::ferror(stdout) != 0) && code == exitDone) {
