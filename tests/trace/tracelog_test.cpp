@@ -3,8 +3,8 @@
 #include <cerrno>
 #include <chrono>
 #include <cmath>
+#include <gmock/gmock.h>
 #include <limits>
-#include <regex>
 #include <thread>
 #include <tuple>
 #include <unistd.h>
@@ -16,17 +16,13 @@
 namespace {
 
 using TraceLog = LogFixture;
+using testing::MatchesRegex;
 using testing::internal::CaptureStderr;
 using testing::internal::CaptureStdout;
 using testing::internal::GetCapturedStderr;
 using testing::internal::GetCapturedStdout;
 
 constexpr TraceParams* none = nullptr;
-
-bool matches(const std::string& text, const char* pattern)
-{
-    return std::regex_match(text, std::regex(pattern));
-}
 
 std::string stampOf(double seconds)
 {
@@ -40,8 +36,11 @@ TEST_F(TraceLog, EachFunctionWritesItsForm)
     traceInit("log", "0123456789012345678901234567890123456789", TRACE_ON);
     const std::string prefix = "012345678901234567890123456789 ";
     CaptureStdout();
-    traceTrace("a %s %d", "b", 7);
-    EXPECT_TRUE(matches(logged(), R"(012345678901234567890123456789 \[\d+\.\d{3}\]: a b 7\.\n)"));
+    traceTrace("a %s %d %u%%", "b", -2147483647 - 1, 4294967295U);
+    EXPECT_THAT(
+        logged(),
+        MatchesRegex(
+            "012345678901234567890123456789 \\[[0-9]+\\.[0-9]{3}\\]: a b -2147483648 4294967295%\\.\n"));
     traceQuestion("ready, %s", "sir");
     EXPECT_EQ(logged(), prefix + "QUEST!: ready, sir.\n");
     EXPECT_TRUE(traceError(false, "%x %s", 255, "z"));
@@ -56,7 +55,7 @@ TEST_F(TraceLog, EachFunctionWritesItsForm)
     traceInit("", "", TRACE_ON);
     traceError(false, "once");
     traceTrace("x");
-    EXPECT_TRUE(matches(GetCapturedStderr(), R"(ERROR: once\.\n\[\d+\.\d{3}\]: x\.\n)"));
+    EXPECT_THAT(GetCapturedStderr(), MatchesRegex("ERROR: once\\.\n\\[[0-9]+\\.[0-9]{3}\\]: x\\.\n"));
     EXPECT_EQ(GetCapturedStdout(), "");
 }
 
@@ -225,7 +224,7 @@ TEST_F(TraceLog, GermanSessionsKeepTheDecimalPoint)
     ASSERT_STREQ(half, "0,5");
     traceInit("log", "", TRACE_ON);
     traceTrace("%.2f %g", 0.25, 1.5);
-    EXPECT_TRUE(matches(logged(), R"(\[\d+\.\d{3}\]: 0\.25 1\.5\.\n)"));
+    EXPECT_THAT(logged(), MatchesRegex("\\[[0-9]+\\.[0-9]{3}\\]: 0\\.25 1\\.5\\.\n"));
     EXPECT_EQ(stampOf(0.0625), "[0.062]");
     std::snprintf(half, sizeof half, "%.1f", 0.5);
     EXPECT_STREQ(half, "0,5") << "the caller's locale stays";
