@@ -4,6 +4,7 @@
 #include <mutex>
 #include <pthread.h>
 #include <thread>
+#include <tuple>
 #include <unistd.h>
 #include <vorelutil/thread/thread.h>
 #include <vorelutil/thread/walltime.h>
@@ -43,11 +44,9 @@ TEST(Mutex, ExcludesOthersUntilUnlockedAsOftenAsLocked)
             ++counter;
         }
     };
-    Worker one(count), other(count);
-    one.start();
-    other.start();
-    one.wait();
-    other.wait();
+    Worker workers[] = {Worker(count), Worker(count)};
+    for (Worker& worker : workers) worker.start();
+    for (Worker& worker : workers) worker.wait();
     EXPECT_EQ(counter, 40000);
 }
 
@@ -156,11 +155,11 @@ TEST(Thread, FailedStartTellsTheReasonAndLeavesTheObjectIdle)
     worker.start();
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "pthread_create: Resource temporarily unavailable\n");
     pthread_setattr_default_np(&usual);
-    worker.wait();
-    EXPECT_TRUE(worker.finished());
-    worker.start();
-    worker.wait();
-    EXPECT_TRUE(worker.finished());
+    for (int i = 0; i < 2; ++i) {
+        worker.wait();
+        EXPECT_TRUE(worker.finished());
+        worker.start(); // now it can
+    }
 }
 
 TEST(CyclicThread, CallsTheJobForAsLongAsTheFlagIsSet)
@@ -184,21 +183,15 @@ TEST(Time, StampsWrapAndDeadlinesCarry)
     EXPECT_EQ(thread::timestampOf({1700000000, 1999}), 1);
     const int now = IThread::getTimestamp();
     EXPECT_TRUE(now >= 0 && now < 2000000000) << now;
-    const struct
-    {
-        timeval now;
-        int ms;
-        timespec deadline;
-    } rows[] = {
+    const std::tuple<timeval, int, timespec> rows[] = {
         {{10, 999999}, 0, {10, 999999000}},
         {{10, 999999}, 1, {11, 999000}},
         {{10, 500000}, 2500, {13, 0}},
         {{10, 0}, 2147483647, {2147493, 647000000}},
     };
-    for (const auto& row : rows) {
-        const timespec deadline = thread::deadlineAfter(row.now, row.ms);
-        EXPECT_EQ(deadline.tv_sec, row.deadline.tv_sec) << row.ms;
-        EXPECT_EQ(deadline.tv_nsec, row.deadline.tv_nsec) << row.ms;
+    for (const auto& [from, ms, expected] : rows) {
+        const timespec deadline = thread::deadlineAfter(from, ms);
+        EXPECT_EQ(std::tie(deadline.tv_sec, deadline.tv_nsec), std::tie(expected.tv_sec, expected.tv_nsec));
     }
     const auto begin = Clock::now();
     IThread::sleep(4294968); // wraps to 704 us

@@ -13,7 +13,7 @@
 /// Each case runs in an empty folder of its own, and leaves the log as if no traceInit had run.
 class LogFixture : public testing::Test
 {
-protected:
+public:
     LogFixture() { std::filesystem::current_path(m_folder.path().toStdString()); }
 
     ~LogFixture() override
@@ -25,6 +25,7 @@ protected:
         std::filesystem::current_path(m_before);
     }
 
+protected:
     static std::string contents(const char* path)
     {
         std::ifstream in(path, std::ios::binary);

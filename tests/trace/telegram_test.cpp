@@ -10,11 +10,7 @@ namespace {
 class Telegram : public LogFixture
 {
 protected:
-    void SetUp() override
-    {
-        LogFixture::SetUp();
-        traceInit("log", "", TRACE_ON);
-    }
+    void SetUp() override { traceInit("log", "", TRACE_ON); }
 
     /// A telegram with room for 200 data words: 2, 0xabc, 0xabc, ...
     const UcTelegram* make(const UcTelegram& header)

@@ -101,14 +101,13 @@ TEST_F(TraceLog, EightThreadsTearNoLine)
     constexpr int threads = 8, lines = 400;
     traceInit("log", "p", TRACE_ON);
     CaptureStdout();
-    std::vector<std::thread> writers;
+    std::thread writers[threads];
     for (int t = 0; t < threads; ++t) {
-        writers.emplace_back([t] {
+        writers[t] = std::thread([t] {
             for (int i = 0; i < lines; ++i) {
                 const std::string text(static_cast<std::size_t>(i) * 5, static_cast<char>('a' + t));
-                if (!traceError(i % 2 == 0, "%d-%d-%s", t, i, text.c_str())) {
-                    traceQuestion("%d-%d-%s", t, i, text.c_str());
-                }
+                i % 2 == 0 ? traceQuestion("%d-%d-%s", t, i, text.c_str())
+                           : void(traceError(false, "%d-%d-%s", t, i, text.c_str()));
             }
         });
     }
@@ -169,15 +168,9 @@ TEST_F(TraceLog, MayBeStartedAgainAndShared)
 
 TEST_F(TraceLog, ListFiles)
 {
+    // white list, black list: black-list mode, size, listed, not listed
     // clang-format off
-    const struct
-    {
-        const char* white;
-        const char* black;
-        bool blacklistMode;
-        std::uint64_t size;
-        std::vector<int> listed, notListed;
-    } rows[] = {
+    const std::tuple<const char*, const char*, bool, std::uint64_t, std::vector<int>, std::vector<int>> rows[] = {
         {nullptr, nullptr, true, 0, {}, {}},
         {"0x300 0x30f\n5 5\n", "1 9", false, 17, {768, 783, 5}, {767, 784, 1}},
         {nullptr, "010 0X1f -3 -2", true, 26, {8, 31, -3, -2}, {7, 32, -1}},
@@ -194,17 +187,17 @@ TEST_F(TraceLog, ListFiles)
         {"1 1 - 2 2", nullptr, false, 1, {1}, {2}},
     };
     // clang-format on
-    for (const auto& row : rows) {
-        const char* desc = row.white != nullptr ? row.white : row.black;
+    for (const auto& [white, black, blacklistMode, size, listed, notListed] : rows) {
         std::filesystem::remove("tracewhitelist.txt");
-        if (row.white != nullptr) std::ofstream("tracewhitelist.txt") << row.white;
-        if (row.black != nullptr) std::ofstream("traceblacklist.txt") << row.black;
+        if (white != nullptr) std::ofstream("tracewhitelist.txt") << white;
+        if (black != nullptr) std::ofstream("traceblacklist.txt") << black;
         traceInit("", "", 0);
         const TraceParams& params = *traceGetParamset();
-        EXPECT_EQ(params.blacklistMode, row.blacklistMode) << desc;
-        EXPECT_EQ(params.traceList.size(), row.size) << desc;
-        for (const int address : row.listed) EXPECT_EQ(params.traceList.count(address), 1U) << desc;
-        for (const int address : row.notListed) EXPECT_EQ(params.traceList.count(address), 0U) << desc;
+        const std::string desc = white != nullptr ? white : "no white list";
+        EXPECT_EQ(params.blacklistMode, blacklistMode) << desc;
+        EXPECT_EQ(params.traceList.size(), size) << desc;
+        for (const int address : listed) EXPECT_EQ(params.traceList.count(address), 1U) << desc;
+        for (const int address : notListed) EXPECT_EQ(params.traceList.count(address), 0U) << desc;
     }
     for (const char* name : {"tracewhitelist.txt", "traceblacklist.txt"}) {
         std::filesystem::remove(name);
@@ -218,24 +211,27 @@ TEST_F(TraceLog, ListFiles)
 
 TEST_F(TraceLog, GermanSessionsKeepTheDecimalPoint)
 {
+    const auto printed = [](double value) {
+        char text[8];
+        return std::string(text, static_cast<std::size_t>(std::snprintf(text, sizeof text, "%.1f", value)));
+    };
     REQUIRE_OR_SKIP(std::setlocale(LC_ALL, "de_DE.UTF-8") != nullptr, "locale de_DE.UTF-8");
-    char half[8];
-    std::snprintf(half, sizeof half, "%.1f", 0.5);
-    ASSERT_STREQ(half, "0,5");
+    ASSERT_EQ(printed(0.5), "0,5");
     traceInit("log", "", TRACE_ON);
     traceTrace("%.2f %g", 0.25, 1.5);
     EXPECT_THAT(logged(), MatchesRegex("\\[[0-9]+\\.[0-9]{3}\\]: 0\\.25 1\\.5\\.\n"));
     EXPECT_EQ(stampOf(0.0625), "[0.062]");
-    std::snprintf(half, sizeof half, "%.1f", 0.5);
-    EXPECT_STREQ(half, "0,5") << "the caller's locale stays";
+    EXPECT_EQ(printed(0.5), "0,5") << "the caller's locale stays";
 }
 
 TEST_F(TraceLog, StampsAreThoseOfPrintf)
 {
+    // clang-format off
     const std::pair<double, const char*> rows[] = {
         {0.016, "[0.016]"},  {-0.0, "[-0.000]"},  {-1e-9, "[-0.000]"},     {-4294967.295, "[-4294967.295]"},
         {0.9996, "[1.000]"}, {0.0625, "[0.062]"}, {0.1875, "[0.188]"},     {1e15, "[1000000000000000.000]"},
         {HUGE_VAL, "[inf]"}, {-NAN, "[-nan]"},    {999.9996, "[1000.000]"}};
+    // clang-format on
     for (const auto& [seconds, stamp] : rows) EXPECT_EQ(stampOf(seconds), stamp);
     EXPECT_EQ(stampOf(std::numeric_limits<double>::max()).size(), 315U);
     for (unsigned now = 1, start = 4294960000; start > 15485863; now += 104729, start -= 15485863) {
@@ -245,8 +241,12 @@ TEST_F(TraceLog, StampsAreThoseOfPrintf)
     }
 }
 
-TEST_F(TraceLog, ComposedTextsAreFormatsThatTouchNoMemory)
+TEST_F(TraceLog, ReasonsAndComposedTextsWhichAreFormatsThatTouchNoMemory)
 {
+    const std::pair<int, const char*> reasons[] = {
+        {0, "ok"}, {1, "invalid address"}, {2, "out of range"}, {99, "unknown error"}, {3, "3"}, {-7, "-7"}};
+    for (const auto& [reason, text] : reasons) EXPECT_STREQ(tracePrintReason(reason), text);
+
     const std::tuple<const char*, int, bool, const char*> rows[] = {
         {"open", ENOENT, false, "open - No such file or directory"},
         {"100%", 111, true, "100% - WSA_Error #111"},
@@ -261,13 +261,6 @@ TEST_F(TraceLog, ComposedTextsAreFormatsThatTouchNoMemory)
         EXPECT_EQ(logged(), std::string("ERROR: ") + line + ".\n");
     }
     GetCapturedStdout();
-}
-
-TEST_F(TraceLog, ReasonTexts)
-{
-    const std::pair<int, const char*> rows[] = {
-        {0, "ok"}, {1, "invalid address"}, {2, "out of range"}, {99, "unknown error"}, {3, "3"}, {-7, "-7"}};
-    for (const auto& [reason, text] : rows) EXPECT_STREQ(tracePrintReason(reason), text);
 }
 
 /// Asks with standard input from a file, in a process that ends: with the answer, or with 100 if it was asked
@@ -288,10 +281,10 @@ TEST_F(TraceLog, ReasonTexts)
         std::ofstream("input", std::ios::app) << more;
     }).detach();
     const int answer = traceReply("how %s", "many");
-    std::ifstream log("log");
-    std::string line, last;
-    while (std::getline(log, line)) last = line;
-    _exit(last.find("]: Answer = " + std::to_string(answer) + ".") != std::string::npos ? answer : 102);
+    std::stringstream log;
+    log << std::ifstream("log").rdbuf();
+    _exit(log.str().find("]: Answer = " + std::to_string(answer) + ".\n") != std::string::npos ? answer
+                                                                                               : 102);
 }
 
 TEST_F(TraceLog, FatalAssertsAndRepliesInProcessesOfTheirOwn)
