@@ -5,7 +5,6 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
-#include <iterator>
 #include <new>
 #include <vorelutil/platform/clocale.h>
 
@@ -65,52 +64,56 @@ void Line::appendStamp(double seconds)
 }
 
 /// The conversions that nearly every message is made of, "%d", "%u", "%x", "%s" and "%%", without the price
-/// of `vprintf`. False at any other; what was appended until then is to be dropped.
+/// of `vprintf`. False, with nothing appended, at any other and for a line that does not fit as it is.
 bool Line::appendPlain(const char* format, std::va_list arguments)
 {
-    const char* literal = format;
-    for (const char* at = format;; ++at) {
-        if (*at != '%' && *at != '\0') continue;
-        append({literal, static_cast<std::size_t>(at - literal)});
-        if (*at == '\0') return true;
-        char digits[16];
-        char* end = digits;
-        switch (*++at) {
+    constexpr std::size_t longest = 11; // of the numbers
+    if (room() <= longest) return false;
+    char* out = m_data + m_length;
+    char* const limit = out + (room() - longest);
+    for (; *format != '\0'; ++format) {
+        if (out >= limit) return false;
+        if (*format != '%') {
+            *out++ = *format;
+            continue;
+        }
+        switch (*++format) {
         case '%':
-            *end++ = '%';
+            *out++ = '%';
             break;
         case 'd':
-            end = std::to_chars(digits, std::end(digits), va_arg(arguments, int)).ptr;
+            out = std::to_chars(out, out + longest, va_arg(arguments, int)).ptr;
             break;
         case 'u':
-            end = std::to_chars(digits, std::end(digits), va_arg(arguments, unsigned)).ptr;
+            out = std::to_chars(out, out + longest, va_arg(arguments, unsigned)).ptr;
             break;
         case 'x':
-            end = std::to_chars(digits, std::end(digits), va_arg(arguments, unsigned), 16).ptr;
+            out = std::to_chars(out, out + longest, va_arg(arguments, unsigned), 16).ptr;
             break;
         case 's': {
             const char* text = va_arg(arguments, const char*);
             if (text == nullptr) return false;
-            append(text);
+            const std::size_t size = std::strlen(text);
+            if (size >= static_cast<std::size_t>(limit - out)) return false;
+            std::memcpy(out, text, size);
+            out += size;
             break;
         }
         default:
             return false;
         }
-        append({digits, static_cast<std::size_t>(end - digits)});
-        literal = at + 1;
     }
+    m_length = static_cast<std::size_t>(out - m_data);
+    return true;
 }
 
 void Line::appendFormatted(const char* format, std::va_list arguments)
 {
     std::va_list again;
     va_copy(again, arguments);
-    const std::size_t start = m_length;
     const bool plain = appendPlain(format, again);
     va_end(again);
     if (plain) return;
-    m_length = start;
 
     const platform::CLocaleScope cLocale;
     va_copy(again, arguments);
