@@ -1,4 +1,5 @@
 #include <chrono>
+#include <clocale>
 #include <functional>
 #include <gtest/gtest.h>
 #include <mutex>
@@ -151,6 +152,7 @@ TEST(Thread, FailedStartTellsTheReasonAndLeavesTheObjectIdle)
     ASSERT_EQ(pthread_attr_setstacksize(&huge, std::size_t{1} << 50), 0);
     ASSERT_EQ(pthread_setattr_default_np(&huge), 0);
     Worker worker([](Worker&) {});
+    std::setlocale(LC_ALL, "C"); // the reason's text
     testing::internal::CaptureStderr();
     worker.start();
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "pthread_create: Resource temporarily unavailable\n");

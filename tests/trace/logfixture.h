@@ -10,11 +10,16 @@
 #include <string>
 #include <vorelutil/trace/tracelog.h>
 
-/// Each case runs in an empty folder of its own, and leaves the log as if no traceInit had run.
+/// Each case runs in an empty folder of its own and the "C" locale, and leaves the log as if no traceInit had
+/// run.
 class LogFixture : public testing::Test
 {
 public:
-    LogFixture() { std::filesystem::current_path(m_folder.path().toStdString()); }
+    LogFixture()
+    {
+        std::filesystem::current_path(m_folder.path().toStdString());
+        std::setlocale(LC_ALL, "C");
+    }
 
     ~LogFixture() override
     {
