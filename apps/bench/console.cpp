@@ -64,7 +64,8 @@ void Console::onLinkState()
         m_positionRequest = 0;
         setReady(false);
     }
-    tell(tr("Link: %1").arg(m_link->stateText()), m_link->state() == ControllerLink::Lost);
+    // The window shows the state by itself.
+    traceTrace("Link: %s", m_link->stateText().toUtf8().constData());
 }
 
 void Console::onAcknowledged(int number, int /*address*/, int /*index*/, int reason, int value)

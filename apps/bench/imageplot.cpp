@@ -85,6 +85,8 @@ void ImagePlot::showFrames(const SharedFrame& whole, const FrameBuffer* running,
         setAxisName(m_plot, QwtPlot::xBottom, tr("x"));
         setAxisName(m_plot, QwtPlot::yLeft, tr("y"));
         setAxisName(m_plot, QwtPlot::yRight, tr("height"));
+        for (const int axis : {QwtPlot::xBottom, QwtPlot::yLeft, QwtPlot::yRight})
+            m_plot->setAxisScale(axis, 0, 1);
         m_plot->axisWidget(QwtPlot::yRight)->setColorMap(QwtInterval(0, 1), makeHeightColourMap());
     }
     m_plot->replot();

@@ -89,6 +89,7 @@ MainWindow::MainWindow(Console* console, QWidget* parent)
     connectSignals();
     setMinimumSize(900, 640); // stated, so that changing texts do not change it
     resize(1280, 800);
+    showVoidLegend(false);
     updateState();
     updatePasses();
 }
@@ -244,13 +245,14 @@ void MainWindow::showEvent(QShowEvent* event)
     QMainWindow::showEvent(event);
     if (windowHandle() != nullptr && windowHandle()->screen() != nullptr)
         m_gate.setRefreshRate(windowHandle()->screen()->refreshRate());
-    showVoidLegend();
+    m_voidSample->setPixmap(m_image->voidSample());
 }
 
 void MainWindow::changeEvent(QEvent* event)
 {
     QMainWindow::changeEvent(event);
-    if (event->type() == QEvent::PaletteChange && m_voidSample != nullptr) showVoidLegend();
+    if (event->type() == QEvent::PaletteChange && m_voidSample != nullptr)
+        m_voidSample->setPixmap(m_image->voidSample());
 }
 
 void MainWindow::closeEvent(QCloseEvent* event)
@@ -260,9 +262,10 @@ void MainWindow::closeEvent(QCloseEvent* event)
     event->accept();
 }
 
-void MainWindow::showVoidLegend()
+void MainWindow::showVoidLegend(bool show)
 {
-    m_voidSample->setPixmap(m_image->voidSample());
+    m_voidSample->setVisible(show);
+    m_voidText->setVisible(show);
 }
 
 // Only what the running scan changes; both images and the line come from an area.
@@ -274,9 +277,7 @@ void MainWindow::repaintPlots()
         if (kind == ScanKind::Area) {
             const bool forward = m_pass->currentData().toBool();
             m_image->showFrames(console.lastFrame(kind), console.runningFrame(kind), forward);
-            const bool hasVoid = m_image->image().hasVoid();
-            m_voidSample->setVisible(hasVoid);
-            m_voidText->setVisible(hasVoid);
+            showVoidLegend(m_image->image().hasVoid());
         }
         ProfilePlot* profile = kind == ScanKind::Stream ? m_stream : m_line;
         profile->showFrame(console.runningFrame(kind), console.lastFrame(kind).get());

@@ -61,7 +61,7 @@ private:
     void toggleLink();
     void toggleLog();
     void saveAs(Snapshot snapshot, ScanKind kind, const QString& suggestion, const QString& filter);
-    void showVoidLegend();
+    void showVoidLegend(bool show);
 
     Console* m_console;
     RepaintGate m_gate;

@@ -61,7 +61,8 @@ PlotColours plotColours(const QPalette& palette)
 void applyPlotStyle(QwtPlot* plot)
 {
     if (auto* canvas = qobject_cast<QwtPlotCanvas*>(plot->canvas())) {
-        canvas->setFrameStyle(QFrame::Box | QFrame::Plain);
+        canvas->setFrameShape(QFrame::Box);
+        canvas->setFrameShadow(QFrame::Plain);
         canvas->setLineWidth(1);
         QPalette frame = plot->palette();
         frame.setColor(QPalette::WindowText, plotColours(plot->palette()).faint);

@@ -69,6 +69,8 @@ ProfilePlot::ProfilePlot(Kind kind, QWidget* parent)
     applyColours();
     setAxisName(this, xBottom, kind == Line ? tr("x") : tr("time"));
     setAxisName(this, yLeft, kind == Line ? tr("height") : tr("value"));
+    setAxisScale(xBottom, 0, 1); // until there is something to show
+    setAxisScale(yLeft, 0, 1);
 }
 
 ProfilePlot::~ProfilePlot() = default;
@@ -154,6 +156,7 @@ void ProfilePlot::describe(const FrameBuffer& frame)
         {largest(m_firstPoints, offset), largest(m_secondPoints, offset), largest(m_faintPoints, offset)});
     const AxisUnit y = axisUnit(peak, frame.findMeta(FrameBuffer::KeyValueUnit, 128),
                                 frame.findMeta(FrameBuffer::KeySampleDivisor, 1));
+    setAxisAutoScale(yLeft, true);
     setAxisName(this, yLeft, y.title(m_kind == Line ? tr("height") : tr("value")));
     const double xFactor = shownLength > 0 ? shownLength / steps : 1.0;
     for (QVector<QPointF>* points : {&m_firstPoints, &m_secondPoints, &m_faintPoints})

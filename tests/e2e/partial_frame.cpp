@@ -26,8 +26,8 @@ int main(int argc, char** argv)
     };
     for (const auto& entry : entries) frame.setMetaData(entry[0], entry[1]);
     frame.setActive(true);
-    std::vector<int> samples;
-    for (int i = 0; i < std::atoi(argv[5]); ++i) samples.push_back(37 * i - 5000);
+    std::vector<int> samples(std::size_t(std::atoi(argv[5])));
+    for (std::size_t i = 0; i < samples.size(); ++i) samples[i] = 37 * int(i) - 5000;
     frame.addData(samples.data(), int(samples.size()), 0);
     return frame.saveFrameBcr(argv[1], "voltage", true);
 }
