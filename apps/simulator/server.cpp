@@ -29,11 +29,6 @@ constexpr std::size_t headerBytes = 20;
 
 Server::Server(const Simulator::Options& options)
     : m_options(options)
-    , m_server(this)
-    , m_confirmTimer(this)
-    , m_tellTimer(this)
-    , m_scanTimer(this)
-    , m_surface(this)
     , m_source(options.seed)
     , m_position(std::uint32_t(std::max(options.position, 0)))
     , m_block(headerBytes + 4 * blockSamples)
@@ -84,18 +79,6 @@ bool Server::open(QString* error)
             fault(kind);
     }
     return true;
-}
-
-void Server::shutDown()
-{
-    m_server.close();
-    m_confirmTimer.stop();
-    m_tellTimer.stop();
-    m_scanTimer.stop();
-    for (Client* client : m_clients) delete client;
-    m_clients.clear();
-    m_pending.clear();
-    m_surface.close();
 }
 
 // Connections

@@ -26,8 +26,6 @@ public:
     /// Opens surface file and port. False with `*error` in words when that fails.
     bool open(QString* error);
     int port() const { return m_server.serverPort(); }
-    /// Closes everything; the surface file is complete afterwards.
-    void shutDown();
 
 private:
     struct Pending

@@ -2,7 +2,8 @@
 
 #include "server.h"
 
-#include <QThread>
+#include <QEventLoop>
+#include <QTimer>
 
 Simulator::Simulator(const Options& options)
     : m_options(options)
@@ -11,36 +12,47 @@ Simulator::Simulator(const Options& options)
 
 Simulator::~Simulator()
 {
-    if (!m_thread) return;
-    if (m_server) QMetaObject::invokeMethod(m_server.get(), &Server::shutDown, Qt::BlockingQueuedConnection);
-    m_thread->quit();
-    m_thread->wait();
+    if (!m_thread.joinable()) return;
+    m_stop = true;
+    m_thread.join();
 }
 
 bool Simulator::start(QString* error)
 {
-    if (m_server) {
+    if (m_thread.joinable()) {
         *error = QStringLiteral("already started");
         return false;
     }
-    m_server = std::make_unique<Server>(m_options);
-    if (!m_thread) {
-        m_thread = std::make_unique<QThread>();
-        m_thread->setObjectName(QStringLiteral("simulator"));
-        m_thread->start();
-    }
-    m_server->moveToThread(m_thread.get());
-    bool opened = false;
-    QMetaObject::invokeMethod(
-        m_server.get(), [this, error] { return m_server->open(error); }, Qt::BlockingQueuedConnection,
-        &opened);
-    if (!opened) m_server.release()->deleteLater(); // in its thread
-    return opened;
+    std::promise<int> port;
+    std::future<int> opened = port.get_future();
+    m_thread = std::thread([&] { serve(&port, error); });
+    m_port = opened.get();
+    if (m_port == 0) m_thread.join();
+    return m_port != 0;
 }
 
 int Simulator::port() const
 {
-    return m_server ? m_server->port() : 0;
+    return m_port;
+}
+
+/// The thread's body. The server is made, used and destroyed here; port and error are the caller's until the
+/// port is told, 0 for a failure.
+void Simulator::serve(std::promise<int>* port, QString* error)
+{
+    QEventLoop loop; // first: it gives the thread the dispatcher that timers and sockets need
+    Server server(m_options);
+    if (!server.open(error)) {
+        port->set_value(0);
+        return;
+    }
+    QTimer stopping;
+    QObject::connect(&stopping, &QTimer::timeout, [&] {
+        if (m_stop) loop.quit();
+    });
+    stopping.start(10);
+    port->set_value(server.port());
+    loop.exec();
 }
 
 bool Simulator::parseFault(const QString& text, Fault* fault)

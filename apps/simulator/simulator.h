@@ -1,11 +1,10 @@
 #pragma once
 
-#include <memory>
+#include <atomic>
+#include <future>
 #include <QString>
 #include <QVector>
-
-class QThread;
-class Server;
+#include <thread>
 
 /// A simulated controller: a TCP server that speaks the wire format, in a thread of its own.
 ///
@@ -59,7 +58,10 @@ public:
     static bool parseFault(const QString& text, Fault* fault);
 
 private:
-    Options m_options;
-    std::unique_ptr<QThread> m_thread;
-    std::unique_ptr<Server> m_server; ///< lives in the thread; null while not started
+    void serve(std::promise<int>* port, QString* error);
+
+    const Options m_options;
+    int m_port = 0;
+    std::atomic<bool> m_stop = false; ///< asks the server's thread to end
+    std::thread m_thread;             ///< joinable while started
 };
