@@ -14,9 +14,8 @@
 /// nothing is written and every function but `traceReply` and `tracePrintReason` returns at once.
 ///
 /// Callers' formats are those of `printf` and carry neither a full stop nor a newline at their end: the log
-/// adds
-/// ".\n". Numbers have a decimal point in every locale. Null texts act as "". Where `printf` fails
-/// (a wide character beyond ASCII) the format itself is written.
+/// adds ".\n". Numbers have a decimal point in every locale. Null texts act as "". Where `printf` fails (a
+/// wide character beyond ASCII) the format itself is written.
 ///
 /// Threads: any thread may write lines; each line is written as a whole under the record's mutex. Flags and
 /// address lists are read without it, so set them up before other threads trace.
