@@ -19,7 +19,8 @@ namespace {
 
 constexpr int firstEventType = 1000;
 constexpr int lengthSize = 4;
-constexpr int aheadSize = 16384;
+constexpr int aheadSize = 65536;
+constexpr int directSize = 16384; ///< rests of this size go straight into the ring
 constexpr int roomPollMs = 20;
 constexpr int backOffStepMs = 50;
 constexpr int backOffSteps = 100; ///< 5 s at most
@@ -132,6 +133,8 @@ void IQTcpThread::Core::receiveOne()
 {
     if (read() > 0) {
         m_attempts = 0;
+        if (!isEnding())
+            m_aheadBegin += fifo.writeFrames(m_ahead.data() + m_aheadBegin, m_aheadEnd - m_aheadBegin);
         triggerBuddy(TrigData);
         return;
     }
@@ -255,7 +258,7 @@ int IQTcpThread::Core::read()
     int received = lengthSize + take(place + lengthSize, length);
     while (received < total) {
         const int rest = total - received;
-        const bool direct = rest >= aheadSize / 2;
+        const bool direct = rest >= directSize;
         const platform::Transfer transfer = direct ? m_reading->receive(place + received, rest) : fillAhead();
         if (shutdownRequested) return 0;
         if (transfer.count <= 0) return abandoned(transfer, received);

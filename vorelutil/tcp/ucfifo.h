@@ -29,6 +29,12 @@ public:
     /// Commits `n` bytes, at most as many as the last `startWrite` granted.
     void finishWrite(int n);
 
+    /// Writes the whole frames at the begin of `data`, of which `length` bytes are there, as many as have
+    /// room now: each as by startWrite, a copy and finishWrite, but under one lock. A frame is a 4-byte
+    /// length L and L bytes; it ends at a frame that is not there as a whole, or has a negative L. The number
+    /// of bytes taken.
+    int writeFrames(const char* data, int length);
+
     /// The unread bytes that lie in one piece, and their number in `*count` (if not null; 0 when there are
     /// none); null when nothing is readable. The block stays as it is until `finishRead`.
     char* startRead(int* count);
@@ -42,6 +48,9 @@ public:
     IMutex& mutex() { return m_mutex; }
 
 private:
+    char* place(int n);
+    void commit(int n);
+
     const int m_size;
     char* const m_base;
     char* m_write;  ///< where the next frame goes
