@@ -1,7 +1,10 @@
 #include <benchmark/benchmark.h>
 #include <cmath>
+#include <cstddef>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <iterator>
 #include <random>
 #include <vector>
 #include <vorelutil/algo/prefix.h>
@@ -115,7 +118,10 @@ std::vector<Input> hardValues(std::size_t count)
             for (std::uint64_t steps = random() % 4; steps > 0; --steps) {
                 input.value = std::nextafter(input.value, random() % 2 == 0 ? 0 : 1e4);
             }
-            for (std::uint64_t steps = random() % 4; steps > 0; --steps) input.value /= 1000;
+            const bool up = random() % 2 == 0;
+            for (std::uint64_t steps = random() % 4; steps > 0; --steps) {
+                input.value = up ? input.value * 1000 : input.value / 1000;
+            }
         }
     }
     return inputs;
@@ -141,11 +147,13 @@ bool sameAnswers(const std::vector<Input>& inputs)
     return true;
 }
 
+constexpr std::size_t valueCount = 65536;
+
 using Normalize = char(double*, char, double*, int);
 
 template <Normalize normalize, std::size_t readings> void normalizeAll(benchmark::State& state)
 {
-    const std::vector<Input> inputs = shownValues(65536, readings);
+    const std::vector<Input> inputs = shownValues(valueCount, readings);
     for (auto _ : state) {
         double sum = 0;
         for (const Input& input : inputs) {
@@ -169,11 +177,13 @@ BENCHMARK_TEMPLATE(normalizeAll, literalNormalize, 1)->Name("NormalizeScattered/
 
 int main(int argc, char** argv)
 {
-    if (!sameAnswers(hardValues(4000000)) || !sameAnswers(shownValues(65536, 1))) {
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
+    if (!sameAnswers(hardValues(4000000)) || !sameAnswers(shownValues(valueCount, 16)) ||
+        !sameAnswers(shownValues(valueCount, 1))) {
         std::fprintf(stderr, "algoNormalize and its peer differ\n");
         return 1;
     }
-    benchmark::Initialize(&argc, argv);
     benchmark::RunSpecifiedBenchmarks();
     return 0;
 }

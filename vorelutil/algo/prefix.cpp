@@ -1,5 +1,6 @@
 #include "prefix.h"
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstddef>
@@ -88,6 +89,28 @@ constexpr std::array<char, topStep + 1> makePrefixOfStep()
 constexpr std::array<signed char, 256> stepOfPrefix = makeStepOfPrefix();
 constexpr std::array<char, topStep + 1> prefixOfStep = makePrefixOfStep();
 
+// What so many steps multiply a value by, each rounded: downwards behind the middle, upwards before it.
+constexpr std::array<double, 2 * topStep + 1> makeFactorOfSteps()
+{
+    std::array<double, 2 * topStep + 1> factors{};
+    factors[topStep] = 1;
+    for (std::size_t i = topStep; i < 2 * topStep; ++i) factors[i + 1] = factors[i] * 1000;
+    for (std::size_t i = topStep; i > 0; --i) factors[i - 1] = factors[i] / 1000;
+    return factors;
+}
+
+constexpr std::array<double, 2 * topStep + 1> factorOfSteps = makeFactorOfSteps();
+
+struct UsualSteps
+{
+    double times;
+    double timesAgain;
+    double by;
+};
+
+// From two steps down to one up.
+constexpr std::array<UsualSteps, 4> usualSteps = {{{1000, 1000, 1}, {1000, 1, 1}, {1, 1, 1}, {1, 1, 1000}}};
+
 // 1 - 0.5 * 10^-decimals; from 16 decimals on it rounds to 1, below 0 decimals it is negative.
 constexpr std::array<double, 17> lowerBounds = {1 - 0.5,
                                                 1 - 0.5 * 1e-1,
@@ -138,26 +161,31 @@ QString algoGetPrintablePrefix(char prefix)
 
 char algoNormalize(double* value, char prefix, double* factor, int decimals)
 {
-    double scale = 1;
     double scaled = *value;
-    if (factor != nullptr) *factor = scale;
-    if (std::fabs(scaled) < 1e-30) {
+    const double size = std::fabs(scaled);
+    if (factor != nullptr) *factor = 1;
+    if (size < 1e-30) {
         *value = 0;
         return ' ';
     }
-    int step = stepOfPrefix[static_cast<unsigned char>(prefix)];
-    if (step == notUsable) return prefix;
+    const int first = stepOfPrefix[static_cast<unsigned char>(prefix)];
+    if (first == notUsable) return prefix;
+    if (std::isnan(scaled)) return prefixOfStep[static_cast<std::size_t>(first)];
 
-    for (const double bound = lowerBound(decimals); std::fabs(scaled) < bound && step > 0; --step) {
-        scaled *= 1000;
-        scale *= 1000;
-    }
-    for (; std::fabs(scaled) >= 1000 && step < topStep; ++step) {
-        scaled /= 1000;
-        scale /= 1000;
-    }
+    // Up to two steps down or one up without a jump: one that the processor cannot foresee costs more than
+    // all of this.
+    const double bound = lowerBound(decimals);
+    const int down = std::min((size < bound) + (size * 1000 < bound), first);
+    const int up = std::min<int>(size >= 1000, topStep - first);
+    const UsualSteps& usual = usualSteps[static_cast<std::size_t>(2 + up - down)];
+    scaled = scaled * usual.times * usual.timesAgain / usual.by;
+    int step = first - down + up;
+    // The rest, if there is one.
+    for (; std::fabs(scaled) < bound && step > 0; --step) scaled *= 1000;
+    for (; std::fabs(scaled) >= 1000 && step < topStep; ++step) scaled /= 1000;
+
     *value = scaled;
-    if (factor != nullptr) *factor = scale;
+    if (factor != nullptr) *factor = factorOfSteps[static_cast<std::size_t>(topStep + first - step)];
     return prefixOfStep[static_cast<std::size_t>(step)];
 }
 
