@@ -55,7 +55,8 @@ TEST(Rounding, DigitsCountPlacesAndDecimals)
     const struct { double x, resolution; int digits; } rows[] = {
         {123.45, 0.01, 6}, {123.45, 0.1, 5}, {123.45, 1, 3}, {-123.45, -0.01, 6}, {123.45, 25, 3}, {1, 1, 1},
         {99.9, 0, 2}, {100, 0, 3}, {0.5, 0.1, 2}, {0, 0.001, 5}, {0, 0, 1}, {5, 0.3, 2}, {notANumber, 0, 1},
-        {inf, 1, 309}, {-inf, 1, 309}, {1, notANumber, 1}, {1, inf, 1}, {1, smallest, 310}};
+        {inf, 1, 309}, {-inf, 1, 309}, {1, notANumber, 1}, {1, inf, 1}, {1, smallest, 310},
+        {1, 1e-5, 6}}; // not 7: 1 / 1e-5 rounds below 1e5
     for (const auto& row : rows) {
         EXPECT_EQ(algoDigits(row.x, row.resolution), row.digits) << row.x << " at " << row.resolution;
     }

@@ -75,12 +75,12 @@ TEST(Unit, RescaleKeepsTheQuantity)
 {
     const struct { double value; int code; bool inverse; double result; int to; double factor; int rounded; } rows[] = {
         {1.5, 0x180, false, 1.5e6, 0x17E, 1e6, 1500000},          {1.5, 0x180, true, 1.5e6, 0x182, 1e6, 1500000},
-        {2e10, 0x180, false, 2e7, 0x181, 1.0 / 1000, 20000000},
-        {-2e10, 0x180, true, -2e7, 0x17F, 1.0 / 1000, -20000000},
+        {2e10, 0x180, false, 2e7, 0x181, 1e-3, 20000000},
+        {-2e10, 0x180, true, -2e7, 0x17F, 1e-3, -20000000},
         {1e9, 0x180, false, 1e9, 0x180, 1, 1000000000},           {1e6, 0x180, false, 1e9, 0x17F, 1e3, 1000000000},
         {1000000.5, 0x180, false, 1000000.5, 0x180, 1, 1000001},  {0, 0x180, false, 0, 0x180, 1, 0},
         {inf, 0x180, false, inf, 0x180, 1, INT_MIN},              {-inf, 0x180, true, -inf, 0x180, 1, INT_MIN},
-        {2e10, INT_MAX, false, 2e7, INT_MIN, 1.0 / 1000, 20000000}, {1e6, INT_MIN, false, 1e9, INT_MAX, 1e3, 1000000000}};
+        {2e10, INT_MAX, false, 2e7, INT_MIN, 1e-3, 20000000}, {1e6, INT_MIN, false, 1e9, INT_MAX, 1e3, 1000000000}};
     for (const auto& row : rows) {
         SCOPED_TRACE(row.value);
         double value = row.value;

@@ -4,8 +4,8 @@
 
 /// Rounding, magnitudes, printed widths and small ratios.
 ///
-/// Pure functions of their arguments: no state, no lock, any thread. None of them throws. A result that
-/// does not fit its integer type is a fixed value, stated per function, and never undefined behaviour.
+/// Pure functions of their arguments: no state, no lock, any thread. None of them throws. What becomes of a
+/// result that does not fit its integer type is stated per function; it is never undefined behaviour.
 
 /// x rounded to the nearest integer, halves away from zero.
 ///
@@ -36,10 +36,10 @@ VORELUTIL_EXPORT long long algoNearestLongLong(double x);
 ///
 /// Kept: x = 0 writes 0 to the numerator and leaves the denominator untouched. NaN and infinities leave both
 /// untouched. There is no limit of steps before n = INT_MAX: the search ends there with the pair
-/// of INT_MAX, d, which may be a bad one. A tolerance of 0 or less (or NaN), which nothing meets, and a v
-/// beyond INT_MAX lead there at once. A tolerance that is only just above 0 can take seconds.
-/// Neither pointer may be null.
-/// Examples: (2.5, 0.01) -> 5 and 2; (0.4, 0.01) -> 2 and 5; (-0.4, 0.01) -> 2 and -5.
+/// of INT_MAX, d, which may be a bad one: its denominator is 0 for |x| beyond about 4.3e9, its numerator 0
+/// for |x| below about 2.3e-10. A tolerance of 0 or less (or NaN), which nothing meets, and a v beyond
+/// INT_MAX lead there at once. A tolerance that is only just above 0 can take seconds. Neither pointer may be
+/// null. Examples: (2.5, 0.01) -> 5 and 2; (0.4, 0.01) -> 2 and 5; (-0.4, 0.01) -> 2 and -5.
 VORELUTIL_EXPORT void algoApproxByRatio(double x, double tolerance, int* numerator, int* denominator);
 
 /// Binary exponent of x: the index of its highest set bit; -1 for 0.
@@ -60,6 +60,7 @@ VORELUTIL_EXPORT int algoLogd(double x);
 /// The integer part counts its digits; 0 and NaN count one; infinity counts as the largest double, 309. Kept:
 /// an |x| between 0 and 1 counts no digit before the point. A resolution that is 0, NaN, or 1 and more in
 /// magnitude adds nothing; any other adds the decimal point and the decimals: the number of divisions by 10
-/// that bring 1 / |resolution| below 1.
+/// that bring 1 / |resolution| below 1. Kept: where 1 / |resolution| rounds below a power of ten (1e-5, 1e-9)
+/// it is one less.
 /// Examples: (123.45, 0.01) -> 6; (123.45, 1) -> 3; (0.5, 0.1) -> 2; (0, 0.001) -> 5; (0, 0) -> 1.
 VORELUTIL_EXPORT int algoDigits(double x, double resolution);

@@ -41,12 +41,12 @@ VORELUTIL_EXPORT int algoConvertLegacyUnit(int legacy);
 
 /// Brings |value| into (1e6, 1e9] by steps of 1000 while the code's step keeps the quantity the same.
 ///
-/// Both are changed in place. The result is the factor by which the value was multiplied. `inverse` is for
-/// a unit that stands in a divisor: the code then moves the other way. 0, NaN and infinities return 1 and
-/// change nothing. Each step is one multiplication or division by 1000, and rounds as such; the factor of a
-/// value below about 1e-302 overflows to infinity. Kept: the code counts on into a neighbouring unit when its
-/// step leaves -128 to 127; beyond the range of int it wraps. Examples: 1.5 with 0x180 -> 1.5e6 with 0x17E,
-/// factor 1e6; 2e10 with 0x180 -> 2e7 with 0x181, factor 1e-3.
+/// Both are changed in place; neither may be null. The result is the factor by which the value was
+/// multiplied. `inverse` is for a unit that stands in a divisor: the code then moves the other way. 0, NaN
+/// and infinities return 1 and change nothing. Each step is one multiplication or division by 1000, and
+/// rounds as such; the factor of a value of 1e-300 and less overflows to infinity. Kept: the code counts on
+/// into a neighbouring unit when its step leaves -128 to 127; beyond the range of int it wraps. Examples: 1.5
+/// with 0x180 -> 1.5e6 with 0x17E, factor 1e6; 2e10 with 0x180 -> 2e7 with 0x181, factor 1e-3.
 VORELUTIL_EXPORT double algoRescaleUnit(double* value, int* code, bool inverse);
 
 /// As `algoRescaleUnit` on a copy of the value; the result is the rescaled value, rounded by `algoNearest`.

@@ -8,7 +8,8 @@
 /// The family stands apart from the standard library's: `Error` has no base class and no `what()`, and a
 /// handler for `std::exception` does not catch it. Throw by value, catch `Error&` or a subclass; show
 /// `title` as the caption and `message` as the body of a message box. The destructor is the only virtual
-/// operation. Composing a message fails only for want of memory (`std::bad_alloc`).
+/// operation. Composing a message fails only where the string cannot be made (`std::length_error`,
+/// `std::bad_alloc`).
 class VORELUTIL_EXPORT Error
 {
 public:
