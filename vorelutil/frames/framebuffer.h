@@ -106,7 +106,7 @@ public:
     /// With `withData` also the samples, the start position and the frame counter; otherwise the copy holds
     /// no sample and counts from 0. The record is loaded first and the map replaces what came of it, so that
     /// entries that were set one by one survive. The copy has no running log. Throws `OomError`.
-    FrameBuffer(const FrameBuffer& other, bool withData = true); // NOLINT(google-explicit-constructor)
+    FrameBuffer(const FrameBuffer& other, bool withData = true);
 
     /// As `init`.
     FrameBuffer& operator=(const FrameBuffer& other);
