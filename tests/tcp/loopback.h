@@ -86,7 +86,7 @@ public:
         m_address.sin_family = AF_INET;
         m_address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
         socklen_t size = sizeof m_address;
-        bind(m_socket.descriptor(), address(), size);
+        (void)bind(m_socket.descriptor(), address(), size);
         getsockname(m_socket.descriptor(), reinterpret_cast<sockaddr*>(&m_address), &size);
         listen(m_socket.descriptor(), backlog);
     }
@@ -98,7 +98,7 @@ public:
     {
         for (bool answered = true; answered;) {
             m_clients.emplace_back(socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
-            connect(m_clients.back().descriptor(), address(), sizeof m_address);
+            (void)connect(m_clients.back().descriptor(), address(), sizeof m_address);
             pollfd waiting{m_clients.back().descriptor(), POLLOUT, 0};
             answered = poll(&waiting, 1, 200) == 1;
         }
