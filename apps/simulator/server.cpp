@@ -254,7 +254,7 @@ void Server::sendSamples(int count)
     qToLittleEndian<std::int32_t>(m_samples.data(), qsizetype(n), m_block.data() + headerBytes);
     for (Client* client : m_clients) client->send(m_block.data(), headerBytes + 4 * n);
     if (m_surface.isOpen()) {
-        const qint64 bytes = qint64(4 * n);
+        const qint64 bytes = 4 * qint64(n);
         if (m_surface.write(m_block.data() + headerBytes, bytes) != bytes) endSurface();
     }
     m_position = (m_position + std::uint32_t(count)) & 0x7FFFFFFFu;

@@ -122,7 +122,7 @@ const std::vector<std::int32_t>& SampleSource::row(int index)
         const int y = m_geometry.yPixels;
         const double pitch = x > 1 ? widthNm / (x - 1) : 0.0;
         const double atY = y > 1 ? heightNm * index / (y - 1) : heightNm / 2.0;
-        values.resize(std::size_t(x + hysteresis(x)));
+        values.resize(std::size_t(x) + std::size_t(hysteresis(x)));
         for (std::size_t i = 0; i < values.size(); ++i)
             values[i] = std::int32_t(std::lround(height(pitch * double(i), atY)));
     }

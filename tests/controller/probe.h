@@ -25,7 +25,7 @@ public:
 
     void send(const std::vector<qint32>& words)
     {
-        socket.write(reinterpret_cast<const char*>(words.data()), qint64(4 * words.size()));
+        socket.write(reinterpret_cast<const char*>(words.data()), 4 * qint64(words.size()));
         socket.flush();
     }
     void request(qint32 type, qint32 address, const std::vector<qint32>& data, qint32 index = 0)

@@ -166,8 +166,8 @@ TEST(Simulator, ShowsOneSurfaceInEveryMode)
                 const int first = (downwards ? line : y - 1 - line) * x;
                 for (const char pass : passes)
                     for (int i = 0; i < x; ++i, ++next)
-                        (pass == 'F' ? forward[std::size_t(first + i)]
-                                     : backward[std::size_t(first + x - 1 - i)]) = *next;
+                        (pass == 'F' ? forward.at(std::size_t(first) + std::size_t(i))
+                                     : backward.at(std::size_t(first) + std::size_t(x - 1 - i))) = *next;
             }
             if (reference.empty()) reference = forward;
             // Noise is up to 25 pm either way; the return pass lags by 2.4 nm of 100 nm, 2 pixels of 64.
@@ -181,16 +181,20 @@ TEST(Simulator, ShowsOneSurfaceInEveryMode)
         }
     }
     // No mirroring goes unseen: most pixels differ by more than the noise.
+    const auto at = [&](int row, int column) {
+        return reference[std::size_t(row) * x + std::size_t(column)];
+    };
     for (const int mirroring : {1, 2, 3}) {
         int differing = 0;
-        for (int i = 0; i < x * y; ++i) {
-            const int row = (mirroring & 2) != 0 ? y - 1 - i / x : i / x;
-            const int column = (mirroring & 1) != 0 ? x - 1 - i % x : i % x;
-            if (std::abs(reference[std::size_t(row * x + column)] - reference[std::size_t(i)]) > 100)
-                ++differing;
-        }
+        for (int row = 0; row < y; ++row)
+            for (int column = 0; column < x; ++column)
+                if (std::abs(at(row, column) - at((mirroring & 2) != 0 ? y - 1 - row : row,
+                                                  (mirroring & 1) != 0 ? x - 1 - column : column)) > 100)
+                    ++differing;
         EXPECT_GT(differing, x * y / 2) << mirroring;
     }
+    // It rises from the first row's first column to the last row's last one.
+    EXPECT_GT(at(y - 1, x - 1) - at(0, 0), 1500);
 }
 
 TEST(Simulator, SamplesDependOnThePositionAlone)
