@@ -99,42 +99,31 @@ TEST_F(ControllerLinkTest, TracesByCategory)
         << lines[2].toStdString();
 }
 
-TEST_F(ControllerLinkTest, ComesBackAfterALossAndDropsWhatWasPending)
-{
-    Simulator::Options options;
-    options.confirmMilliseconds = 60000;
-    options.faults = {{Simulator::FaultKind::Drop, 1.0}};
-    connectSimulator(options);
-    link->get(0x21);
-    ASSERT_TRUE(waitFor([this] { return link->reconnectCount() == 1; }));
-    ASSERT_EQ(problems.size(), 2);
-    EXPECT_TRUE(problems[0].endsWith(QLatin1String("the controller closed the connection")))
-        << problems[0].toStdString();
-    EXPECT_EQ(problems[1], QStringLiteral("1 requests were not answered"));
-    EXPECT_EQ(states.at(2), ControllerLink::Lost);
-    EXPECT_EQ(link->errorCount(), 1);
-}
-
-TEST_F(ControllerLinkTest, ConnectsAnewWhenWhatArrivesIsNoTelegram)
+TEST_F(ControllerLinkTest, ComesBackAfterALossAndWhenWhatArrivesIsNoTelegram)
 {
     struct Row
     {
         QByteArray bytes;
+        bool closes;
         const char* problem;
     };
     for (const Row& row :
-         {Row{QByteArray("\x05\0\0\0hello", 9), "what arrived is no telegram"},
-          Row{QByteArray("\0\0\0\x40", 4), "a telegram arrived that is too long to be one"}}) {
+         {Row{QByteArray("\x05\0\0\0hello", 9), false, "what arrived is no telegram"},
+          Row{QByteArray("\0\0\0\x40", 4), false, "a telegram arrived that is too long to be one"}}) {
         QTcpServer server;
         ASSERT_TRUE(server.listen(QHostAddress::LocalHost));
         int connections = 0;
         QObject::connect(&server, &QTcpServer::newConnection, [&] {
             QTcpSocket* socket = server.nextPendingConnection();
             if (++connections == 1)
-                QObject::connect(socket, &QTcpSocket::readyRead,
-                                 [&row, socket] { socket->write(row.bytes); });
+                QObject::connect(socket, &QTcpSocket::readyRead, [&row, socket] {
+                    socket->readAll();
+                    socket->write(row.bytes);
+                    if (row.closes) socket->disconnectFromHost();
+                });
         });
         problems.clear();
+        states.clear();
         const int errors = link->errorCount();
         const int reconnects = link->reconnectCount();
         link->connectTo(QStringLiteral("127.0.0.1"), server.serverPort());
@@ -144,6 +133,9 @@ TEST_F(ControllerLinkTest, ConnectsAnewWhenWhatArrivesIsNoTelegram)
         ASSERT_GE(problems.size(), 2);
         EXPECT_TRUE(problems[problems.size() - 2].endsWith(QLatin1String(row.problem)));
         EXPECT_EQ(problems.last(), QStringLiteral("1 requests were not answered"));
+        EXPECT_EQ(states,
+                  (std::vector<ControllerLink::State>{ControllerLink::Connecting, ControllerLink::Connected,
+                                                      ControllerLink::Lost, ControllerLink::Connected}));
         EXPECT_EQ(connections, 2);
         EXPECT_EQ(link->errorCount(), errors + 1);
         link->disconnectFrom();
