@@ -2,11 +2,18 @@
 
 #include "apps/controller/controllerlink.h"
 
+#include <QCoreApplication>
 #include <vorelutil/frames/framebuffer.h>
 #include <vorelutil/trace/error.h>
 #include <vorelutil/trace/tracelog.h>
 
 namespace bench {
+
+namespace {
+constexpr int heartbeatMilliseconds = 20;
+constexpr int longestSilence = 60; ///< ms without the event loop
+constexpr int breathMilliseconds = 20;
+} // namespace
 
 QString channelName(ScanKind kind)
 {
@@ -20,6 +27,11 @@ Console::Console(QObject* parent)
 {
     connect(m_link, &ControllerLink::stateChanged, this, &Console::onLinkState);
     connect(m_link, &ControllerLink::acknowledged, this, &Console::onAcknowledged);
+    // After the scan's connection: what it had to do with a telegram is done.
+    connect(m_link, &ControllerLink::told, this, &Console::breathe);
+    connect(&m_heartbeat, &QTimer::timeout, this, [this] { m_sinceHeartbeat.start(); });
+    m_sinceHeartbeat.start();
+    m_heartbeat.start(heartbeatMilliseconds);
     connect(m_link, &ControllerLink::problem, this, [this](const QString& text) { tell(text, true); });
     connect(m_scan, &Scan::samplesAdded, this,
             [this](const int* data, int count) { m_log.add(data, count); });
@@ -38,6 +50,15 @@ Console::~Console()
     // As children they would go last, and signal to members that are gone.
     delete m_scan;
     delete m_link;
+}
+
+// The link hands on telegrams as long as there are any. A controller that sends faster than that would keep
+// the event loop, and with it the window, from running at all.
+void Console::breathe()
+{
+    if (m_sinceHeartbeat.elapsed() < longestSilence) return;
+    m_sinceHeartbeat.start();
+    QCoreApplication::processEvents(QEventLoop::AllEvents, breathMilliseconds);
 }
 
 void Console::connectTo(const QString& host, int port)

@@ -3,7 +3,9 @@
 #include "safesave.h"
 #include "scan.h"
 
+#include <QElapsedTimer>
 #include <QObject>
+#include <QTimer>
 
 class ControllerLink;
 
@@ -11,7 +13,8 @@ namespace bench {
 
 /// The instrument console without its window: link, scan, frames, running log, saving.
 ///
-/// The window shows it, the run without a window drives it, tests use it as it is. GUI thread only.
+/// The window shows it, the run without a window drives it, tests use it as it is. GUI thread only. While a
+/// controller sends more than can be processed, events are handled between its telegrams.
 class Console : public QObject
 {
     Q_OBJECT
@@ -55,6 +58,7 @@ signals:
 
 private:
     void onLinkState();
+    void breathe();
     void onAcknowledged(int number, int address, int index, int reason, int value);
     void setReady(bool ready);
     void tell(const QString& text, bool isProblem);
@@ -63,6 +67,8 @@ private:
     ControllerLink* m_link;
     Scan* m_scan;
     RunningLog m_log;
+    QTimer m_heartbeat; ///< fires when the event loop runs
+    QElapsedTimer m_sinceHeartbeat;
     SharedFrame m_frames[3];   ///< by kind
     int m_positionRequest = 0; ///< number of the request for the first position; 0: none under way
     bool m_positionKnown = false;

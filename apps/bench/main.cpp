@@ -38,14 +38,14 @@ int runHeadless(bench::Console* console, bench::MainWindow* window, const bench:
 {
     QString failure;
     bench::HeadlessRun run(console, window, options.outFolder, options.scan, options.seconds);
-    QObject::connect(&run, &bench::HeadlessRun::finished, qApp, [&failure](const QString& text) {
+    QObject::connect(&run, &bench::HeadlessRun::finished, qApp, [&failure, console](const QString& text) {
         failure = text;
+        console->disconnectFrom(); // a link that is flooded would not let the loop end
         qApp->quit();
     });
     QObject::connect(stop, &StopSignal::received, &run, &bench::HeadlessRun::interrupt);
     console->connectTo(options.host, options.port);
     qApp->exec();
-    console->disconnectFrom();
     return failure.isEmpty() ? 0 : complain(failure);
 }
 

@@ -117,9 +117,7 @@ void Scan::proceed()
         sent = request(controller::samplePosition, m_expected, "position");
         break;
     case State::Stopping:
-        m_accepting = false;
-        setState(State::Idle);
-        emit stopped();
+        proceedToIdle();
         break;
     case State::Running:
         // A frame may have reached the bound before the start was confirmed.
@@ -133,8 +131,22 @@ void Scan::proceed()
 
 void Scan::onLinkState()
 {
-    if (m_link->state() != ControllerLink::Connected && !isIdle())
+    if (m_link->state() == ControllerLink::Connected || isIdle()) return;
+    if (m_link->state() != ControllerLink::Off) {
         end(tr("the link to the controller was lost"));
+        return;
+    }
+    // The operator has closed it.
+    m_waiting.clear();
+    proceedToIdle();
+}
+
+void Scan::proceedToIdle()
+{
+    m_confirmTimer.stop();
+    m_accepting = false;
+    setState(State::Idle);
+    emit stopped();
 }
 
 void Scan::setState(State state)

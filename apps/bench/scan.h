@@ -76,7 +76,7 @@ signals:
     void samplesAdded(const int* data, int count);
     /// A frame is whole: every sample of it was received, in order. Comes after its last `samplesAdded`.
     void frameDone(const bench::SharedFrame& frame);
-    /// The scan has ended as it was asked to.
+    /// The scan has ended as it was asked to, or with a link that was closed on purpose.
     void stopped();
     /// The scan has ended otherwise; `text` is for people.
     void failed(const QString& text);
@@ -94,6 +94,7 @@ private:
 
     bool request(int address, qint64 value, const char* name);
     void proceed();
+    void proceedToIdle();
     void setState(State state);
     void end(const QString& failure);
 

@@ -10,7 +10,7 @@ namespace bench {
 
 namespace {
 
-constexpr int sizeCheckMilliseconds = 2000;
+constexpr int sizeCheckMilliseconds = 500;
 
 // A path can be written when it opens; the trace log itself goes on with standard error when it does not.
 bool canWrite(const QString& path)

@@ -68,7 +68,7 @@ protected:
         });
         QObject::connect(console.scan(), &Scan::failed, [this](const QString& text) { failure = text; });
         console.connectTo(QStringLiteral("127.0.0.1"), port);
-        ASSERT_TRUE(waitFor([this] { return console.isReady(); }));
+        ASSERT_TRUE(waitFor([this] { return console.isReady() || starts.size() > 0; }));
     }
 
     void stopScan()
@@ -217,6 +217,25 @@ TEST_F(ScanTest, KeepsItsFeetOnHostileSamples)
     // A block beyond 2^30, that ends at the last position there is: the scan goes on below.
     fake.tellSamples(INT_MAX - 7, QVector<int>(8, 1));
     ASSERT_TRUE(waitFor([&] { return scan.restarts() == 1 && scan.state() == Scan::State::Running; }));
+    EXPECT_EQ(failure, QString());
+}
+
+// Telegrams arrive faster than they are handled: only what the console itself lets through gets its turn.
+TEST_F(ScanTest, FloodLeavesRoomForTheOperator)
+{
+    int ticks = 0;
+    QTimer timer;
+    QObject::connect(&timer, &QTimer::timeout, [&] {
+        if (console.scan()->frameCount() > 0 && ++ticks == 10) console.disconnectFrom();
+    });
+    timer.start(10);
+    QObject::connect(&console, &Console::readyChanged, [this](bool ready) {
+        if (ready) console.startScan({ScanKind::Area, 16, 16, 3, 10000});
+    });
+    connectToSimulator(0, QStringLiteral("flood"));
+    ASSERT_TRUE(waitFor([&] { return ticks >= 10; }));
+    EXPECT_EQ(console.link()->state(), ControllerLink::Off);
+    EXPECT_TRUE(console.scan()->isIdle());
     EXPECT_EQ(failure, QString());
 }
 
