@@ -1,0 +1,294 @@
+#include <climits>
+#include <clocale>
+#include <cmath>
+#include <cstring>
+#include <fstream>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <QDateTime>
+#include <QFile>
+#include <QRegularExpression>
+#include <QTemporaryDir>
+#include <random>
+#include <string>
+#include <tests/support/require.h>
+#include <vector>
+#include <vorelutil/frames/framebuffer.h>
+#include <vorelutil/frames/frametext.h>
+#include <vorelutil/platform/clocale.h>
+
+namespace {
+
+/// An active buffer with plain scaling: pixels and values in units of 1.
+void activate(FrameBuffer* frame, int mode, int xPixels, int yPixels, const std::vector<int>& samples,
+              int position = 0)
+{
+    frame->setMetaData(0x2001, mode);
+    frame->setMetaData(0x2002, xPixels);
+    frame->setMetaData(0x2003, yPixels);
+    frame->setMetaData(0x2004, xPixels - 1);
+    frame->setActive(true);
+    frame->addData(samples.data(), static_cast<int>(samples.size()), position);
+}
+
+/// Six heights, scaled to volts on an area in nanometres.
+void fillArea(FrameBuffer* frame)
+{
+    activate(frame, 3, 3, 2, {10, 20, 30, 40, 50, 60});
+    const int entries[][2] = {{0x2004, 300},   {0x2005, 200},   {0x2006, 5}, {0x2007, -7},  {0x200A, 4},
+                              {0x2012, 0x17D}, {0x2013, 0x27F}, {0x2014, 2}, {0x2016, 1499}};
+    for (const auto& [key, value] : entries) frame->setMetaData(key, value);
+}
+
+class FrameFiles : public ::testing::Test
+{
+protected:
+    std::string path(const char* name) const { return folder.filePath(name).toStdString(); }
+
+    static std::string bytes(const std::string& file)
+    {
+        std::ifstream stream(file, std::ios::binary);
+        return {std::istreambuf_iterator<char>(stream), {}};
+    }
+
+    /// The file with its time stamp, which must be that of a few seconds ago, replaced by TIME.
+    static std::string text(const std::string& file)
+    {
+        QString content = QString::fromStdString(bytes(file));
+        static const QRegularExpression form(
+            R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d|\d\d \d\d \d\d \d\d:\d\d:\d\d)");
+        const QString stamp = form.match(content).captured();
+        const QDateTime time = stamp.contains('T')
+                                   ? QDateTime::fromString(stamp, Qt::ISODate)
+                                   : QDateTime::fromString(stamp, "dd MM yy HH:mm:ss").addYears(100);
+        EXPECT_LT(std::abs(time.secsTo(QDateTime::currentDateTime())), 60);
+        return content.replace(stamp, "TIME").toStdString();
+    }
+
+    QTemporaryDir folder;
+};
+
+const char* const areaHeader =
+    "# Vorel frame view snapshot\n# TIME\n# display:   channel height fwd\n# x-pixels:  3\n"
+    "# y-pixels:  2\n# x-length:  3e-07\n# y-length:  2e-07\n# x-offset:  5e-09\n"
+    "# y-offset:  -7e-09\n# x-unit:    m\n# y-unit:    m\n# z-unit:    V\n"
+    "# scanspeed: 1\n# Start of Data:\n";
+const char* const areaRows = "0.0095  0.012  0.0145  \n0.002  0.0045  0.007  \n";
+
+} // namespace
+
+TEST(FrameText, PrintsAsTheCRuntimeDoes)
+{
+    const struct
+    {
+        double value;
+        const char* text;
+    } rows[] = {
+        // clang-format off
+        {0.0, "0"}, {-0.0, "-0"}, {-HUGE_VAL, "-inf"}, {std::nan(""), "nan"}, {std::copysign(std::nan(""), -1.0), "-nan"},
+        {100, "100"}, {999999999, "999999999"}, {999999999.5, "1e+09"}, {1000000000, "1e+09"}, {0.0001, "0.0001"},
+        {0.00001, "1e-05"}, {0.00009999999995000001, "0.0001"}, {12345678.25, "12345678.2"}, {12345678.75, "12345678.8"},
+        {-1.5e-18, "-1.5e-18"}, {9.9e-19, "9.9e-19"}, {5e-324, "4.94065646e-324"}, {1.5e300, "1.5e+300"},
+        // clang-format on
+    };
+    for (const auto& row : rows) EXPECT_STREQ(frametext::Number(row.value).text(), row.text);
+
+    const platform::CLocaleScope cLocale; // for snprintf
+    std::mt19937_64 random(1);
+    for (int i = 0; i < 300000; ++i) {
+        const std::uint64_t bits = random();
+        double value = std::ldexp(static_cast<double>(bits >> 11), static_cast<int>(bits % 100) - 115);
+        if (i % 3 == 0) value = static_cast<double>(static_cast<std::int32_t>(bits)) * 0.5;
+        if (i % 10 == 0) std::memcpy(&value, &bits, sizeof value);
+        char expected[32];
+        std::snprintf(expected, sizeof expected, "%.9g", value);
+        ASSERT_STREQ(frametext::Number(value).text(), expected);
+    }
+}
+
+TEST_F(FrameFiles, WritesTextSnapshots)
+{
+    FrameBuffer frame;
+    fillArea(&frame);
+    ASSERT_EQ(frame.saveFrameAsc(path("rows.asc").c_str(), "height", true, true), 0);
+    EXPECT_EQ(text(path("rows.asc")), std::string(areaHeader) + areaRows);
+    ASSERT_EQ(frame.saveFrameAsc(path("values.asc").c_str(), "height", true, false), 0);
+    EXPECT_EQ(text(path("values.asc")),
+              std::string(areaHeader) + "0.0095\n0.012\n0.0145\n0.002\n0.0045\n0.007\n");
+
+    // Backward, null channel, no divisor worth the name; pixels without a sample are a sample of 0.
+    FrameBuffer part;
+    activate(&part, 5, 2, 2, {7, 9});
+    part.setMetaData(0x200A, 0);
+    part.setMetaData(0x2014, 9);
+    ASSERT_EQ(part.saveFrameAsc(path("part.asc").c_str(), nullptr, false, true), 0);
+    const std::string content = text(path("part.asc"));
+    EXPECT_THAT(content, ::testing::HasSubstr("# display:   channel  bwd\n"));
+    EXPECT_THAT(content, ::testing::ContainsRegex("# Start of Data:\n-inf  -inf  \n-?nan  -inf  \n$"));
+}
+
+TEST_F(FrameFiles, WritesTheSameInAGermanLocale)
+{
+    FrameBuffer frame;
+    fillArea(&frame);
+    const std::string former = std::setlocale(LC_ALL, nullptr);
+    REQUIRE_OR_SKIP(std::setlocale(LC_ALL, "de_DE.UTF-8") != nullptr, "locale de_DE.UTF-8");
+    char half[8];
+    std::snprintf(half, sizeof half, "%.1f", 0.5);
+    EXPECT_STREQ(half, "0,5");
+    frame.saveFrameAsc(path("german.asc").c_str(), "height", true, true);
+    frame.saveLineCsv(path("german.csv").c_str(), "height");
+    std::setlocale(LC_ALL, former.c_str());
+    EXPECT_EQ(text(path("german.asc")), std::string(areaHeader) + areaRows);
+    EXPECT_THAT(text(path("german.csv")),
+                ::testing::EndsWith("X ; Y\n-1.45e-07 ; 0.002\n5e-09 ; 0.0045\n1.55e-07 ; 0.007\n"));
+}
+
+TEST_F(FrameFiles, WritesBinarySnapshots)
+{
+    FrameBuffer frame;
+    activate(&frame, 4, 2, 2, {1, 2, 3, -4, 5}); // forward lines 1 2 and 5
+    frame.setMetaData(0x2013, 0x280);
+    ASSERT_EQ(frame.saveFrameBcr(path("void.bcr").c_str(), "not written", true), 0);
+    const std::string head =
+        "fileformat = bcrf\nstarttime TIME\nxpixels = 2\nypixels = 2\nxlength = 1\nylength = 0\n"
+        "xoffset = 0\nyoffset = 0\nxunit = \nyunit = \nzunit = V\nscanspeed = 0\nvoidpixels = 1\n"
+        "intelmode = 0\n";
+    const std::string content = bytes(path("void.bcr"));
+    ASSERT_EQ(content.size(), 2048U + 16U);
+    EXPECT_EQ(text(path("void.bcr")).substr(0, head.size()), head);
+    const std::size_t blanksFrom = content.find("intelmode = 0\n") + 14;
+    EXPECT_EQ(content.substr(blanksFrom, 2048 - blanksFrom), std::string(2047 - blanksFrom, ' ') + '\n');
+    const std::string pixels("\x40\xA0\0\0\x7F\0\0\0\x3F\x80\0\0\x40\0\0\0", 16);
+    EXPECT_EQ(content.substr(2048), pixels);
+
+    // With an own sort array, and with one that is too small; five pixels, of which one looks void.
+    for (const unsigned sortSize : {5U, 4U}) {
+        FrameBuffer line;
+        activate(&line, 3, 5, 1, {});
+        line.reallocBuffer(5, sortSize);
+        const int samples[] = {0, -1, 3, 2147483642, 8};
+        line.addData(samples, 5, 0);
+        ASSERT_EQ(line.saveFrameBcr(path("line.bcr").c_str(), nullptr, true), 0);
+        EXPECT_EQ(bytes(path("line.bcr")).substr(2048),
+                  std::string("\0\0\0\0\xBF\x80\0\0\x40\x40\0\0\x7F\0\0\0\x41\0\0\0", 20));
+        EXPECT_THAT(bytes(path("line.bcr")), ::testing::HasSubstr("voidpixels = 0\n"));
+    }
+}
+
+TEST_F(FrameFiles, RoundsTheScanSpeedTowardsZero)
+{
+    const std::pair<int, const char*> rows[] = {{1499, "1\n"},          {1500, "2\n"},
+                                                {-1499, "0\n"},         {-1500, "-1\n"},
+                                                {INT_MAX, "2147484\n"}, {INT_MIN, "-2147483\n"}};
+    FrameBuffer frame;
+    fillArea(&frame);
+    for (const auto& [entry, written] : rows) {
+        frame.setMetaData(0x2016, entry);
+        ASSERT_EQ(frame.saveFrameAsc(path("speed.asc").c_str(), "", true, false), 0);
+        EXPECT_THAT(text(path("speed.asc")), ::testing::HasSubstr(std::string("# scanspeed: ") + written));
+    }
+}
+
+TEST_F(FrameFiles, ReturnsCodesAndMakesNoFile)
+{
+    const std::string inactiveFile = path("none");
+    const auto all = [](const FrameBuffer& frame, const char* file, bool forward) {
+        return std::vector<int>{frame.saveFrameAsc(file, "c", forward, false),
+                                frame.saveFrameBcr(file, "c", forward), frame.saveLineCsv(file, "c")};
+    };
+    using Codes = std::vector<int>;
+    FrameBuffer frame;
+    EXPECT_EQ(all(frame, inactiveFile.c_str(), true), (Codes{1, 1, 1})) << "inactive";
+    activate(&frame, 5, 2, 1, {});
+    EXPECT_EQ(all(frame, inactiveFile.c_str(), true), (Codes{1, 1, 1})) << "empty";
+    frame.addData(std::vector<int>{1, 2}.data(), 2, 0);
+    EXPECT_FALSE(QFile::exists(QString::fromStdString(inactiveFile)));
+    EXPECT_EQ(all(frame, inactiveFile.c_str(), true), (Codes{1, 1, 0})) << "no forward lines";
+    for (const std::string& file : {path("missing/file"), folder.path().toStdString(), std::string()}) {
+        EXPECT_EQ(all(frame, file.c_str(), false), (Codes{2, 2, 2})) << file;
+    }
+    EXPECT_EQ(all(frame, nullptr, false), (Codes{2, 2, 2}));
+    EXPECT_EQ(all(frame, "/dev/full", false), (Codes{0, 0, 0})) << "a short write is not detected";
+    FrameBuffer wide;
+    activate(&wide, 2, 100000, 100000, {1, 2, 3});
+    EXPECT_EQ(all(wide, inactiveFile.c_str(), false), (Codes{3, 3, 0})) << "an image of 10^10 pixels";
+}
+
+TEST_F(FrameFiles, ExportsLines)
+{
+    const struct
+    {
+        const char* desc;
+        int mode, x, y, position;
+        std::vector<int> samples;
+        const char* rows;
+    } rows[] = {
+        {"3", 3, 3, 2, 0, {5, 6, 7, 8}, "-1 ; 5\n0 ; 6\n1 ; 7\n"},
+        {"4", 4, 3, 2, 0, {5, 6, 7, 8, 9, 4, 3}, "-1 ; 5\n0 ; 6\n1 ; 7\n1 ; 8\n0 ; 9\n-1 ; 4\n"},
+        {"4, part", 4, 3, 1, 0, {5, 6, 7, 8}, "-1 ; 5\n0 ; 6\n1 ; 7\n1 ; 8\n"},
+        {"5", 5, 3, 1, 0, {5, 6, 7}, "1 ; 5\n0 ; 6\n-1 ; 7\n"},
+        {"6", 6, 3, 1, 0, {5, 6, 7, 8, 9, 4}, "1 ; 5\n0 ; 6\n-1 ; 7\n-1 ; 8\n0 ; 9\n1 ; 4\n"},
+        {"stream", 2, 4, 9, 8, {5, 6, 7}, "6.5 ; 5\n7.5 ; 6\n8.5 ; 7\n"},
+        {"negative stream", 2, 2, 1, -2, {5, 6}, "-2.5 ; 5\n-1.5 ; 6\n"},
+        {"no geometry", 1, 3, 1, 0, {5}, ""},
+        {"one pixel", 3, 1, 1, 0, {5}, "0 ; 5\n"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.desc);
+        FrameBuffer frame;
+        frame.setDfltBufSize(4, false);
+        activate(&frame, row.mode, row.x, row.y, row.samples, row.position);
+        ASSERT_EQ(frame.saveLineCsv(path("line.csv").c_str(), "c"), 0);
+        EXPECT_EQ(text(path("line.csv")),
+                  "# Vorel frameless snapshot\n# TIME\n# display:  channel c\n# x-pixels: " +
+                      std::to_string(row.x == 1 ? 2 : row.x) + "\n# x-unit:   \n# y-unit:   \nX ; Y\n" +
+                      row.rows);
+    }
+}
+
+TEST_F(FrameFiles, LogsValues)
+{
+    const std::string head =
+        "# Vorel data log\n# TIME\n# display:   channel c\n# unit:    V\n# Start of Data:\n";
+    const int values[] = {10, 20};
+    FrameBuffer frame;
+    EXPECT_EQ(frame.savePermCsv(values, 2), 0) << "no log";
+    fillArea(&frame);
+    const auto log = [&](const char* name) {
+        return frame.startPermCsv(name == nullptr ? "" : path(name).c_str(), "c");
+    };
+    EXPECT_EQ(log("first.csv"), 0);
+    frame.setMetaData(0x200A, 1); // does not alter the running log
+    frame.setMetaData(0x2014, 0);
+    {
+        FrameBuffer copy(frame, true);
+        copy = frame;
+        copy.savePermCsv(values, 2);
+    }
+    EXPECT_EQ(frame.savePermCsv(values, 2), 0);
+    frame.savePermCsv(values, 0);
+    frame.savePermCsv(nullptr, 2);
+    EXPECT_EQ(frame.startPermCsv(path("missing/x").c_str(), "c"), 2) << "closes the first";
+    EXPECT_EQ(text(path("first.csv")), head + "0.002\n0.0045\n");
+    EXPECT_EQ(log("second.csv"), 0);
+    frame.savePermCsv(values, 1);
+    EXPECT_EQ(frame.startPermCsv("", "c"), 0);
+    EXPECT_EQ(text(path("second.csv")), head + "0.01\n");
+    frame.savePermCsv(values, 2);
+    EXPECT_EQ(frame.startPermCsv(nullptr, nullptr), 0);
+    EXPECT_EQ(text(path("second.csv")), head + "0.01\n") << "closed";
+
+    EXPECT_EQ(frame.saveSimpleCsv(path("simple.csv").c_str(), "c"), 0);
+    EXPECT_EQ(text(path("simple.csv")), head + "0.01\n0.02\n0.03\n0.04\n0.05\n0.06\n");
+    frame.savePermCsv(values, 2);
+    EXPECT_EQ(frame.saveSimpleCsv(path("missing/x").c_str(), "c"), 2);
+    EXPECT_EQ(frame.saveSimpleCsv("", "c"), 0);
+    {
+        FrameBuffer ended;
+        EXPECT_EQ(ended.startPermCsv(path("ended.csv").c_str(), nullptr), 0);
+        ended.savePermCsv(values, 2);
+    }
+    EXPECT_THAT(text(path("ended.csv")),
+                ::testing::EndsWith("channel \n# unit:    \n# Start of Data:\n10\n20\n"));
+}
