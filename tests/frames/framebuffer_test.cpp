@@ -2,6 +2,7 @@
 #include <functional>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <numeric>
 #include <sys/resource.h>
 #include <utility>
 #include <vector>
@@ -24,8 +25,8 @@ void activate(FrameBuffer* frame, int mode, int xPixels, int yPixels, int defaul
 
 std::vector<int> numbers(int first, int count)
 {
-    std::vector<int> samples;
-    for (int i = 0; i < count; ++i) samples.push_back(first + i);
+    std::vector<int> samples(static_cast<std::size_t>(count));
+    std::iota(samples.begin(), samples.end(), first);
     return samples;
 }
 
