@@ -52,17 +52,20 @@ void ImagePlot::resizeEvent(QResizeEvent* event)
     arrange();
 }
 
-// What the plot has around its canvas does not depend on its size, but for the width of tick labels.
+// What the plot has around its canvas depends on its tick labels, hardly on its size: measured at the size
+// that it has, and at full size where it has never had one.
 void ImagePlot::arrange()
 {
-    m_plot->setGeometry(rect());
+    if (!m_bounds.isValid() || m_plot->width() < minimumWidth() / 2) m_plot->setGeometry(rect());
     m_plot->updateLayout();
     if (!m_bounds.isValid()) return;
     const QSize around = m_plot->size() - m_plot->canvas()->contentsRect().size();
     const QSizeF room(width() - around.width(), height() - around.height());
     const QSizeF canvas = m_bounds.size().scaled(room, Qt::KeepAspectRatio);
     const QSize size(around.width() + qRound(canvas.width()), around.height() + qRound(canvas.height()));
-    m_plot->setGeometry(QRect(QPoint((width() - size.width()) / 2, 0), size));
+    const QRect place(QPoint((width() - size.width()) / 2, 0), size);
+    if (place == m_plot->geometry()) return;
+    m_plot->setGeometry(place);
     m_plot->updateLayout();
 }
 
@@ -89,6 +92,8 @@ void ImagePlot::showFrames(const SharedFrame& whole, const FrameBuffer* running,
             m_plot->setAxisScale(axis, 0, 1);
         m_plot->axisWidget(QwtPlot::yRight)->setColorMap(QwtInterval(0, 1), makeHeightColourMap());
     }
+    m_plot->updateAxes();
+    arrange();
     m_plot->replot();
 }
 
@@ -106,8 +111,6 @@ void ImagePlot::describe(const FrameBuffer& frame)
         m_bounds = bounds;
         m_plot->setAxisScale(QwtPlot::xBottom, bounds.left(), bounds.right());
         m_plot->setAxisScale(QwtPlot::yLeft, bounds.top(), bounds.bottom());
-        m_plot->updateAxes();
-        arrange();
     }
 
     const double offset = frame.findMeta(FrameBuffer::KeySampleOffset, 0);

@@ -10,6 +10,7 @@
 #include <new>
 #include <QCloseEvent>
 #include <QComboBox>
+#include <QCoreApplication>
 #include <QFileDialog>
 #include <QFormLayout>
 #include <QLabel>
@@ -237,6 +238,7 @@ void MainWindow::refreshNow()
     m_log->readMore();
     updateState();
     updatePasses();
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::LayoutRequest); // room for new texts
     m_gate.repaintNow();
 }
 

@@ -108,6 +108,8 @@ void ProfilePlot::showFrame(const FrameBuffer* frame, const FrameBuffer* earlier
     m_faint->setSamples(m_faintPoints);
     const bool both = !m_secondPoints.isEmpty() && !m_firstPoints.isEmpty();
     m_second->setItemAttribute(QwtPlotItem::Legend, both || m_firstPoints.isEmpty());
+    updateAxes();
+    updateLayout(); // other tick labels may be wider
     replot();
 }
 
