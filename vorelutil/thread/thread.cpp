@@ -95,26 +95,36 @@ bool IWaitCondition::wakeOne()
 struct IThread::Holder
 {
     std::mutex mutex;
-    std::condition_variable hasEnded;
+    std::condition_variable changed; ///< what wait() waits for may be true now
     pthread_t handle{};
-    unsigned starts = 0; ///< number of the thread that the rest is about
-    bool started = false;
-    bool ended =
-        false; ///< run() has returned: joining takes no longer than the system's own end of the thread
-    bool joined = false; ///< the handle is no longer valid
+    unsigned starts = 0;  ///< number of the thread that the rest is about
+    bool started = false; ///< the object is not idle
+    bool ended = false;   ///< run() has returned; destructors of the thread's own variables may still run
+    bool joining = false; ///< a thread is about to join it
+    bool joined = false;  ///< the handle is no longer valid
 
-    bool isCurrent() const { return started && !ended && pthread_equal(pthread_self(), handle) != 0; }
+    bool isSelf() const { return started && !joined && pthread_equal(pthread_self(), handle) != 0; }
 
-    void join()
+    /// Joins without the mutex, which what still runs of the thread may want.
+    void join(std::unique_lock<std::mutex>& lock)
     {
-        if (started && !joined && pthread_join(handle, nullptr) != 0) pthread_detach(handle);
-        joined = true;
+        if (!started || joined) return;
+        joining = true;
+        const pthread_t leaving = handle;
+        const unsigned number = starts;
+        lock.unlock();
+        if (pthread_join(leaving, nullptr) != 0) pthread_detach(leaving);
+        lock.lock();
+        if (starts == number) {
+            joining = false;
+            joined = true;
+        }
+        changed.notify_all();
     }
 
     void detach()
     {
-        if (started && !joined) pthread_detach(handle);
-        joined = true;
+        if (started && !joined && !joining) pthread_detach(handle);
     }
 };
 
@@ -131,7 +141,7 @@ struct IThread::Body
         const std::lock_guard lock(holder->mutex);
         if (holder->starts != number) return;
         holder->ended = true;
-        holder->hasEnded.notify_all();
+        holder->changed.notify_all();
     }
 };
 
@@ -157,11 +167,12 @@ void IThread::start()
 {
     std::unique_lock lock(m_holder->mutex);
     m_holder->detach();
-    m_holder->started = m_holder->ended = m_holder->joined = false;
+    m_holder->started = m_holder->ended = m_holder->joining = m_holder->joined = false;
     Body* body = new (std::nothrow) Body{this, m_holder, ++m_holder->starts};
     const int result =
         body != nullptr ? pthread_create(&m_holder->handle, nullptr, &trampoline, body) : ENOMEM;
     m_holder->started = result == 0;
+    m_holder->changed.notify_all(); // who waits for an earlier thread waits for this one now, if any
     lock.unlock();
     if (result == 0) return;
     delete body;
@@ -172,17 +183,18 @@ void IThread::start()
 void IThread::wait()
 {
     std::unique_lock lock(m_holder->mutex);
-    if (m_holder->isCurrent()) return;
-    m_holder->hasEnded.wait(lock, [this] { return !m_holder->started || m_holder->ended; });
-    m_holder->join();
+    if (m_holder->isSelf()) return;
+    m_holder->changed.wait(lock,
+                           [this] { return !m_holder->started || (m_holder->ended && !m_holder->joining); });
+    m_holder->join(lock);
 }
 
 bool IThread::finished()
 {
     const std::lock_guard lock(m_holder->mutex);
     if (!m_holder->started) return true;
-    if (!m_holder->ended) return false;
-    m_holder->join();
+    if (!m_holder->ended || m_holder->joining) return false;
+    if (!m_holder->joined && pthread_tryjoin_np(m_holder->handle, nullptr) != 0) return false;
     m_holder->started = false;
     return true;
 }
@@ -190,7 +202,7 @@ bool IThread::finished()
 bool IThread::isCurrentThread() const
 {
     const std::lock_guard lock(m_holder->mutex);
-    return m_holder->isCurrent();
+    return !m_holder->ended && m_holder->isSelf();
 }
 
 pthread_t IThread::identify()

@@ -96,15 +96,16 @@ public:
     /// Waits until the thread has ended; returns at once if none was started, or when called again
     /// afterwards.
     ///
-    /// Called by the thread itself it returns at once. Use `finished` to make the object idle again.
+    /// Called by the thread itself it returns at once, also by the destructors of the thread's own variables,
+    /// which run after `run`. Use `finished` to make the object idle again.
     virtual void wait();
 
-    /// True if no thread was started or the thread has ended; then the object is idle and the thread's
-    /// resources are free. False while `run` is at work. Never blocks for longer than the thread takes to
-    /// leave the system after `run`.
+    /// True if no thread was started or the thread has left the system; then the object is idle and the
+    /// thread's resources are free. False until then, and while another thread's `wait` is not through. Never
+    /// blocks.
     bool finished();
 
-    /// Whether the caller runs in this object's thread. False if none was started or it has ended.
+    /// Whether the caller runs in this object's thread. False if none was started or its `run` has ended.
     bool isCurrentThread() const;
 
     /// The calling thread's id.
