@@ -9,7 +9,9 @@ namespace platform {
 ///
 /// `mode` is "r", "w", "rb" or "wb"; "w" and "r" are text mode, where the system knows one. A null or
 /// empty path, and a directory (which `fopen` opens for reading on Linux), give a null pointer with
-/// `errno` set. The caller closes the stream with `fclose`.
+/// `errno` set. A named pipe is not waited for: reading one that nobody writes to finds the end of the file
+/// at once, and one that nobody reads does not open for writing (ENXIO). The caller closes the stream with
+/// `fclose`.
 std::FILE* openFile(const char* path, const char* mode);
 
 } // namespace platform
