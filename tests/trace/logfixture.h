@@ -30,13 +30,13 @@ public:
         std::filesystem::current_path(m_before);
     }
 
-protected:
     static std::string contents(const char* path)
     {
         std::ifstream in(path, std::ios::binary);
         return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
     }
 
+protected:
     /// What the own record's log, the file "log", got since the last call.
     static std::string logged()
     {

@@ -1,6 +1,7 @@
 #include "logfixture.h"
 
 #include <cstring>
+#include <regex>
 #include <tuple>
 #include <vector>
 #include <vorelutil/trace/telegram.h>
@@ -21,15 +22,7 @@ protected:
         return reinterpret_cast<const UcTelegram*>(m_words.data());
     }
 
-    /// The log's text without the time stamps.
-    static std::string lines()
-    {
-        std::string text = logged();
-        for (std::size_t at = 0; (at = text.find('[', at)) != std::string::npos;) {
-            text.erase(at, text.find("]: ", at) + 3 - at);
-        }
-        return text;
-    }
+    static std::string lines() { return std::regex_replace(logged(), std::regex("\\[[0-9.]*\\]: "), ""); }
 
     std::vector<std::uint32_t> m_words;
 };
@@ -77,20 +70,17 @@ TEST_F(Telegram, FlagsAndListsDecideWhatIsTraced)
         {"TELL in the system range needs the range's flag only", 0x84, 0x04, 4, 0xF10, true},
         {"TELL in the system range is not helped by its own", 0x104, 0x04, 4, 0xF10, false},
         {"secret, all kinds", 0x1FF, 0x1FC, 1, 322, false},
-        {"secret, all kinds", 0x1FF, 0x1FC, 1, 388, false},
         {"black-listed", 0x04, 0x04, 1, 77, false},
+        {"above the white list", 0x04, 0x04, 1, 389, false},
+        {"white-listed", 0x04, 0x04, 1, 387, true},
+        {"white-listed, yet secret", 0x1FF, 0x1FC, 1, 388, false},
     };
     traceAddTraceList(77, 77);
     for (const auto& [desc, flags, kind, type, addr, shown] : rows) {
+        if (addr == 389) traceInitTraceList(true), traceAddTraceList(78, 388);
         traceSetFlags(flags);
         traceTelegram("", make({16, type, addr, 0, 0}), kind);
         EXPECT_EQ(!lines().empty(), shown) << desc;
-    }
-    traceInitTraceList(true);
-    traceAddTraceList(77, 388);
-    for (const auto& [addr, shown] : {std::pair{76, false}, {77, true}, {387, true}, {388, false}}) {
-        traceTelegram("", make({16, 1, addr, 0, 0}), 0x1FC);
-        EXPECT_EQ(!lines().empty(), shown) << addr;
     }
 }
 

@@ -1,10 +1,10 @@
 #include "logfixture.h"
 
 #include <cerrno>
-#include <chrono>
 #include <cmath>
 #include <gmock/gmock.h>
 #include <limits>
+#include <sys/stat.h>
 #include <thread>
 #include <tuple>
 #include <unistd.h>
@@ -24,6 +24,11 @@ using testing::internal::GetCapturedStdout;
 
 constexpr TraceParams* none = nullptr;
 
+std::string times(int count, char letter)
+{
+    return std::string(static_cast<std::size_t>(count), letter);
+}
+
 std::string stampOf(double seconds)
 {
     tracelog::Line line;
@@ -37,14 +42,10 @@ TEST_F(TraceLog, EachFunctionWritesItsForm)
     const std::string prefix = "012345678901234567890123456789 ";
     CaptureStdout();
     traceTrace("a %s %d %u%%", "b", -2147483647 - 1, 4294967295U);
-    EXPECT_THAT(
-        logged(),
-        MatchesRegex(
-            "012345678901234567890123456789 \\[[0-9]+\\.[0-9]{3}\\]: a b -2147483648 4294967295%\\.\n"));
+    EXPECT_THAT(logged(), MatchesRegex(prefix + "\\[[0-9]+\\.[0-9]{3}\\]: a b -2147483648 4294967295%\\.\n"));
     traceQuestion("ready, %s", "sir");
     EXPECT_EQ(logged(), prefix + "QUEST!: ready, sir.\n");
-    EXPECT_TRUE(traceError(false, "%x %s", 255, "z"));
-    EXPECT_TRUE(traceFatal(false, "gone"));
+    EXPECT_TRUE(traceError(false, "%x %s", 255, "z") && traceFatal(false, "gone"));
     const std::string errors = prefix + "ERROR: ff z.\n" + prefix + "FATAL: gone.\n";
     EXPECT_EQ(logged(), errors);
     std::fflush(stdout);
@@ -85,15 +86,14 @@ TEST_F(TraceLog, LinesOfEveryLengthAreWhole)
 {
     traceInit("log", "p", TRACE_ON);
     for (int length = 980; length < 1060; ++length) {
-        const std::string text(static_cast<std::size_t>(length), 'x');
+        const std::string text = times(length, 'x');
         traceQuestion("%s", text.c_str());
-        ASSERT_EQ(logged(), "p QUEST!: " + text + ".\n");
+        traceQuestion("%s%5d%s", text.c_str(), 7, "z"); // the second conversion is for printf
+        ASSERT_EQ(logged(), "p QUEST!: " + text + ".\np QUEST!: " + text + "    7z.\n");
     }
-    const std::string huge(3000000, 'y');
+    const std::string huge = times(3000000, 'y');
     traceQuestion("%s%d", huge.c_str(), 5);
     EXPECT_EQ(logged(), "p QUEST!: " + huge + "5.\n");
-    traceQuestion("%ls", L"\xE4"); // printf fails: no such character in the "C" locale
-    EXPECT_EQ(logged(), "p QUEST!: %ls.\n");
 }
 
 TEST_F(TraceLog, EightThreadsTearNoLine)
@@ -105,24 +105,26 @@ TEST_F(TraceLog, EightThreadsTearNoLine)
     for (int t = 0; t < threads; ++t) {
         writers[t] = std::thread([t] {
             for (int i = 0; i < lines; ++i) {
-                const std::string text(static_cast<std::size_t>(i) * 5, static_cast<char>('a' + t));
+                const std::string text = times(i * 5, static_cast<char>('a' + t));
                 i % 2 == 0 ? traceQuestion("%d-%d-%s", t, i, text.c_str())
                            : void(traceError(false, "%d-%d-%s", t, i, text.c_str()));
             }
         });
     }
     for (std::thread& writer : writers) writer.join();
-    GetCapturedStdout();
-    int next[threads] = {};
-    std::istringstream log(logged());
-    for (std::string line; std::getline(log, line);) {
-        int t = 0, i = 0, end = 0;
-        ASSERT_EQ(std::sscanf(line.c_str(), "p %*6[A-Z!]: %d-%d-%n", &t, &i, &end), 2) << line;
-        const std::string text(static_cast<std::size_t>(i) * 5, static_cast<char>('a' + t));
-        ASSERT_EQ(line.substr(static_cast<std::size_t>(end)), text + ".");
-        ASSERT_EQ(next[t]++, i);
+    std::fflush(stdout);
+    for (const bool echo : {false, true}) { // which has the errors alone, each second line
+        int next[threads] = {};
+        std::istringstream log(echo ? GetCapturedStdout() : logged());
+        for (std::string line; std::getline(log, line);) {
+            int t = 0, i = 0, end = 0;
+            ASSERT_EQ(std::sscanf(line.c_str(), "p %*6[A-Z!]: %d-%d-%n", &t, &i, &end), 2) << line;
+            ASSERT_EQ(line.substr(static_cast<std::size_t>(end)),
+                      times(i * 5, static_cast<char>('a' + t)) + ".");
+            ASSERT_EQ(echo ? 2 * next[t]++ + 1 : next[t]++, i);
+        }
+        for (const int count : next) EXPECT_EQ(count, echo ? lines / 2 : lines);
     }
-    for (const int count : next) EXPECT_EQ(count, lines);
 }
 
 TEST_F(TraceLog, LogFileThatCannotBeOpenedIsReportedAndTheLogGoesOn)
@@ -131,8 +133,9 @@ TEST_F(TraceLog, LogFileThatCannotBeOpenedIsReportedAndTheLogGoesOn)
     traceInit("no/such/folder.log", "p", TRACE_NO_ERRORS);
     EXPECT_EQ(GetCapturedStderr(), "p ERROR: Failed to open Logfile no/such/folder.log.\n");
     traceInit("log", "", 0);
+    ASSERT_EQ(mkfifo("pipe", 0600), 0);
     CaptureStdout();
-    for (const char* path : {".", "no/such/%s"}) {
+    for (const char* path : {".", "no/such/%s", "pipe"}) {
         traceSetFile(path);
         EXPECT_EQ(logged(), std::string("ERROR: Failed to open Logfile ") + path + ".\n");
     }
@@ -147,8 +150,7 @@ TEST_F(TraceLog, MayBeStartedAgainAndShared)
     traceSetFile("log");
     traceQuestion("new");
     std::fflush(nullptr);
-    EXPECT_EQ(contents("log"), "QUEST!: new.\n")
-        << "what the old stream held does not come after the truncation";
+    EXPECT_EQ(contents("log"), "QUEST!: new.\n") << "nothing old comes after the truncation";
     traceInit("log", "", TRACE_ON | TRACE_FLUSH);
     traceQuestion("newest");
     EXPECT_EQ(contents("log"), "QUEST!: newest.\n");
@@ -163,7 +165,15 @@ TEST_F(TraceLog, MayBeStartedAgainAndShared)
     traceQuestion("x");
     traceInit("log", "", 0);
     ASSERT_EQ(std::fclose(shared.logFile), 0) << "still open";
-    EXPECT_EQ(contents("shared"), std::string(32, 'q') + "QUEST!: x.\n");
+    EXPECT_EQ(contents("shared"), times(32, 'q') + "QUEST!: x.\n");
+
+    shared.logFile = traceGetParamset()->logFile; // a borrowed stream is closed once
+    traceInit(&shared);
+    traceSetFile("c");
+    EXPECT_EQ(traceGetParamset()->logFile, stderr);
+    traceInit("log", "", 0);
+    traceInit(&shared);
+    traceSetFile(nullptr);
 }
 
 TEST_F(TraceLog, ListFiles)
@@ -176,14 +186,15 @@ TEST_F(TraceLog, ListFiles)
         {nullptr, "010 0X1f -3 -2", true, 26, {8, 31, -3, -2}, {7, 32, -1}},
         {"", "1 9", false, 0, {}, {1}},
         {"0 2147483647 -2147483648 -5", nullptr, false, 4294967292, {0, 2147483647}, {-4}},
-        {"4294967295 99999999999999999999 -99999999999999999999 -2147483648 0xFFFFFFFFFFFFFFFFFF 2147483647",
-         nullptr, false, 2, {2147483647, -2147483647 - 1}, {-1, 0}}, // the nearest int
+        {"0xFFFFFFFF 0 0x80000000 -0x7fffffff", nullptr, false, 4, {-1, 0, -2147483647 - 1, -2147483647}, {1, -2}},
+        {"99999999999999999999 -9223372036854775808 9223372036854775806 -99999999999999999999", nullptr,
+         false, 3, {-2, -1, 0}, {-3, 1}}, // as numbers of 64 bits -1 to 0 and -2 to 0
         {"10 9 7 7", nullptr, false, 1, {7}, {9, 10}},
         {"1 2 3", nullptr, false, 2, {1, 2}, {3}},
         {"1 1 two 2 3 3", nullptr, false, 1, {1}, {2, 3}},
         {"1 1 5 x 3 3", nullptr, false, 1, {1}, {3, 5}},
         {"+1-1 08 12", nullptr, false, 9, {0, 8}, {-1, 9}}, // 1 to -1, 0 to 8 (no octal digit), half a pair
-        {"1 1 0x 2 2", nullptr, false, 1, {1}, {0, 2}},
+        {"0x 5 6", nullptr, false, 0, {}, {0, 5}},
         {"1 1 - 2 2", nullptr, false, 1, {1}, {2}},
     };
     // clang-format on
@@ -205,21 +216,29 @@ TEST_F(TraceLog, ListFiles)
     }
     traceInitLists();
     EXPECT_TRUE(traceGetParamset()->blacklistMode) << "a folder does not open";
+    std::filesystem::remove("tracewhitelist.txt");
+    ASSERT_EQ(mkfifo("tracewhitelist.txt", 0600), 0);
+    traceInitLists();
+    EXPECT_FALSE(traceGetParamset()->blacklistMode) << "a pipe that nobody writes to is empty";
     traceAddTraceList(10, 9);
     EXPECT_TRUE(traceGetParamset()->traceList.empty());
 }
 
-TEST_F(TraceLog, GermanSessionsKeepTheDecimalPoint)
+TEST_F(TraceLog, KeepsTheDecimalPointAndTakesWideCharactersFromTheLocale)
 {
     const auto printed = [](double value) {
         char text[8];
         return std::string(text, static_cast<std::size_t>(std::snprintf(text, sizeof text, "%.1f", value)));
     };
+    traceInit("log", "", TRACE_ON);
+    traceQuestion("%ls %d", L"\xE4", 5); // no such character in the "C" locale
+    EXPECT_EQ(logged(), "QUEST!: %ls %d.\n");
     REQUIRE_OR_SKIP(std::setlocale(LC_ALL, "de_DE.UTF-8") != nullptr, "locale de_DE.UTF-8");
     ASSERT_EQ(printed(0.5), "0,5");
-    traceInit("log", "", TRACE_ON);
     traceTrace("%.2f %g", 0.25, 1.5);
     EXPECT_THAT(logged(), MatchesRegex("\\[[0-9]+\\.[0-9]{3}\\]: 0\\.25 1\\.5\\.\n"));
+    traceQuestion("%ls %d", L"\xE4", 5);
+    EXPECT_EQ(logged(), "QUEST!: \xC3\xA4 5.\n");
     EXPECT_EQ(stampOf(0.0625), "[0.062]");
     EXPECT_EQ(printed(0.5), "0,5") << "the caller's locale stays";
 }
@@ -230,7 +249,7 @@ TEST_F(TraceLog, StampsAreThoseOfPrintf)
     const std::pair<double, const char*> rows[] = {
         {0.016, "[0.016]"},  {-0.0, "[-0.000]"},  {-1e-9, "[-0.000]"},     {-4294967.295, "[-4294967.295]"},
         {0.9996, "[1.000]"}, {0.0625, "[0.062]"}, {0.1875, "[0.188]"},     {1e15, "[1000000000000000.000]"},
-        {HUGE_VAL, "[inf]"}, {-NAN, "[-nan]"},    {999.9996, "[1000.000]"}};
+        {HUGE_VAL, "[inf]"}, {-NAN, "[-nan]"},    {999.9996, "[1000.000]"}, {1.7e9 + 0.1875, "[1700000000.188]"}};
     // clang-format on
     for (const auto& [seconds, stamp] : rows) EXPECT_EQ(stampOf(seconds), stamp);
     EXPECT_EQ(stampOf(std::numeric_limits<double>::max()).size(), 315U);
@@ -249,9 +268,8 @@ TEST_F(TraceLog, ReasonsAndComposedTextsWhichAreFormatsThatTouchNoMemory)
 
     const std::tuple<const char*, int, bool, const char*> rows[] = {
         {"open", ENOENT, false, "open - No such file or directory"},
-        {"100%", 111, true, "100% - WSA_Error #111"},
         {"%n%s%5$d%%d%*c%%%", 1, true, "%n%s%5$d%d%*c%% - WSA_Error #1"},
-        {nullptr, 1, true, " - WSA_Error #1"},
+        {nullptr, 111, true, " - WSA_Error #111"},
     };
     traceInit("log", "", 0);
     CaptureStdout();
@@ -271,8 +289,7 @@ TEST_F(TraceLog, ReasonsAndComposedTextsWhichAreFormatsThatTouchNoMemory)
     if (std::freopen("input", "r", stdin) == nullptr) _exit(101);
     traceInit("log", "", TRACE_ON | TRACE_FLUSH);
     std::thread([=] {
-        int count = 0;
-        while (count < questions) {
+        for (int count = 0; count < questions;) {
             count = 0;
             std::ifstream log("log");
             for (std::string line; std::getline(log, line);) count += line == "QUEST?: how many.";
@@ -281,10 +298,8 @@ TEST_F(TraceLog, ReasonsAndComposedTextsWhichAreFormatsThatTouchNoMemory)
         std::ofstream("input", std::ios::app) << more;
     }).detach();
     const int answer = traceReply("how %s", "many");
-    std::stringstream log;
-    log << std::ifstream("log").rdbuf();
-    _exit(log.str().find("]: Answer = " + std::to_string(answer) + ".\n") != std::string::npos ? answer
-                                                                                               : 102);
+    const std::string traced = "]: Answer = " + std::to_string(answer) + ".\n";
+    _exit(LogFixture::contents("log").find(traced) != std::string::npos ? answer : 102);
 }
 
 TEST_F(TraceLog, FatalAssertsAndRepliesInProcessesOfTheirOwn)
@@ -293,6 +308,7 @@ TEST_F(TraceLog, FatalAssertsAndRepliesInProcessesOfTheirOwn)
     EXPECT_EXIT((traceInit("", "", 0), traceAssert(false, "a.cpp", 7)), testing::ExitedWithCode(1),
                 "FATAL: Assertion failed: a.cpp#7\\.\n");
     EXPECT_EXIT(ask(" \n 42 7", 1, ""), testing::ExitedWithCode(42), "");
+    EXPECT_EXIT(ask("4294967338\n", 1, ""), testing::ExitedWithCode(42), "") << "cut to 32 bits";
     EXPECT_EXIT(ask("word 42\n", 500, nullptr), testing::ExitedWithCode(100), "") << "at once, not consumed";
     EXPECT_EXIT(ask("", 3, "17\n"), testing::ExitedWithCode(17), "") << "goes on when more comes";
 }

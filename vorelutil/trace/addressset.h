@@ -16,11 +16,14 @@ class VORELUTIL_EXPORT AddressSet
     using Ranges = std::map<int, int>; // first to last; no two ranges touch or overlap
 
 public:
-    /// Visits the single addresses in ascending order. Changing the set makes iterators invalid.
+    /// Visits the single addresses in ascending order, as often as wanted. Changing the set makes iterators
+    /// invalid. An address is not stored anywhere but in its iterator: to the standard algorithms it is
+    /// therefore an input iterator, a forward one where they go by concepts.
     class VORELUTIL_EXPORT const_iterator
     {
     public:
-        using iterator_category = std::forward_iterator_tag;
+        using iterator_category = std::input_iterator_tag;
+        using iterator_concept = std::forward_iterator_tag;
         using value_type = int;
         using difference_type = std::int64_t;
         using pointer = const int*;
@@ -28,6 +31,7 @@ public:
 
         const_iterator() = default;
         int operator*() const { return m_address; }
+        const int* operator->() const { return &m_address; } ///< valid until the iterator moves
         const_iterator& operator++();
         const_iterator operator++(int);
         bool operator==(const const_iterator& other) const

@@ -42,7 +42,7 @@ void Line::appendStamp(double seconds)
     // The digits by hand for what a stamp usually is: whole milliseconds but for the last bits. Whatever
     // may round differently (close to half a millisecond) or is larger goes the slow way.
     const double scaled = std::fabs(seconds) * 1000.0;
-    const auto milliseconds = scaled < 1e12 ? static_cast<long long>(scaled + 0.5) : -1;
+    const auto milliseconds = scaled < 1e13 ? static_cast<long long>(scaled + 0.5) : -1;
     char digits[400]; // "%.3f" of the largest double has 314 characters
     if (milliseconds < 0 || std::fabs(scaled - static_cast<double>(milliseconds)) > 0.25) {
         const platform::CLocaleScope cLocale;
@@ -107,20 +107,14 @@ bool Line::appendPlain(const char* format, std::va_list arguments)
     return true;
 }
 
-void Line::appendFormatted(const char* format, std::va_list arguments)
+/// What `vprintf` writes, in the locale of the moment. False, with nothing appended, where it fails.
+bool Line::appendPrinted(const char* format, std::va_list arguments)
 {
     std::va_list again;
     va_copy(again, arguments);
-    const bool plain = appendPlain(format, again);
-    va_end(again);
-    if (plain) return;
-
-    const platform::CLocaleScope cLocale;
-    va_copy(again, arguments);
     int size = std::vsnprintf(m_data + m_length, room(), format, arguments);
-    if (size < 0) {
-        append(format);
-    } else {
+    const bool printed = size >= 0;
+    if (printed) {
         if (static_cast<std::size_t>(size) >= room() && reserve(static_cast<std::size_t>(size))) {
             size = std::max(0, std::vsnprintf(m_data + m_length, room(), format, again));
         }
@@ -128,6 +122,22 @@ void Line::appendFormatted(const char* format, std::va_list arguments)
         m_length += std::min(static_cast<std::size_t>(size), room() - 1);
     }
     va_end(again);
+    return printed;
+}
+
+void Line::appendFormatted(const char* format, std::va_list arguments)
+{
+    std::va_list again;
+    va_copy(again, arguments);
+    bool done = appendPlain(format, again);
+    va_end(again);
+    if (!done) {
+        const platform::CLocaleScope cLocale;
+        va_copy(again, arguments);
+        done = appendPrinted(format, again);
+        va_end(again);
+    }
+    if (!done && !appendPrinted(format, arguments)) append(format);
 }
 
 } // namespace tracelog

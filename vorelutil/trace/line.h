@@ -21,7 +21,8 @@ public:
     void append(std::string_view text);
     /// Appends "[%.3f]".
     void appendStamp(double seconds);
-    /// Appends a message as `vprintf` prints it; the format itself where that fails.
+    /// Appends a message as `vprintf` prints it; the format itself where that fails. Wide characters that the
+    /// "C" locale does not have are printed in the thread's own locale, and then the whole message is.
     void appendFormatted(const char* format, std::va_list arguments);
     /// Appends the full stop and the newline, also where the line was cut. Once, and last.
     void end();
@@ -30,6 +31,7 @@ public:
 
 private:
     bool appendPlain(const char* format, std::va_list arguments);
+    bool appendPrinted(const char* format, std::va_list arguments);
     bool reserve(std::size_t more);
     /// What is free for a text and a terminating NUL, at least 1: the end of the line always has its place.
     std::size_t room() const { return m_capacity - m_length - 2; }

@@ -1,8 +1,9 @@
 #include "listfile.h"
 
-#include <algorithm>
 #include <climits>
 #include <cstdint>
+#include <cstdio> // flockfile, getc_unlocked: POSIX
+#include <mutex>
 
 namespace tracelog {
 
@@ -22,37 +23,50 @@ int digitValue(int c)
     return INT_MAX;
 }
 
+/// A stream's own lock, for `std::lock_guard`.
+struct StreamLock
+{
+    std::FILE* file;
+    void lock() { flockfile(file); }
+    void unlock() { funlockfile(file); }
+};
+
 } // namespace
 
 std::optional<int> scanNumber(std::FILE* file, Notation notation)
 {
-    int c = std::getc(file);
-    while (isSpace(c)) c = std::getc(file);
+    StreamLock stream{file};
+    const std::lock_guard lock(stream);
+    int c = getc_unlocked(file);
+    while (isSpace(c)) c = getc_unlocked(file);
     const bool negative = c == '-';
-    if (c == '-' || c == '+') c = std::getc(file);
+    if (c == '-' || c == '+') c = getc_unlocked(file);
 
     int base = 10;
     bool any = false;
     if (notation == Notation::Any && c == '0') {
         base = 8;
         any = true;
-        c = std::getc(file);
+        c = getc_unlocked(file);
         if (c == 'x' || c == 'X') {
             base = 16;
             any = false;
-            c = std::getc(file);
+            c = getc_unlocked(file);
         }
     }
-    const std::int64_t limit = std::int64_t{INT_MAX} + 1;
-    std::int64_t magnitude = 0;
+    std::int64_t value = 0; // with its sign, as the range below zero is the larger one
     for (int digit = digitValue(c); digit < base; digit = digitValue(c)) {
-        magnitude = std::min(magnitude * base + digit, limit);
+        if (negative) {
+            value = value < (INT64_MIN + digit) / base ? INT64_MIN : value * base - digit;
+        } else {
+            value = value > (INT64_MAX - digit) / base ? INT64_MAX : value * base + digit;
+        }
         any = true;
-        c = std::getc(file);
+        c = getc_unlocked(file);
     }
     if (c != EOF) std::ungetc(c, file);
     if (!any) return std::nullopt;
-    return static_cast<int>(negative ? -magnitude : std::min<std::int64_t>(magnitude, INT_MAX));
+    return static_cast<std::int32_t>(static_cast<std::uint32_t>(value));
 }
 
 void readListFile(std::FILE* file, AddressSet& set)

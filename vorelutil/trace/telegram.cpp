@@ -33,7 +33,7 @@ struct Fields
         std::snprintf(text, sizeof text, "%s Len=%d Addr=%02x Ind=%d CNo=%d-%d", type, tel.Len,
                       static_cast<unsigned>(tel.Addr), tel.Ind, tel.CNo >> 16, tel.CNo & 0xFFFF);
     }
-    char text[96]; // 74 at most
+    char text[96]; // 77 at most
 };
 
 std::int64_t dataWords(const UcTelegram& tel)

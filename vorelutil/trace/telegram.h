@@ -9,7 +9,8 @@
 /// The header of a controller telegram; its data words follow it in memory at once, (`Len` - 16) / 4 of them.
 ///
 /// A telegram is one contiguous block in native byte order; the block must hold as many data words as `Len`
-/// says. In an "ACK" the first data word is the return code (`tracePrintReason`).
+/// says. In an "ACK" the first data word is the return code (`tracePrintReason`). Pointers to telegrams must
+/// not be null, and are aligned to 4 bytes.
 struct UcTelegram
 {
     std::int32_t Len;   ///< bytes after this field: 16, plus 4 for each data word
@@ -36,5 +37,6 @@ VORELUTIL_EXPORT void traceTelegram(char const* text, UcTelegram const* tel, int
 /// "TEXT: TYPE Len=%d Addr=%02x Ind=%d CNo=%d-%d", and " Rc=%d" for an "ACK" that has a return code.
 ///
 /// Returns what `traceError` returned. Kept: the composed line is used as a format, so "%%" in `text` becomes
-/// "%"; a conversion has no argument and is written as it is.
+/// "%"; a conversion has no argument and is written as it is. Throws std::bad_alloc where there is no memory
+/// for the text.
 VORELUTIL_EXPORT bool traceTelError(bool ok, char const* text, UcTelegram const* tel);

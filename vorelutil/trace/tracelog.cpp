@@ -9,6 +9,7 @@
 #include <cstdarg>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <mutex>
 #include <vorelutil/platform/files.h>
 #include <vorelutil/platform/ticks.h>
@@ -20,8 +21,8 @@ std::atomic<TraceParams*> _prm = nullptr;
 /// The library's own record, made once and never freed, so that late calls from static destructors are safe.
 struct OwnLog
 {
-    TraceParams params;
-    std::FILE* opened = nullptr; ///< the log file that traceSetFile opened for it; guarded by the mutex
+    TraceParams _localParams;
+    std::FILE* opened = nullptr; ///< the log file that traceSetFile opened for it; guarded by its mutex
 };
 
 OwnLog& own()
@@ -127,7 +128,7 @@ bool tracelog::writeComposedError(const std::string& text)
 void traceInit(char const* logFileName, char const* prefix, int flags)
 {
     OwnLog& log = own();
-    TraceParams& params = log.params;
+    TraceParams& params = log._localParams;
     _prm.store(&params, std::memory_order_release);
     {
         const std::lock_guard lock(params.mutex);
@@ -159,7 +160,7 @@ void traceInit(TraceParams* params)
 
 TraceParams* traceGetParamset()
 {
-    return &own().params;
+    return &own()._localParams;
 }
 
 void traceSetFlags(int flags)
@@ -171,32 +172,38 @@ void traceSetFile(char const* path)
 {
     TraceParams* record = tracelog::current();
     if (record == nullptr) return;
-    OwnLog& log = own();
-    const std::lock_guard lock(record->mutex);
-    std::FILE* const before = record->logFile;
-    // The new file may be the old one: what the old stream still holds must not come after the truncation.
-    if (before != nullptr) std::fflush(before);
-    const bool toFile = path != nullptr && *path != '\0';
-    std::FILE* const file = toFile ? platform::openFile(path, "w") : stderr;
-    if (file == nullptr) {
-        traceError(false, "Failed to open Logfile %s", orEmpty(path));
-        return;
+    {
+        OwnLog& log = own();
+        const std::lock_guard lock(record->mutex);
+        const std::lock_guard lockOwn(log._localParams.mutex); // always the second of the two
+        std::FILE* const before = record->logFile;
+        // The new file may be the old one: what the old stream still holds must not come after the
+        // truncation.
+        if (before != nullptr) std::fflush(before);
+        const bool toFile = path != nullptr && *path != '\0';
+        if (std::FILE* const file = toFile ? platform::openFile(path, "w") : stderr) {
+            if (before == log.opened) { // perhaps by way of another record, which borrowed it
+                log.opened = nullptr;
+                if (log._localParams.logFile == before) log._localParams.logFile = stderr;
+            }
+            if (before != nullptr && before != stderr && before != stdout) std::fclose(before);
+            record->logFile = file;
+            if (record == &log._localParams) log.opened = toFile ? file : nullptr;
+            return;
+        }
     }
-    if (before != nullptr && before != stderr && before != stdout) std::fclose(before);
-    record->logFile = file;
-    if (record == &log.params) log.opened = toFile ? file : nullptr;
+    traceError(false, "Failed to open Logfile %s", orEmpty(path));
 }
 
 void traceInitLists()
 {
     TraceParams* record = tracelog::current();
     if (record == nullptr) return;
-    std::FILE* file = platform::openFile("tracewhitelist.txt", "r");
+    std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(platform::openFile("tracewhitelist.txt", "r"),
+                                                         &std::fclose);
     traceInitTraceList(file != nullptr);
-    if (file == nullptr) file = platform::openFile("traceblacklist.txt", "r");
-    if (file == nullptr) return;
-    tracelog::readListFile(file, record->traceList);
-    std::fclose(file);
+    if (file == nullptr) file.reset(platform::openFile("traceblacklist.txt", "r"));
+    if (file != nullptr) tracelog::readListFile(file.get(), record->traceList);
 }
 
 void traceAddTraceList(int first, int last)

@@ -11,14 +11,17 @@
 /// All functions work on one current record, `TraceParams`. The library has one of its own, which
 /// `traceInit(logFileName, prefix, flags)` makes the current one; modules with a library each share one log
 /// by handing the record of the one to the others: `traceInit(traceGetParamset())`. Before any `traceInit`
-/// nothing is written and every function but `traceReply` and `tracePrintReason` returns at once.
+/// nothing is written and no function has an effect, but for `traceReply`, which asks all the same, and for
+/// `traceGetParamset` and `tracePrintReason`, which need no current record.
 ///
 /// Callers' formats are those of `printf` and carry neither a full stop nor a newline at their end: the log
-/// adds ".\n". Numbers have a decimal point in every locale. Null texts act as "". Where `printf` fails (a
-/// wide character beyond ASCII) the format itself is written.
+/// adds ".\n". Numbers have a decimal point in every locale; only a message with wide characters beyond ASCII
+/// is printed in the thread's own locale. Where that fails too (the locale does not have the character) the
+/// format itself is written. Null texts act as "".
 ///
-/// Threads: any thread may write lines; each line is written as a whole under the record's mutex. Flags and
-/// address lists are read without it, so set them up before other threads trace.
+/// Threads: any thread may write lines; each line is written as a whole under the record's mutex. Flags,
+/// prefix, start time and address lists are read without it: set them up before other threads trace, and let
+/// none trace while `traceInit` runs.
 
 /// Lets the compiler check a `printf` format against its arguments (counted from 1).
 #if defined(__GNUC__)
@@ -58,8 +61,9 @@ struct TraceParams
 /// one blank; `flags` are `TraceFlag` bits, which take effect after the log file is open, so that a failure
 /// to open it is always reported. Addresses 0x142 and 0x184 become secret, and the list files are read
 /// (`traceInitLists`). It may be called again: the log is opened anew, the stamps start at 0 and the lists
-/// are reloaded. A log file that `traceSetFile` opened for this record is closed; other streams are not.
-/// Kept: secret addresses stay from one call to the next.
+/// are reloaded. A log file that `traceSetFile` opened for this record is closed; other streams are not. An
+/// application that replaces `logFile` by hand closes the file that was opened before itself. Kept: secret
+/// addresses stay from one call to the next. Throws std::bad_alloc where there is no memory for the lists.
 VORELUTIL_EXPORT void traceInit(char const* logFileName, char const* prefix, int flags);
 
 /// Makes the given record the current one, and nothing else; null: none is current. The caller owns it.
@@ -74,8 +78,10 @@ VORELUTIL_EXPORT void traceSetFlags(int flags);
 /// Sends the current record's log to a file, which is emptied first; to standard error for a null or empty
 /// path.
 ///
-/// The stream used so far is closed, unless it is standard error or standard output. If the file cannot be
-/// opened (a directory cannot) the error line "Failed to open Logfile PATH" is written and the log goes on
+/// The stream used so far is closed, unless it is standard error or standard output. If it was the file of
+/// the library's own record, lent to this one, the own record goes back to standard error; any other record
+/// that uses the closed stream needs a new one first. If the file cannot be opened (a directory cannot, nor a
+/// named pipe that nobody reads) the error line "Failed to open Logfile PATH" is written and the log goes on
 /// where it was. Without a record nothing happens.
 VORELUTIL_EXPORT void traceSetFile(char const* path);
 
@@ -84,8 +90,10 @@ VORELUTIL_EXPORT void traceSetFile(char const* path);
 /// "tracewhitelist.txt", if it opens, makes a white list; else "traceblacklist.txt" a black list; with
 /// neither the list is an empty black list: all is traced. A list file is a sequence of pairs of whole
 /// numbers, first and last address of a range, decimal, 0x hexadecimal or leading-zero octal, as the scan
-/// format " %i %i " reads them. Reading stops at the first pair that does not scan completely; numbers beyond
-/// the range of int act as its ends. Without a record nothing happens.
+/// format " %i %i " reads them. Reading stops at the first pair that does not scan completely; a bare "0x" is
+/// no number. Numbers beyond the range of int are cut to 32 bits, so that an address can be listed as the log
+/// shows it (0xffffffff is -1); those beyond 64 bits act as the nearest that is not (99999999999999999999 is
+/// -1 too). Throws std::bad_alloc where there is no memory for the list. Without a record nothing happens.
 VORELUTIL_EXPORT void traceInitLists();
 
 /// Adds the addresses `first` to `last`, both included, to the current record's list; none if `first` is
@@ -117,7 +125,7 @@ VORELUTIL_EXPORT bool traceAssert(bool ok, char const* file, int line);
 ///
 /// "TEXT - REASON", or "TEXT - WSA_Error #NUMBER" if `socketError`. Returns whether it wrote. Kept: the
 /// composed text is used as a format, so "%%" in it becomes "%"; a conversion has no argument and is written
-/// as it is.
+/// as it is. Throws std::bad_alloc where there is no memory for the text.
 VORELUTIL_EXPORT bool traceOsError(bool ok, char const* text, bool socketError);
 
 /// The text of a controller's reason code: 0 "ok", 1 "invalid address", 2 "out of range", 99 "unknown error",
@@ -129,9 +137,10 @@ VORELUTIL_EXPORT char const* tracePrintReason(int reason);
 
 /// Writes the line "PREFIX" "[SECONDS]: MESSAGE." if `TRACE_ON` is set.
 ///
-/// The stamp counts from `traceInit`, with three decimals, and wraps with the tick counter after about 49.7
-/// days. It is taken before the thread gets its turn to write, so stamps of several threads may be out of
-/// order by a hair.
+/// The stamp counts from `traceInit`, with three decimals, and wraps with the tick counter, which does so
+/// every 49.7 days or so. That counter runs from the system's start, so the wrap can come at any time after
+/// `traceInit`; the stamps are negative from then on. A stamp is taken before the thread gets its turn to
+/// write, so those of several threads may be out of order by a hair.
 VORELUTIL_EXPORT void traceTrace(char const* format, ...) VORELUTIL_PRINTF(1, 2);
 
 /// Writes the line "PREFIX" "QUEST!: MESSAGE." if `TRACE_ON` is set.
@@ -142,6 +151,6 @@ VORELUTIL_EXPORT void traceQuestion(char const* format, ...) VORELUTIL_PRINTF(1,
 /// returns it.
 ///
 /// For interactive use only. Kept: a word that is no number is not consumed, so it is asked again, at once
-/// and without end. At the end of the input it asks again twice a second. A number beyond the range of int
-/// gives the nearest end of the range.
+/// and without end. At the end of the input it asks again twice a second. A number beyond the range of int is
+/// cut as in a list file (`traceInitLists`). Threads that ask at once get a whole number each.
 VORELUTIL_EXPORT int traceReply(char const* format, ...) VORELUTIL_PRINTF(1, 2);
