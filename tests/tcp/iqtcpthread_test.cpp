@@ -241,11 +241,13 @@ TEST(IQTcpThread, ReportsAttemptsWithTheirPauses)
     EXPECT_FALSE(patient.core.patient);
     EXPECT_TRUE(unknown.core.lastError != 0 && unknown.core.lastError != 77);
     const auto gap = [](const Fixture& f, std::size_t i) { return f.owner.times[i] - f.owner.times[i - 1]; };
-    EXPECT_GE(gap(refused, 1), 1980);
-    EXPECT_LT(gap(refused, 1), 2900);
-    EXPECT_GE(gap(patient, 1), 2980);
-    EXPECT_GE(gap(unknown, 10), 480) << "the 11th attempt";
-    EXPECT_GE(unknown.owner.times[10] - unknown.owner.times[0], 2700) << "50 + 100 + ... + 500 ms";
+    // An event that is handled late shortens the gap behind it, so the lower limits leave room for a busy
+    // machine.
+    EXPECT_GE(gap(refused, 1), 1500) << "2 s";
+    EXPECT_LT(gap(refused, 1), 2900) << "2 s";
+    EXPECT_GE(gap(patient, 1), 2500) << "3 s";
+    EXPECT_GE(gap(unknown, 10), 250) << "500 ms before the 11th attempt";
+    EXPECT_GE(unknown.owner.times[10] - unknown.owner.times[0], 2250) << "50 + 100 + ... + 500 ms";
     EXPECT_LT(gap(unknown, 1), 1500) << "no pause of 2 s";
 }
 
