@@ -3,6 +3,7 @@
 #include <fstream>
 #include <functional>
 #include <gtest/gtest.h>
+#include <memory>
 #include <mutex>
 #include <pthread.h>
 #include <thread>
@@ -14,15 +15,19 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
+using Work = std::function<void(IThread&)>;
+
+/// Starts at once, and is waited for.
 struct Worker : IThread
 {
-    explicit Worker(std::function<void(Worker&)> work)
+    explicit Worker(Work work)
         : body(std::move(work))
     {
+        start();
     }
     ~Worker() override { wait(); }
     void run() override { body(*this); }
-    std::function<void(Worker&)> body;
+    Work body;
 };
 
 /// Waits for a condition, with a generous limit.
@@ -37,7 +42,7 @@ TEST(Mutex, ExcludesOthersUntilUnlockedAsOftenAsLocked)
 {
     IMutex mutex;
     int counter = 0;
-    const auto count = [&](Worker&) {
+    const auto count = [&](IThread&) {
         for (int i = 0; i < 20000; ++i) {
             const std::lock_guard outer(mutex);
             mutex.lock();
@@ -45,19 +50,24 @@ TEST(Mutex, ExcludesOthersUntilUnlockedAsOftenAsLocked)
             ++counter;
         }
     };
-    Worker workers[] = {Worker(count), Worker(count)};
-    for (Worker& worker : workers) worker.start();
-    for (Worker& worker : workers) worker.wait();
+    {
+        Worker first(count), second(count);
+    }
     EXPECT_EQ(counter, 40000);
 }
 
-TEST(WaitCondition, FalseOnlyWhenTheTimeRanOut)
+TEST(WaitCondition, TimesOutOrIsWoken)
 {
     IWaitCondition condition;
     IMutex mutex;
     EXPECT_FALSE(condition.wait(0));
     EXPECT_TRUE(condition.wakeOne()) << "lost: nobody waits";
     EXPECT_FALSE(condition.wait(1));
+    for (const int ms : {-1, 60000}) {
+        std::atomic<int> result = -1;
+        Worker waiter([&](IThread&) { result = condition.wait(ms) ? 1 : 0; });
+        EXPECT_TRUE(eventually([&] { return condition.wakeOne() && result == 1; })) << ms;
+    }
     const std::lock_guard lock(mutex);
     const auto begin = Clock::now();
     EXPECT_FALSE(condition.wait(&mutex, 1050));
@@ -77,36 +87,24 @@ TEST(WaitCondition, SignalsUnderTheMutexAreNotLost)
             conditions[1 - who].wakeOne();
         }
     };
-    Worker worker([&](Worker&) { play(1); });
-    worker.start();
+    Worker worker([&](IThread&) { play(1); });
     play(0);
     worker.wait();
     EXPECT_EQ(turn, 4000);
 }
 
-TEST(WaitCondition, WaitsWithoutAMutexUntilWoken)
-{
-    IWaitCondition condition;
-    for (const int ms : {-1, 60000}) {
-        std::atomic<int> result = -1;
-        Worker waiter([&](Worker&) { result = condition.wait(ms) ? 1 : 0; });
-        waiter.start();
-        EXPECT_TRUE(eventually([&] { return condition.wakeOne() && result == 1; })) << ms;
-    }
-}
-
 TEST(Thread, KnowsWhetherItRunsAndWhoCalls)
 {
+    CyclicThread idle;
+    idle.wait();
+    EXPECT_TRUE(idle.finished() && !idle.isCurrentThread()) << "never started";
     std::atomic<bool> go = false, inside = false;
-    Worker worker([&](Worker& self) {
+    Worker worker([&](IThread& self) {
         self.wait(); // of the thread for itself: returns at once
         inside = self.isCurrentThread() && !self.finished() &&
                  pthread_equal(IThread::identify(), pthread_self()) != 0;
         while (!go) std::this_thread::yield();
     });
-    worker.wait();
-    EXPECT_TRUE(worker.finished() && !worker.isCurrentThread()) << "never started";
-    worker.start();
     EXPECT_FALSE(worker.finished() || worker.isCurrentThread());
     std::thread waiters[4]; // many may wait at once
     for (std::thread& waiter : waiters) waiter = std::thread([&] { worker.wait(); });
@@ -116,27 +114,18 @@ TEST(Thread, KnowsWhetherItRunsAndWhoCalls)
     EXPECT_TRUE(inside);
 }
 
-/// Runs a function when its thread has left run() and is not gone yet.
-struct AtThreadExit
-{
-    std::function<void()> work;
-    ~AtThreadExit() { work(); }
-};
-
 TEST(Thread, EndIsSeenInEveryOrderOfCallsAlsoWhileTheThreadsVariablesDie)
 {
     for (const char* order : {"f", "w", "ff", "ww", "fw", "wf", "wwff", "fwfw"}) {
         std::atomic<bool> dying = false, go = false, asked = false;
-        Worker worker([&](Worker& self) {
-            thread_local AtThreadExit late;
-            late.work = [&] {
+        Worker worker([&](IThread& self) {
+            thread_local std::shared_ptr<void> late(nullptr, [&](void*) {
                 dying = true;
                 while (!go) std::this_thread::yield();
                 asked = !self.isCurrentThread() && !self.finished();
                 self.wait();
-            };
+            });
         });
-        worker.start();
         EXPECT_TRUE(eventually([&] { return dying.load(); }));
         EXPECT_FALSE(worker.finished()) << "and does not block";
         std::thread release([&] { go = true; }); // most likely while the first call below waits
@@ -168,10 +157,9 @@ TEST(Thread, FailedStartTellsTheReasonAndLeavesTheObjectIdle)
     ASSERT_EQ(pthread_getattr_default_np(&usual) + pthread_attr_init(&huge), 0);
     ASSERT_EQ(pthread_attr_setstacksize(&huge, std::size_t{1} << 50), 0);
     ASSERT_EQ(pthread_setattr_default_np(&huge), 0);
-    Worker worker([](Worker&) {});
     std::setlocale(LC_ALL, "C"); // the reason's text
     testing::internal::CaptureStderr();
-    worker.start();
+    Worker worker([](IThread&) {});
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "pthread_create: Resource temporarily unavailable\n");
     pthread_setattr_default_np(&usual);
     for (int i = 0; i < 2; ++i) {

@@ -7,19 +7,7 @@
 
 namespace {
 
-TEST(AddressSet, HoldsTheWholeRangeOfInt)
-{
-    AddressSet set;
-    set.insert(0, INT_MAX);
-    EXPECT_EQ(set.size(), 2147483648U);
-    set.insert(INT_MIN, -1);
-    EXPECT_EQ(set.size(), 4294967296U);
-    EXPECT_EQ(set.erase(INT_MIN) + set.erase(INT_MAX) + set.erase(0) + set.erase(0), 3U);
-    EXPECT_EQ(set.size(), 4294967293U);
-    EXPECT_EQ(set.count(INT_MIN) + set.count(INT_MAX) + set.count(0), 0U);
-}
-
-TEST(AddressSet, BehavesAsASetOfSingleNumbers)
+TEST(AddressSet, BehavesAsASetOfSingleNumbersToTheEndsOfInt)
 {
     std::mt19937 random(7);
     const auto upTo = [&](int limit) { return static_cast<int>(random() % static_cast<unsigned>(limit)); };

@@ -10,8 +10,8 @@
 #include <string>
 #include <vorelutil/trace/tracelog.h>
 
-/// Each case runs in an empty folder of its own and the "C" locale, and leaves the log as if no traceInit had
-/// run.
+/// Each case runs in an empty folder of its own and the "C" locale, with its standard output caught, and
+/// leaves the log as if no traceInit had run.
 class LogFixture : public testing::Test
 {
 public:
@@ -19,10 +19,13 @@ public:
     {
         std::filesystem::current_path(m_folder.path().toStdString());
         std::setlocale(LC_ALL, "C");
+        testing::internal::CaptureStdout();
     }
 
     ~LogFixture() override
     {
+        std::fflush(stdout);
+        testing::internal::GetCapturedStdout();
         traceInit("", "", 0); // closes the log file
         traceGetParamset()->secretAddrs.clear();
         traceInit(static_cast<TraceParams*>(nullptr));
@@ -37,6 +40,15 @@ public:
     }
 
 protected:
+    /// What standard output got since the last call.
+    static std::string echoed()
+    {
+        std::fflush(stdout);
+        const std::string text = testing::internal::GetCapturedStdout();
+        testing::internal::CaptureStdout();
+        return text;
+    }
+
     /// What the own record's log, the file "log", got since the last call.
     static std::string logged()
     {

@@ -93,13 +93,11 @@ TEST_F(Telegram, ErrorLinesIgnoreFiltersAndShowTheReturnCode)
         {"tx", {24, 0, 1, 0, 0}, "tx: SET  Len=24 Addr=01 Ind=0 CNo=0-0"},
         {"5%% %n%s", {16, 26, 1, 0, 0}, "5% %n%s: !!!1a!!! Len=16 Addr=01 Ind=0 CNo=0-0"},
     };
-    testing::internal::CaptureStdout();
     for (const auto& [text, header, line] : rows) {
         EXPECT_FALSE(traceTelError(true, text, make(header)));
         EXPECT_TRUE(traceTelError(false, text, make(header)));
         EXPECT_EQ(lines(), std::string("ERROR: ") + line + ".\n");
     }
-    testing::internal::GetCapturedStdout();
     traceInit(static_cast<TraceParams*>(nullptr));
     traceTelegram("tx", make({16, 1, 1, 0, 0}), 4);
     EXPECT_FALSE(traceTelError(false, "tx", make({16, 1, 1, 0, 0})));
