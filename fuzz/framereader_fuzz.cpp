@@ -1,4 +1,5 @@
 // Frame files: every reader takes every input, whatever its first line says.
+#include <cstdint>
 #include <cstdlib>
 #include <string_view>
 #include <vorelutil/frames/frameparser.h>
@@ -11,12 +12,17 @@ void require(bool condition)
     if (!condition) std::abort();
 }
 
-/// What a reader returns is whole; else it throws `FormatError`, and nothing else.
+/// What a reader returns is whole; else it throws `FormatError`, and nothing else. From a file, and from a
+/// pipe.
 template <typename Parser, typename Check> void take(Parser parse, std::string_view content, Check check)
 {
-    try {
-        check(parse(content, "fuzz"));
-    } catch (const FormatError&) {
+    using frameparser::MemorySource;
+    for (const bool pipe : {false, true}) {
+        MemorySource source = pipe ? MemorySource(content, 7) : MemorySource(content);
+        try {
+            check(parse(source, "fuzz"));
+        } catch (const FormatError&) {
+        }
     }
 }
 

@@ -1,13 +1,18 @@
+#include <clocale>
+#include <cmath>
 #include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <limits>
 #include <QTemporaryDir>
+#include <regex>
 #include <string>
+#include <tests/support/require.h>
+#include <vorelutil/frames/framebuffer.h>
 #include <vorelutil/frames/frameparser.h>
-#include <vorelutil/frames/framereader.h>
 #include <vorelutil/trace/error.h>
 
+using frameparser::MemorySource;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::IsNan;
@@ -28,7 +33,7 @@ const std::string matrix = ascHeader + "1  2  3  \n4  5  6  \n";
 const std::string bcrHeader =
     "fileformat = bcrf\nstarttime 31 05 24 23:59:58\nxpixels = 1\nypixels = 4\nxlength = 2e-06\n"
     "ylength = 1.5\nxoffset = -0.25\nyoffset = 0.125\nxunit = m\nyunit = s\nzunit = V\n"
-    "scanspeed = 2\nvoidpixels = 1\nintelmode = 0\n";
+    "scanspeed = -7\nvoidpixels = 1\nintelmode = 0\n";
 const std::string bcrPixels = "\x3F\x80\0\0\x7F\0\0\0\xC0\x20\0\0\xFF\x80\0\0"s; // 1, void, -2.5, -inf
 
 std::string filled(const std::string& header)
@@ -37,84 +42,85 @@ std::string filled(const std::string& header)
 }
 const std::string bcr = filled(bcrHeader) + bcrPixels;
 
-const std::string line =
+const std::string lineHeader =
     "# Vorel frameless snapshot\n# 2024-05-31T23:59:58\n# display:  channel Topo\n# x-pixels: 2\n"
-    "# x-unit:   m\n# y-unit:   \xC2\xB0\x43\nX ; Y\n0 ; 1.5\n1e-06 ; inf\n";
-const std::string dataLog = "# Vorel data log\n# 2024-05-31T23:59:58\n# display:   channel \n# unit:    V\n"
-                            "# Start of Data:\n1\n-1e+30\n";
+    "# x-unit:   m\n# y-unit:   \xC2\xB0\x43\nX ; Y\n";
+const std::string line = lineHeader + "0 ; 1.5\n1e-06 ; inf\n";
+const std::string logHeader =
+    "# Vorel data log\n# 2024-05-31T23:59:58\n# display:   channel \n# unit:    V\n# Start of Data:\n";
+const std::string dataLog = logHeader + "1\n-1e+30\n";
 
 std::string replaced(std::string text, const std::string& from, const std::string& to)
 {
-    const std::size_t at = text.find(from);
-    EXPECT_NE(at, std::string::npos) << from;
-    return text.replace(at, from.size(), to);
+    return text.replace(text.find(from), from.size(), to); // throws where there is no such text
 }
 
 std::string withReturns(const std::string& text)
 {
-    std::string result;
-    for (const char character : text) result += character == '\n' ? "\r\n"s : std::string(1, character);
-    return result;
+    return std::regex_replace(text, std::regex("\n"), "\r\n");
 }
 
 class FrameReader : public ::testing::Test
 {
 protected:
-    std::string file(const std::string& content) const
+    const std::string& file(const std::string& content) const
     {
         std::ofstream(path, std::ios::binary) << content;
         return path;
     }
 
-    /// What the reader says about a file, without the file's name; empty when it takes it.
-    template <typename Reader> std::string complaint(Reader reader, const std::string& content) const
+    /// The message of the format or I/O error that a call throws, without the file's name in front; else
+    /// empty.
+    template <typename Call> std::string complaint(Call call) const
     {
         try {
-            reader(file(content));
-            return "";
+            call();
         } catch (const FormatError& error) {
-            EXPECT_EQ(error.title, "Format Error");
             EXPECT_EQ(error.message.substr(0, path.size() + 2), path + ": ");
             return error.message.substr(path.size() + 2);
+        } catch (const IOError& error) {
+            return error.message;
         }
+        return "";
     }
 
     QTemporaryDir folder;
     const std::string path = folder.filePath("frame").toStdString();
 };
 
+void expectHeader(const FrameImage& image, int xPixels, int yPixels, int voidPixels)
+{
+    EXPECT_THAT((std::vector<long long>{image.xPixels, image.yPixels, image.voidPixels, image.scanSpeed}),
+                ElementsAre(xPixels, yPixels, voidPixels, -7));
+    EXPECT_THAT((std::vector{image.xLength, image.yLength, image.xOffset, image.yOffset}),
+                ElementsAre(2e-6, 1.5, -0.25, 0.125));
+    EXPECT_EQ(image.xUnit + image.yUnit + image.zUnit, "msV");
+}
+
 } // namespace
 
-TEST_F(FrameReader, ReadsTextSnapshots)
+// clang-format off
+
+TEST_F(FrameReader, ReadsSnapshots)
 {
     for (const std::string& content : {asc, withReturns(asc)}) {
         EXPECT_EQ(detectFrameFile(file(content)), FrameFileFormat::Asc);
         const FrameImage image = readFrameAsc(path);
+        expectHeader(image, 3, 2, -1);
         EXPECT_EQ(image.startTime + image.channel + image.direction, "2024-05-31T23:59:58Topo 1bwd");
-        EXPECT_THAT((std::vector{image.xPixels, image.yPixels, image.scanSpeed, image.voidPixels}),
-                    ElementsAre(3, 2, -7, -1));
-        EXPECT_THAT((std::vector{image.xLength, image.yLength, image.xOffset, image.yOffset}),
-                    ElementsAre(2e-6, 1.5, -0.25, 0.125));
-        EXPECT_THAT((std::vector{image.xUnit, image.yUnit, image.zUnit}), ElementsAre("m", "s", "V"));
-        EXPECT_THAT(image.values, ElementsAre(1, -2.5, 1e-320, inf, IsNan(), -0.0));
+        EXPECT_THAT(image.values, ElementsAre(1, -2.5, 1e-320, inf, IsNan(), 0));
+        EXPECT_TRUE(std::signbit(image.values[4]) && std::signbit(image.values[5])); // "-nan", "-0"
     }
     for (const std::string& content : {matrix, withReturns(matrix)}) {
         EXPECT_THAT(readFrameAsc(file(content)).values, ElementsAre(1, 2, 3, 4, 5, 6));
     }
-    EXPECT_EQ(readFrameAsc(file(replaced(asc, "Topo 1 bwd", " fwd"))).channel, "");
-    EXPECT_EQ(readFrameAsc(file(replaced(asc, "2024-05-31T23:59:58", ""))).startTime, "");
-}
+    EXPECT_EQ(readFrameAsc(file(replaced(asc, "2024-05-31T23:59:58\n# display:   channel Topo 1",
+                                         "\n# display:   channel "))).startTime, "");
 
-TEST_F(FrameReader, ReadsBinarySnapshots)
-{
     EXPECT_EQ(detectFrameFile(file(bcr)), FrameFileFormat::Bcr);
     const FrameImage image = readFrameBcr(path);
+    expectHeader(image, 1, 4, 1);
     EXPECT_EQ(image.startTime + image.channel + image.direction, "31 05 24 23:59:58");
-    EXPECT_THAT((std::vector{image.xPixels, image.yPixels, image.scanSpeed, image.voidPixels}),
-                ElementsAre(1, 4, 2, 1));
-    EXPECT_THAT((std::vector{image.xLength, image.yLength, image.xOffset, image.yOffset}),
-                ElementsAre(2e-6, 1.5, -0.25, 0.125));
-    EXPECT_THAT((std::vector{image.xUnit, image.yUnit, image.zUnit}), ElementsAre("m", "s", "V"));
     EXPECT_THAT(image.values, ElementsAre(1, IsNan(), -2.5, -inf));
     EXPECT_EQ(readFrameBcr(file(replaced(bcr, "voidpixels = 1", "voidpixels = 0"))).voidPixels, 0);
 }
@@ -124,14 +130,12 @@ TEST_F(FrameReader, ReadsLinesAndLogs)
     for (const std::string& content : {line, withReturns(line)}) {
         EXPECT_EQ(detectFrameFile(file(content)), FrameFileFormat::LineCsv);
         const FrameLine read = readLineCsv(path);
-        EXPECT_THAT((std::vector{read.startTime, read.channel, read.xUnit, read.yUnit}),
-                    ElementsAre("2024-05-31T23:59:58", "Topo", "m", "\xC2\xB0\x43"));
+        EXPECT_EQ(read.startTime + read.channel + read.xUnit + read.yUnit, "2024-05-31T23:59:58Topom\xC2\xB0\x43");
         EXPECT_EQ(read.xPixels, 2);
         EXPECT_THAT(read.x, ElementsAre(0, 1e-6));
         EXPECT_THAT(read.y, ElementsAre(1.5, inf));
     }
-    const std::string headerOnly = line.substr(0, line.find("0 ; 1.5"));
-    EXPECT_THAT(readLineCsv(file(replaced(headerOnly, "x-pixels: 2", "x-pixels: -2147483648"))).x, IsEmpty());
+    EXPECT_THAT(readLineCsv(file(replaced(lineHeader, ": 2\n", ": -2147483648\n"))).x, IsEmpty());
 
     for (const std::string& content : {dataLog, withReturns(dataLog)}) {
         EXPECT_EQ(detectFrameFile(file(content)), FrameFileFormat::PermCsv);
@@ -139,110 +143,155 @@ TEST_F(FrameReader, ReadsLinesAndLogs)
         EXPECT_EQ(read.startTime + read.channel + read.unit, "2024-05-31T23:59:58V");
         EXPECT_THAT(read.values, ElementsAre(1, -1e30));
     }
-    EXPECT_THAT(readPermCsv(file(dataLog.substr(0, dataLog.find("1\n-1e")))).values, IsEmpty());
+    // The first line says how lines end: this channel ends in a carriage return.
+    EXPECT_EQ(readPermCsv(file(replaced(logHeader, "channel ", "channel A\r"))).channel, "A\r");
 }
 
 TEST_F(FrameReader, RejectsDamage)
 {
-    struct Row
-    {
-        const char* from; ///< replaced in a good file
-        std::string to;
-        const char* complaint;
-    };
-    // clang-format off
+    const char *const time = "time expected", *const pixels = "pixel count expected", *const number = "number expected",
+               *const value = "value expected", *const voids = "number of void pixels expected",
+               *const cutOff = "the line is cut off", *const tooShort = "too short for its pixel counts",
+               *const tooLong = "data behind the last pixel";
+    struct Row { const char* from; std::string to; int line; const char* complaint; }; // replaced in a good file
     const Row ascRows[] = {
-        {"frame view", "frame", "not a text image snapshot"},     {"31T23", "31 23", "line 2: time expected"},
-        {"1 bwd", "1 up", "line 3: direction expected"},          {"Topo", "To\0po"s, "line 3: NUL in a text"},
-        {"Topo", "To\npo", "line 3: direction expected"},         {":  3", ":  0", "line 4: pixel count expected"},
-        {":  3", ":  2147483648", "line 4: pixel count expected"}, {":  3", ":  3 ", "line 4: pixel count expected"},
-        {":  3", ":  2147483647", "too short for its pixel counts"},
-        {":  3\n# y-pixels:  2", ":  65536\n# y-pixels:  65536", "too short for its pixel counts"}, // 2^32
-        {":  3\n# y-pixels:  2", ":  2147483647\n# y-pixels:  2147483647", "too short for its pixel counts"},
-        {"y-pixels:  2", "y-pixels:  -2", "line 5: pixel count expected"},
-        {"y-pixels:  2", "y-pixels:  3", "line 21: the file ends here"},
-        {"y-pixels:  2", "y-pixels:  1", "data behind the last pixel"},
-        {"2e-06", "2,5", "line 6: number expected"},              {"1.5", "inf", "line 7: number expected"},
-        {"-0.25", "1e999", "line 8: number expected"},            {"0.125", "", "line 9: number expected"},
-        {"x-unit:    ", "x-unit: ", "line 10: \"# x-unit:    \" expected"},
-        {"d: -7", "d: 1.5", "line 13: integer expected"},         {"-2.5", "0x10", "line 16: value expected"},
-        {"Data:", "Data: ", "line 14: \"# Start of Data:\" expected"},
-        {"-2.5", "", "line 16: value expected"},                  {"-2.5", "infinity", "line 16: value expected"},
-        {"-2.5", "\0"s, "line 16: value expected"},               {"-0\n", "-0", "line 20: the line is cut off"},
-        {"-0\n", "-0\n\n", "data behind the last pixel"},
-    };
+        {"view", "", 0, "not a text image snapshot"}, {"31T23", "31 23", 2, time}, {"bwd", "up", 3, "direction expected"},
+        {"Topo", "To\0po"s, 3, "NUL in a text"},      {"Topo", "To\npo", 3, "direction expected"},
+        {"Topo", std::string(65536, 'x'), 3, "the line is too long"},
+        {":  3", ":  0", 4, pixels}, {":  3", ":  2147483648", 4, pixels}, {":  3", ":  3 ", 4, pixels},
+        {":  3", ":  2147483647", 0, tooShort}, {":  3\n# y-pixels:  2", ":  65536\n# y-pixels:  65536", 0, tooShort},
+        {":  3\n# y-pixels:  2", ":  2147483647\n# y-pixels:  2147483647", 0, tooShort}, {":  2\n", ":  -2\n", 5, pixels},
+        {":  2\n", ":  3\n", 21, "the file ends here"}, {":  2\n", ":  1\n", 0, tooLong}, {"2e-06", "2,5", 6, number},
+        {"1.5", "inf", 7, number}, {"-0.25", "1e999", 8, number}, {"0.125", "", 9, number},
+        {"x-unit:    ", "x-unit: ", 10, "\"# x-unit:    \" expected"}, {"d: -7", "d: 1.5", 13, "integer expected"},
+        {"Data:", "Data: ", 14, "\"# Start of Data:\" expected"}, {"-2.5", "0x10", 16, value}, {"-2.5", "", 16, value},
+        {"-2.5", "infinity", 16, value}, {"-2.5", "\0"s, 16, value}, {"-2.5\n", "-2.5\r\n", 16, value},
+        {"-0\n", "-0", 20, cutOff}, {"-0\n", "-0\n\n", 0, tooLong},
+        {"hot\n", "hot\r\n", 2, "the line ends in another way than the first"}};
     const Row matrixRows[] = {
-        {"3  \n", "\n", "line 15: the row has too few values"},   {"6  \n", "6  ", "line 16: the line is cut off"},
-        {"3  \n", "3  9  \n", "line 15: the row has too many values"},
-        {"6  \n", "6 \n", "line 16: the row has too few values"}, {"5  6", "5   6", "line 16: value expected"},
-        {"6  \n", "6  \n7", "data behind the last pixel"},
-    };
+        {"3  \n", "\n", 15, "the row has too few values"},      {"6  \n", "6 \n", 16, "the row has too few values"},
+        {"3  \n", "3  9  \n", 15, "the row has too many values"}, {"3  \n", "3  \r\n", 15, "the row has too many values"},
+        {"6  \n", "6  ", 16, cutOff}, {"6  \n", "6 ", 16, cutOff}, {"6  \n", "6  \n7", 0, tooLong},
+        {"5  6", "5   6", 16, value}, {"5  ", std::string(65536, '5'), 16, value}};
     const Row bcrRows[] = {
-        {"bcrf\n", "bcrf \n", "not a binary image snapshot"},     {"31 05", "31-05", "line 2: time expected"},
-        {"bcrf\n", "bcrf\r\n", "line 1: \"fileformat = bcrf\" expected"},
-        {"xpixels = 1", "xpixels = 0", "line 3: pixel count expected"},
-        {"xpixels = 1", "xpixels = 2", "too short for its pixel counts"},
-        {"1\nypixels = 4", "2147483647\nypixels = 2147483647", "too short for its pixel counts"},
-        {"ypixels = 4", "ypixels = 3", "data behind the last pixel"},
-        {"xlength = 2e-06", "xlength = nan", "line 5: number expected"},
-        {"scanspeed = 2", "scanspeed = 99999999999", "line 12: integer expected"},
-        {"ls = 1\ni", "ls = -1\ni", "line 13: as many void pixels cannot be"},
-        {"ls = 1\ni", "ls = 4\ni", "line 13: as many void pixels cannot be"},
-        {"ls = 1\ni", "ls = 2\ni", "fewer void pixels than the header says"},
-        {"mode = 0", "mode = 1", "line 14: \"intelmode = 0\" expected"},
-        {"mode = 0\n", "mode = 0\nx", "line 15: blanks expected"},
-        {"mode = 0\n", "mode = 0\n\n", "line 15: blanks expected"},
-    };
+        {"bcrf\n", "bcrf \n", 0, "not a binary image snapshot"}, {"bcrf\n", "bcrf\r\n", 0, "not a binary image snapshot"},
+        {"31 05", "31-05", 2, time}, {"xpixels = 1", "xpixels = 0", 3, pixels}, {"s = 1\n", "s = 2\n", 0, tooShort},
+        {"1\nypixels = 4", "2147483647\nypixels = 2147483647", 0, tooShort}, {"s = 4", "s = 3", 0, tooLong},
+        {"2e-06", "nan", 5, number}, {"d = -7", "d = 99999999999", 12, "integer expected"},
+        {"ls = 1\ni", "ls = -1\ni", 13, voids}, {"ls = 1\ni", "ls = 4\ni", 13, voids},
+        {"ls = 1\ni", "ls = 2\ni", 0, "fewer void pixels than the header says"},
+        {"mode = 0", "mode = 1", 14, "\"intelmode = 0\" expected"}, {"mode = 0\n", "mode = 0\nx", 15, "blanks expected"},
+        {"mode = 0\n", "mode = 0\n\n", 15, "blanks expected"}};
     const Row lineRows[] = {
-        {"frameless", "frame", "not a line export"},              {"s: 2", "s: two", "line 4: integer expected"},
-        {"s: 2", "s: 0", "more rows than its pixel count allows"}, {"X ;", "X;", "line 7: \"X ; Y\" expected"},
-        {"0 ; 1.5", "0;1.5", "line 8: two values expected"},      {"1.5", "1.5 ; 2", "line 8: value expected"},
-        {"; inf\n", "; inf", "line 9: the line is cut off"},
-    };
+        {"frameless", "frame", 0, "not a line export"}, {"s: 2", "s: two", 4, "integer expected"},
+        {"s: 2", "s: 0", 0, "more rows than its pixel count allows"}, {"X ;", "X;", 7, "\"X ; Y\" expected"},
+        {"0 ; 1.5", "0;1.5", 8, "two values expected"}, {"1.5", "1.5 ; 2", 8, value}, {"; inf\n", "; inf", 9, cutOff}};
     const Row logRows[] = {
-        {"log\n", "log", "not a data log"},
-        {"unit:    V", "unit:", "line 4: \"# unit:    \" expected"},
-        {":\n1\n", ":\n1 \n", "line 6: value expected"},          {"+30\n", "+3", "line 7: the line is cut off"},
-    };
-    // clang-format on
-    const auto check = [this](const auto& rows, auto reader, const std::string& good) {
+        {"log\n", "log", 0, "not a data log"}, {"unit:    V", "unit:", 4, "\"# unit:    \" expected"},
+        {":\n1\n", ":\n1 \n", 6, value}, {"+30\n", "+3", 7, cutOff}};
+
+    const auto check = [this](const auto& rows, auto reader, const std::string& good, const std::string& behind = "") {
         for (const Row& row : rows) {
             const std::string content = replaced(good, row.from, row.to);
-            EXPECT_EQ(complaint(reader, content), row.complaint) << row.from << " -> " << row.to;
+            file(behind.empty() ? content : filled(content) + behind);
+            const std::string where = row.line == 0 ? "" : "line " + std::to_string(row.line) + ": ";
+            EXPECT_EQ(complaint([&] { reader(path); }), where + row.complaint) << row.from;
         }
     };
     check(ascRows, readFrameAsc, asc);
     check(matrixRows, readFrameAsc, matrix);
+    check(bcrRows, readFrameBcr, bcrHeader, bcrPixels);
     check(lineRows, readLineCsv, line);
     check(logRows, readPermCsv, dataLog);
-    for (const Row& row : bcrRows) {
-        EXPECT_EQ(complaint(readFrameBcr, filled(replaced(bcrHeader, row.from, row.to)) + bcrPixels),
-                  row.complaint);
+    EXPECT_EQ(complaint([&] { readFrameBcr(file(bcr + '\0')); }), tooLong);
+    for (const char* content : {"", "# Vorel data logs\n", "# Vorel data log", "fileformat = bcrf\r\n"}) {
+        EXPECT_EQ(complaint([&] { detectFrameFile(file(content)); }), "not a frame file");
     }
 }
 
 TEST_F(FrameReader, RejectsEveryTruncation)
 {
-    for (std::size_t size = 0; size < asc.size(); ++size) {
-        EXPECT_THROW(frameparser::parseAsc(asc.substr(0, size), path), FormatError) << size;
+    const auto check = [this](auto parse, const std::string& content) {
+        for (std::size_t size = 0; size < content.size(); ++size) {
+            MemorySource source(std::string_view(content).substr(0, size), 7);
+            EXPECT_THROW(parse(source, path), FormatError) << size;
+        }
+    };
+    check(frameparser::parseAsc, asc);
+    check(frameparser::parseAsc, withReturns(matrix));
+    check(frameparser::parseBcr, bcr);
+    check(frameparser::parseLineCsv, lineHeader);
+    check(frameparser::parsePermCsv, logHeader);
+}
+
+TEST_F(FrameReader, ReadsAcrossBlocks)
+{
+    for (const std::string separator : {"\n", "  "}) {
+        std::string content = replaced(replaced(ascHeader, ":  3\n", ":  40000\n"), ":  2\n", ":  1\n");
+        for (int i = 0; i < 40000; ++i) content += std::to_string(i) + separator;
+        if (separator == "  ") content += "\n";
+        MemorySource source(content, 1000);
+        const std::vector<double> values = frameparser::parseAsc(source, path).values;
+        ASSERT_EQ(values.size(), 40000U);
+        for (int i = 0; i < 40000; ++i) ASSERT_EQ(values[static_cast<std::size_t>(i)], i);
     }
-    for (std::size_t size = 0; size < bcr.size(); ++size) {
-        EXPECT_THROW(frameparser::parseBcr(bcr.substr(0, size), path), FormatError) << size;
+}
+
+TEST_F(FrameReader, StopsReadingAtTheFirstFault)
+{
+    const auto check = [this](auto parse, std::string text, const std::string& again, std::size_t blocks,
+                              const char* fault) {
+        while (text.size() < 1000000) text += again;
+        MemorySource source(text, text.size());
+        EXPECT_EQ(complaint([&] { parse(source, path); }), fault);
+        EXPECT_LE(text.size() - source.rest().size(), blocks * 65536) << fault;
+    };
+    check(frameparser::parseAsc, asc, "1\n", 1, "data behind the last pixel");
+    check(frameparser::parseAsc, matrix, "1  ", 1, "data behind the last pixel");
+    check(frameparser::parseAsc, ascHeader, "1  ", 1, "line 15: the row has too many values");
+    check(frameparser::parseAsc, ascHeader, "1", 2, "line 15: the line is too long");
+    check(frameparser::parseBcr, bcr, "\0"s, 1, "data behind the last pixel");
+    check(frameparser::parseBcr, "", "\0"s, 1, "not a binary image snapshot");
+    check(frameparser::parseLineCsv, line, "1 ; 1\n", 1, "more rows than its pixel count allows");
+    check(frameparser::parsePermCsv, dataLog, "x\n", 1, "line 8: value expected");
+}
+
+TEST_F(FrameReader, ReadsBackWhatTheBufferWrites)
+{
+    FrameBuffer frame;
+    const int entries[][2] = {{0x2001, 3}, {0x2002, 3}, {0x2003, 2}, {0x2004, 5}, {0x2006, -2}, {0x200A, 4},
+                              {0x2012, 0x17F}, {0x2013, 0x27F}, {0x2014, 1}, {0x2016, 1500}};
+    for (const auto& [key, value] : entries) frame.setMetaData(key, value);
+    frame.setActive(true);
+    const int samples[] = {3, -2, 0}; // the first line, which is the last row
+    frame.addData(samples, 3, 0);
+    const char* const name = path.c_str();
+    REQUIRE_OR_SKIP(std::setlocale(LC_ALL, "de_DE.UTF-8") != nullptr, "locale de_DE.UTF-8");
+
+    EXPECT_EQ(frame.saveFrameBcr(name, "Topo", true), 0);
+    EXPECT_EQ(readFrameBcr(path).voidPixels, 3);
+    EXPECT_THAT(readFrameBcr(path).values, ElementsAre(IsNan(), IsNan(), IsNan(), 0.0005F, -0.00075F, -0.00025F));
+    for (const bool asMatrix : {false, true}) {
+        EXPECT_EQ(frame.saveFrameAsc(name, "Topo", true, asMatrix), 0);
+        const FrameImage image = readFrameAsc(path);
+        EXPECT_THAT(image.values, ElementsAre(-0.00025, -0.00025, -0.00025, 0.0005, -0.00075, -0.00025));
+        EXPECT_EQ(image.channel + image.direction + image.xUnit + image.zUnit, "TopofwdmV");
+        EXPECT_THAT((std::vector{image.xLength, image.xOffset, image.scanSpeed * 1.0}), ElementsAre(0.005, -0.002, 2));
     }
-    EXPECT_EQ(complaint(readFrameBcr, bcr + '\0'), "data behind the last pixel");
+    EXPECT_EQ(frame.saveLineCsv(name, "Topo"), 0);
+    EXPECT_THAT(readLineCsv(path).x, ElementsAre(-0.0045, -0.002, 0.0005));
+    EXPECT_THAT(readLineCsv(path).y, ElementsAre(0.0005, -0.00075, -0.00025));
+    frame.setMetaData(0x200A, 0);
+    EXPECT_EQ(frame.saveSimpleCsv(name, "Topo"), 0);
+    EXPECT_THAT(readPermCsv(path).values, ElementsAre(inf, -inf, -inf));
+    std::setlocale(LC_ALL, "C");
 }
 
 TEST_F(FrameReader, SaysWhyAFileCannotBeRead)
 {
-    EXPECT_EQ(complaint(detectFrameFile, ""), "not a frame file");
-    EXPECT_EQ(complaint(detectFrameFile, "# Vorel data logs\n"), "not a frame file");
-    for (const std::string& missing : {path + "/none", folder.path().toStdString(), ""s}) {
-        try {
-            readPermCsv(missing);
-            ADD_FAILURE() << missing;
-        } catch (const FileOpenError& error) {
-            EXPECT_EQ(error.message, "Can't open file\n" + missing + "\nfor reading");
-        }
+    const std::string place = folder.path().toStdString();
+    for (const std::string& name : {place, place + "/none", ""s}) {
+        EXPECT_EQ(complaint([&] { readPermCsv(name); }), "Can't open file\n" + name + "\nfor reading");
     }
-    EXPECT_THROW(readFrameBcr("/dev/zero"), FormatError); // endless, but of another kind
+    EXPECT_EQ(complaint([] { readPermCsv("/proc/self/mem"); }), "Can't read file\n/proc/self/mem: Input/output error");
 }

@@ -2,47 +2,60 @@
 
 #include "frameparser.h"
 
+#include <cerrno>
 #include <cstdio>
+#include <filesystem>
 #include <memory>
 #include <new>
+#include <system_error>
 #include <vorelutil/platform/files.h>
 #include <vorelutil/trace/error.h>
 
 namespace {
 
-struct FileCloser
+class FileSource : public frameparser::Source
 {
-    void operator()(std::FILE* file) const { std::fclose(file); }
-};
-using File = std::unique_ptr<std::FILE, FileCloser>;
-
-File openForReading(const std::string& path)
-{
-    File file(platform::openFile(path.c_str(), "rb"));
-    if (file == nullptr) throw FileOpenError(path, false);
-    return file;
-}
-
-/// Reads on to the end of the file, but no block more once the content does not begin as it should.
-std::string readContent(const std::string& path, std::string_view title)
-{
-    const File file = openForReading(path);
-    constexpr std::size_t blockSize = 256 * 1024;
-    const auto block = std::make_unique<char[]>(blockSize);
-    std::string content;
-    std::size_t count = 0;
-    while ((count = std::fread(block.get(), 1, blockSize, file.get())) > 0) {
-        content.append(block.get(), count);
-        if (!frameparser::hasTitle(content, title)) break;
+public:
+    explicit FileSource(const std::string& path)
+        : m_path(path)
+        , m_file(platform::openFile(path.c_str(), "rb"))
+    {
+        if (m_file == nullptr) throw FileOpenError(path, false);
     }
-    if (std::ferror(file.get()) != 0) throw IOError("Can't read file\n" + path);
-    return content;
-}
 
-template <typename Parser> auto read(const std::string& path, std::string_view title, Parser parse)
+    std::size_t read(char* to, std::size_t size) override
+    {
+        errno = 0;
+        const std::size_t count = std::fread(to, 1, size, m_file.get());
+        if (std::ferror(m_file.get()) != 0) {
+            throw IOError("Can't read file\n" + m_path + ": " + std::generic_category().message(errno));
+        }
+        return count;
+    }
+
+    /// Of a regular file only.
+    std::optional<std::uint64_t> size() const override
+    {
+        std::error_code failure;
+        const std::uintmax_t size = std::filesystem::file_size(m_path, failure);
+        return failure ? std::nullopt : std::optional<std::uint64_t>(size);
+    }
+
+private:
+    struct Closer
+    {
+        void operator()(std::FILE* file) const { std::fclose(file); }
+    };
+
+    const std::string& m_path;
+    std::unique_ptr<std::FILE, Closer> m_file;
+};
+
+template <typename Parser> auto read(const std::string& path, Parser parse)
 {
     try {
-        return parse(readContent(path, title), path);
+        FileSource source(path);
+        return parse(source, path);
     } catch (const std::bad_alloc&) {
         throw OomError("Not enough memory to read\n" + path);
     }
@@ -52,33 +65,30 @@ template <typename Parser> auto read(const std::string& path, std::string_view t
 
 FrameFileFormat detectFrameFile(const std::string& path)
 {
-    const File file = openForReading(path);
-    char block[64];
-    const std::string_view start(block, std::fread(block, 1, sizeof block, file.get()));
-    if (std::ferror(file.get()) != 0) throw IOError("Can't read file\n" + path);
-    if (frameparser::hasTitle(start, frameparser::ascTitle)) return FrameFileFormat::Asc;
-    if (frameparser::hasTitle(start, frameparser::bcrTitle)) return FrameFileFormat::Bcr;
-    if (frameparser::hasTitle(start, frameparser::lineCsvTitle)) return FrameFileFormat::LineCsv;
-    if (frameparser::hasTitle(start, frameparser::permCsvTitle)) return FrameFileFormat::PermCsv;
-    throw FormatError("not a frame file", path);
+    FileSource file(path);
+    char start[frameparser::formatStartSize];
+    const std::size_t size = frameparser::readFully(file, start, sizeof start);
+    const auto format = frameparser::formatOf({start, size});
+    if (!format) throw FormatError("not a frame file", path);
+    return *format;
 }
 
 FrameImage readFrameAsc(const std::string& path)
 {
-    return read(path, frameparser::ascTitle, frameparser::parseAsc);
+    return read(path, frameparser::parseAsc);
 }
 
 FrameImage readFrameBcr(const std::string& path)
 {
-    return read(path, frameparser::bcrTitle, frameparser::parseBcr);
+    return read(path, frameparser::parseBcr);
 }
 
 FrameLine readLineCsv(const std::string& path)
 {
-    return read(path, frameparser::lineCsvTitle, frameparser::parseLineCsv);
+    return read(path, frameparser::parseLineCsv);
 }
 
 FrameLog readPermCsv(const std::string& path)
 {
-    return read(path, frameparser::permCsvTitle, frameparser::parsePermCsv);
+    return read(path, frameparser::parsePermCsv);
 }
