@@ -4,27 +4,21 @@
 #include <limits>
 #include <vorelutil/algo/prefix.h>
 
-namespace {
-
-constexpr double inf = std::numeric_limits<double>::infinity();
-constexpr char micro = '\xB5';
-
-} // namespace
+static constexpr double inf = std::numeric_limits<double>::infinity();
+static constexpr char micro = '\xB5';
 
 // clang-format off
 
 TEST(Prefix, TableHasEveryRow)
 {
     const struct { char prefix; double factor; const char* printable; int exponent; char ofExponent; } rows[] = {
-        {'Y', 1e24, "Y", 24, 'Y'}, {'Z', 1e21, "Z", 21, 'Z'}, {'E', 1e18, "E", 18, 'E'},
-        {'P', 1e15, "P", 15, 'P'}, {'T', 1e12, "T", 12, 'T'}, {'G', 1e9, "G", 9, 'G'},
-        {'M', 1e6, "M", 6, 'M'},   {'k', 1e3, "k", 3, 'k'},   {' ', 1, "", 0, ' '},
-        {'X', 1, "", 0, ' '},      {'m', 1e-3, "m", -3, 'm'}, {micro, 1e-6, "\xC2\xB5", -6, micro},
-        {'u', 1e-6, "\xC2\xB5", -6, micro},                   {'n', 1e-9, "n", -9, 'n'},
+        {'Y', 1e24, "Y", 24, 'Y'},   {'Z', 1e21, "Z", 21, 'Z'},   {'E', 1e18, "E", 18, 'E'}, {'P', 1e15, "P", 15, 'P'},
+        {'T', 1e12, "T", 12, 'T'},   {'G', 1e9, "G", 9, 'G'},     {'M', 1e6, "M", 6, 'M'},   {'k', 1e3, "k", 3, 'k'},
+        {' ', 1, "", 0, ' '},        {'X', 1, "", 0, ' '},        {'m', 1e-3, "m", -3, 'm'},
+        {micro, 1e-6, "\xC2\xB5", -6, micro}, {'u', 1e-6, "\xC2\xB5", -6, micro}, {'n', 1e-9, "n", -9, 'n'},
         {'p', 1e-12, "p", -12, 'p'}, {'f', 1e-15, "f", -15, 'f'}, {'a', 1e-18, "a", -18, 'a'},
         {'z', 1e-21, "z", -21, 'z'}, {'y', 1e-24, "y", -24, 'y'},
-        {'q', 0, "?", 7, '\0'},    {'K', 0, "?", 27, '\0'},   {'\0', 0, "?", -27, '\0'}, {'\xFF', 0, "?", 1, '\0'},
-    };
+        {'q', 0, "?", 7, '\0'},    {'K', 0, "?", 27, '\0'},   {'\0', 0, "?", -27, '\0'}, {'\xFF', 0, "?", 1, '\0'}};
     for (const auto& row : rows) {
         SCOPED_TRACE(row.prefix);
         EXPECT_EQ(algoGetPrefixFactor(row.prefix), row.factor);
@@ -71,8 +65,7 @@ TEST(Prefix, NormalizeFixedConvertsBetweenUsablePrefixes)
     const struct { double value; char from, to, result; double converted; } rows[] = {
         {1, 'u', 'n', 'n', 999.9999999999999}, {2, 'k', ' ', ' ', 2000}, {2, micro, 'u', 'u', 2},
         {7, 'k', 'X', 'k', 7}, {7, 'X', 'k', 'X', 7}, {7, 'k', 'q', 'k', 7}, {7, '\0', 'k', '\0', 7},
-        {inf, 'm', 'k', 'k', inf},
-    };
+        {inf, 'm', 'k', 'k', inf}};
     for (const auto& row : rows) {
         double value = row.value;
         EXPECT_EQ(algoNormalizeFixed(&value, row.from, row.to), row.result);

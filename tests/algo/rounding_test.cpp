@@ -18,18 +18,14 @@ constexpr double smallest = Limits::denorm_min();
 TEST(Rounding, NearestRoundsHalvesAwayFromZero)
 {
     const struct { double x; int nearest; unsigned int nearestU; long long nearest64; } rows[] = {
-        {0, 0, 0, 0},                            {-0.0, 0, 0, 0},
-        {0.49999, 0, 0, 0},                      {0.5, 1, 1, 1},
-        {-0.5, -1, 0, -1},                       {2.5, 3, 3, 3},
-        {-2.5, -3, 0, -3},                       {-3.7, -4, 0, -4},
+        {0, 0, 0, 0},      {-0.0, 0, 0, 0},   {0.49999, 0, 0, 0},  {0.5, 1, 1, 1},     {smallest, 0, 0, 0},
+        {-0.5, -1, 0, -1}, {2.5, 3, 3, 3},    {-2.5, -3, 0, -3},   {-3.7, -4, 0, -4},
         {2147483647.4, INT_MAX, 2147483647, 2147483647}, {2147483647.5, INT_MIN, 2147483648, 2147483648},
         {-2147483648.4, INT_MIN, 0, -2147483648}, {-2147483649.0, INT_MIN, 0, -2147483649},
         {4294967295.0, INT_MIN, 4294967295, 4294967295}, {4294967297.0, INT_MIN, 1, 4294967297},
         {-5000000000.5, INT_MIN, 0, -5000000001}, {9.2e18, INT_MIN, 2643984384, 9200000000000000000},
-        {9223372036854775808.0, INT_MIN, 0, LLONG_MIN}, {-9.3e18, INT_MIN, 0, LLONG_MIN},
-        {inf, INT_MIN, 0, LLONG_MIN},            {-inf, INT_MIN, 0, LLONG_MIN},
-        {notANumber, INT_MIN, 0, LLONG_MIN},     {smallest, 0, 0, 0},
-    };
+        {9223372036854775808.0, INT_MIN, 0, LLONG_MIN}, {-9.3e18, INT_MIN, 0, LLONG_MIN}, {inf, INT_MIN, 0, LLONG_MIN},
+        {-inf, INT_MIN, 0, LLONG_MIN}, {notANumber, INT_MIN, 0, LLONG_MIN}};
     for (const auto& row : rows) {
         SCOPED_TRACE(row.x);
         EXPECT_EQ(algoNearest(row.x), row.nearest);
