@@ -1,7 +1,7 @@
 #include "logfixture.h"
 
 #include <cstring>
-#include <regex>
+#include <QRegularExpression>
 #include <tuple>
 #include <vector>
 #include <vorelutil/trace/telegram.h>
@@ -22,7 +22,11 @@ protected:
         return reinterpret_cast<const UcTelegram*>(m_words.data());
     }
 
-    static std::string lines() { return std::regex_replace(logged(), std::regex("\\[[0-9.]*\\]: "), ""); }
+    static std::string lines()
+    {
+        static const QRegularExpression stamps("\\[[0-9.]*\\]: ");
+        return QString::fromStdString(logged()).remove(stamps).toStdString();
+    }
 
     std::vector<std::uint32_t> m_words;
 };
