@@ -4,8 +4,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <limits>
+#include <QString>
 #include <QTemporaryDir>
-#include <regex>
 #include <string>
 #include <tests/support/require.h>
 #include <vorelutil/frames/framebuffer.h>
@@ -57,7 +57,7 @@ std::string replaced(std::string text, const std::string& from, const std::strin
 
 std::string withReturns(const std::string& text)
 {
-    return std::regex_replace(text, std::regex("\n"), "\r\n");
+    return QString::fromUtf8(text.c_str()).replace("\n", "\r\n").toStdString();
 }
 
 class FrameReader : public ::testing::Test
