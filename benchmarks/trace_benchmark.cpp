@@ -1,7 +1,9 @@
 // The trace log beside spdlog's file sink: the same text, to a file each, in the same process.
+#include <algorithm>
 #include <benchmark/benchmark.h>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <memory>
@@ -25,6 +27,13 @@ const std::string ourFile = path("trace-ours.");
 const std::string peerFile = path("trace-peer.");
 const char* const names[] = {"voltage", "frequency", "exposure time", "attenuator"};
 
+/// Opens the log with stamps as long as the peer's, which are seconds since 1970.
+void startOurs()
+{
+    traceInit(ourFile.c_str(), "", TRACE_ON);
+    traceGetParamset()->startTime -= static_cast<double>(std::time(nullptr));
+}
+
 void writeOurs(int i)
 {
     traceTrace("Set address %x value %d of %s", 0x20 + i % 64, i * 37, names[i % 4]);
@@ -43,19 +52,24 @@ std::shared_ptr<spdlog::logger> peerLogger()
     return logger;
 }
 
-/// The messages of a log, without their stamps.
-std::vector<std::string> messages(const std::string& file)
+/// The lines of a log, with an x for each digit of their stamps.
+std::vector<std::string> linesOf(const std::string& file)
 {
     std::vector<std::string> result;
     std::ifstream in(file);
-    for (std::string line; std::getline(in, line);) result.push_back(line.substr(line.find("]: ") + 3));
+    for (std::string line; std::getline(in, line);) {
+        const auto end = line.begin() + static_cast<std::ptrdiff_t>(line.find(']'));
+        std::replace_if(
+            line.begin(), end, [](char c) { return c >= '0' && c <= '9'; }, 'x');
+        result.push_back(line);
+    }
     return result;
 }
 
 /// Both must write the same text before anything is timed.
 void compare()
 {
-    traceInit(ourFile.c_str(), "", TRACE_ON);
+    startOurs();
     auto logger = peerLogger();
     for (int i = 0; i < batch; ++i) {
         writeOurs(i);
@@ -63,8 +77,8 @@ void compare()
     }
     traceSetFile(nullptr);
     logger.reset();
-    const auto ours = messages(ourFile);
-    if (ours.size() == batch && ours == messages(peerFile)) return;
+    const auto ours = linesOf(ourFile);
+    if (ours.size() == batch && ours == linesOf(peerFile)) return;
     std::fprintf(stderr, "the logs differ\n");
     std::exit(1);
 }
@@ -72,7 +86,7 @@ void compare()
 /// Each run starts with an empty file.
 void oursUnflushed(benchmark::State& state)
 {
-    if (state.thread_index() == 0) traceInit(ourFile.c_str(), "", TRACE_ON);
+    if (state.thread_index() == 0) startOurs();
     for (auto _ : state) {
         for (int i = 0; i < batch; ++i) writeOurs(i);
     }
