@@ -1,4 +1,4 @@
-#include "apps/cli/stopsignal.h"
+#include "apps/controller/stopsignal.h"
 #include "apps/simulator/simulator.h"
 #include "console.h"
 #include "headless.h"

@@ -1,7 +1,7 @@
 #include "cli.h"
-#include "stopsignal.h"
 
 #include "apps/controller/controllerlink.h"
+#include "apps/controller/stopsignal.h"
 
 #include <CLI/CLI.hpp>
 #include <cstdio>

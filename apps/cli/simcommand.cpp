@@ -1,6 +1,6 @@
 #include "cli.h"
-#include "stopsignal.h"
 
+#include "apps/controller/stopsignal.h"
 #include "apps/simulator/simulator.h"
 
 #include <CLI/CLI.hpp>
