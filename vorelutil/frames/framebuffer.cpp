@@ -170,8 +170,8 @@ void FrameBuffer::setFrameSize()
     }
     m_frameSize = static_cast<std::uint32_t>(wanted);
     m_dimensions = dimensions;
+    if (m_frameSize != oldSize || m_dimensions != oldDimensions) clear(); // also when there is no memory
     if (m_capacity < m_frameSize) reallocBuffer(m_frameSize, 0);
-    if (m_frameSize != oldSize || m_dimensions != oldDimensions) clear();
 }
 
 /// Zeroed storage; null for a count of 0 and when there is no memory. Pages that nobody writes to cost

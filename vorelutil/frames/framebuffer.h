@@ -50,8 +50,9 @@ struct VRB_Meta
 ///
 /// Errors: storage that cannot be had is an `OomError` with an empty message, and nothing else is thrown. A
 /// frame of more than 4294967295 samples is such a case. The buffer then keeps its new settings and has no
-/// storage and no samples: `addData` stores nothing until a smaller frame size is set. The writers throw
-/// nothing and return codes.
+/// storage and no samples: `addData` stores nothing until storage of that size can be had (`setFrameSize`
+/// tries again) or another frame size is set. Memory that the system promises but does not have cannot be
+/// detected. The writers throw nothing and return codes.
 ///
 /// Threads: no locks; a buffer belongs to one thread at a time. That holds for the const functions too:
 /// `sortData` and the image writers change the unused end of the sample array and the sort array.
@@ -174,9 +175,11 @@ public:
     ///   front of the block is left as it is.
     /// - Mode 0 (only 0) counts from the position of the block, or from the fill in append mode: a block that
     ///   begins a new frame goes to the front, and its (effective) position becomes the start position. It is
-    ///   clipped to the capacity, and the rest is returned as not fitting; it may be longer than the frame
-    ///   size where the capacity is. Kept: in append mode the start position moves away from 0 with the first
-    ///   new frame while the fill starts again, so that blocks then keep beginning new frames.
+    ///   clipped to the capacity, and the rest is returned as not fitting. Kept: where the capacity is
+    ///   greater than the frame size, a block in between is stored whole; the fill is then above the frame
+    ///   size, the result 0, and the frame does not count as complete. Kept: in append mode the start
+    ///   position moves away from 0 with the first new frame while the fill starts again, so that blocks then
+    ///   keep beginning new frames.
     int addData(const int* data, int count, int position);
 
     /// True when the frame is complete: the fill equals the frame size, and that is not 0.
@@ -251,7 +254,9 @@ public:
     unsigned frameCounter() const { return m_frameCounter; } ///< new frames begun since activation
 
     // Files. The formats, with examples, are in docs/formats/. The writers read the buffer and never change
-    // its samples or metadata; numbers have a decimal point in every locale; null texts act as "".
+    // the metadata or the samples held (behind the fill the image writers do, as `sortData`); numbers have a
+    // decimal point in every locale; null texts act as "". The channel is written as it is: a line feed in
+    // it breaks the lines of the header.
     //
     // The image and line writers return 0 written; 1 nothing to write (inactive, no samples, no pixel that
     // received one), no file is made; 2 the file could not be opened; 3 no memory for the image (also for an
@@ -259,22 +264,25 @@ public:
     // They throw nothing.
     //
     // A sample s is written as (s - entry 0x2014) * scale, where scale is the factor of the value unit
-    // (entry 0x2013) divided by entry 0x200A. That division is skipped without the entry; an entry of 0
-    // gives "inf" and "nan" as the C runtime prints them.
+    // (entry 0x2013) divided by entry 0x200A. That division is skipped without the entry (the
+    // default metadata always has one); an entry of 0 gives "inf", "-inf", "nan" and "-nan" as the C runtime
+    // prints them.
 
     /// Text image snapshot (docs/formats/text-snapshot.md): one value a line, or with `matrix` one image row
     /// a line. Pixels without a sample are written as a sample of 0.
     int saveFrameAsc(const char* path, const char* channel, bool forward, bool matrix) const;
 
     /// Binary image snapshot (docs/formats/binary-snapshot.md): a text header of 2048 bytes, then big-endian
-    /// single-precision values, 7F000000 for a pixel without a sample. Kept: `channel` is not written, and a
-    /// sample of 2147483642 reads as a pixel without one.
+    /// single-precision values, 7F000000 for a pixel without a sample. Kept: `channel` is not written; a
+    /// sample of 2147483642 reads as a pixel without one; "voidpixels" is the number of pixels less that of
+    /// the samples placed, at least 0, and so too low where pixels are hit twice (see `sortData`).
     int saveFrameBcr(const char* path, const char* channel, bool forward) const;
 
     /// Two-column export of the current line or stream (docs/formats/line-export.md).
     ///
-    /// Kept: the division by entry 0x200A is not skipped when there is none, so that the values are then
-    /// infinite or not a number; a frame of one pixel a line states two.
+    /// Kept: the division by entry 0x200A is not skipped when there is none (the default metadata always
+    /// has one), so that the values are then infinite or not a number; a frame of one pixel a line states
+    /// two.
     int saveLineCsv(const char* path, const char* channel) const;
 
     /// Opens the running log (docs/formats/running-log.md) and writes its header; closes one that is open.

@@ -144,6 +144,7 @@ TimeStamp::TimeStamp(const char* format)
     const std::time_t now = std::time(nullptr);
     std::tm local{};
     m_text[0] = '\0';
+    tzset(); // localtime_r need not notice a change of the time zone
     if (localtime_r(&now, &local) == nullptr) return;
     if (std::strftime(m_text, sizeof m_text, format, &local) == 0) m_text[0] = '\0';
 }
