@@ -11,6 +11,7 @@ namespace bench {
 namespace {
 
 constexpr int sizeCheckMilliseconds = 500;
+constexpr int allTelegrams = TRACE_ON | TRACE_FLUSH | TRACE_CATEGORY_MASK;
 
 // A path can be written when it opens; the trace log itself goes on with standard error when it does not.
 bool canWrite(const QString& path)
@@ -43,7 +44,6 @@ bool TraceFiles::openInFolder(const QString& folder)
     m_folder = folder;
     QDir().mkpath(folder);
     prune(folder, keptFiles - 1);
-    m_sizeTimer.start();
     return openFile(newName());
 }
 
@@ -51,9 +51,9 @@ bool TraceFiles::openFile(const QString& path)
 {
     const bool ok = canWrite(path);
     m_file = ok ? path : QString();
-    traceInit(QFile::encodeName(m_file).constData(), "vorelbench",
-              TRACE_ON | TRACE_FLUSH | TRACE_CATEGORY_MASK);
+    traceInit(QFile::encodeName(m_file).constData(), "vorelbench", allTelegrams);
     traceError(ok, "The trace log %s cannot be written", QFile::encodeName(path).constData());
+    m_sizeTimer.start();
     emit fileChanged(m_file);
     return ok;
 }
@@ -61,6 +61,12 @@ bool TraceFiles::openFile(const QString& path)
 void TraceFiles::checkSize()
 {
     if (m_file.isEmpty() || QFileInfo(m_file).size() < largestFile) return;
+    if (m_folder.isEmpty()) {
+        traceTrace("The log has grown large and goes on without TELLs");
+        traceSetFlags(allTelegrams & ~TRACE_TELL);
+        m_sizeTimer.stop();
+        return;
+    }
     prune(m_folder, keptFiles - 1);
     const QString next = newName();
     if (!canWrite(next)) return;

@@ -9,7 +9,8 @@ namespace bench {
 /// The console's own trace log: every telegram, flushed line by line.
 ///
 /// In a folder, logs are named by their start time and the last ten are kept; one that has grown large goes
-/// on in a new file. Or it is one file that the caller names. GUI thread only; one object a process.
+/// on in a new file. Or it is one file that the caller names; one that has grown large says so and goes on
+/// without "TELL"s. GUI thread only; one object a process.
 class TraceFiles : public QObject
 {
     Q_OBJECT
