@@ -22,8 +22,8 @@
 ///
 /// A file is read in blocks and parsed as it comes; nothing is read on behind the first thing that is wrong,
 /// or much behind the last value. Memory is at most about twelve times what was read, whatever the header
-/// says; a binary snapshot takes twice the file's size, reserved at once when that size is right. No state: any
-/// thread.
+/// says; a binary snapshot takes twice the file's size, reserved at once when that size is right. No state:
+/// any thread.
 
 /// The kinds of file, by the writer: `saveFrameAsc`, `saveFrameBcr`, `saveLineCsv`, and `startPermCsv` or
 /// `saveSimpleCsv`.
