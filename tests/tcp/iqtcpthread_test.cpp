@@ -46,7 +46,7 @@ struct Fixture
     Peer peer;
 
     explicit Fixture(int fifoSize = 1000)
-        : thread(fifoSize, &owner, "pair", new IMutex)
+        : thread(fifoSize, &owner, "pair", std::make_unique<IMutex>())
     {
         int ends[2];
         socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends);
@@ -54,7 +54,7 @@ struct Fixture
         thread.adopt(std::make_shared<platform::Socket>(ends[0]));
     }
     Fixture(const std::string& host, std::uint16_t port)
-        : thread(1000, &owner, "connector", new IMutex)
+        : thread(1000, &owner, "connector", std::make_unique<IMutex>())
     {
         owner.clock.start();
         core.host = host;
@@ -193,7 +193,16 @@ TEST(IQTcpThread, WaitsForRoomAndSaysSo)
         EXPECT_EQ(messages.size(), 2);
         EXPECT_TRUE(messages.last().endsWith("can never fit"));
     }
+
+    pair.core.state = IQTcp::Connected;
+    qInstallMessageHandler([](auto, const auto&, const auto&) { throw std::bad_alloc(); });
+    pair.peer.write("\x61\0\0\0"s);
+    pair.thread.start();
+    EXPECT_TRUE(eventually([&] { return pair.thread.finished(); })) << "out of memory ends it";
     qInstallMessageHandler(before);
+    EXPECT_EQ(pair.owner.take(), std::vector<int>{1003});
+    EXPECT_EQ(pair.core.lastError, ENOMEM);
+    EXPECT_EQ(pair.peer.read(1), "");
 }
 
 TEST(IQTcpThread, PostsEventsWhileItHasAnOwner)

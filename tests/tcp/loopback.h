@@ -8,6 +8,7 @@
 #include <QDeadlineTimer>
 #include <string>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <unistd.h>
 #include <utility>
 #include <vector>
@@ -42,6 +43,8 @@ public:
     explicit Peer(int descriptor = -1)
         : m_descriptor(descriptor)
     {
+        const timeval limit{20, 0}; // for what waits, accept() included: what hangs shall fail
+        if (descriptor >= 0) setsockopt(descriptor, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
     }
     ~Peer() { shut(); }
     Peer(Peer&& other) noexcept
@@ -56,14 +59,9 @@ public:
     }
     void write(const Bytes& bytes) const
     {
-        ssize_t count = 0;
-        for (std::size_t sent = 0; sent < bytes.size() && count >= 0;
-             sent += static_cast<std::size_t>(count)) {
-            count = send(m_descriptor, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);
-            if (count < 0) return;
-        }
+        (void)send(m_descriptor, bytes.data(), bytes.size(), MSG_NOSIGNAL);
     }
-    /// Waits for `size` bytes; gives fewer at the end of the stream.
+    /// Waits for `size` bytes; gives fewer at the end of the stream, or after 20 s.
     Bytes read(std::size_t size) const
     {
         Bytes bytes(size, '\0');

@@ -24,6 +24,12 @@ bool wouldBlock(int error);
 /// The code for bytes that break the protocol.
 int protocolError();
 
+/// The code for received bytes that found no room.
+int noRoomError();
+
+/// The code for memory that has run out.
+int outOfMemoryError();
+
 /// An open socket, shared by all who use it: the descriptor is closed with the last reference, so that its
 /// number is never given to another file while a thread is still in a call on it.
 ///
@@ -54,8 +60,9 @@ public:
     Transfer receive(char* data, int length);
 
     /// Waits until all `length` bytes are handed to the system. A signal handler may cut it short: then the
-    /// count is what was handed over. Fails after `sendTimeoutMs`, also when a part was handed over by then.
-    /// A closed peer is an error code, never a signal.
+    /// count is what was handed over; if that was nothing, it goes on for the rest of the time (which then
+    /// bounds other threads' sends that wait on this socket, too). Fails after `sendTimeoutMs`, also when a
+    /// part was handed over by then. A closed peer is an error code, never a signal.
     Transfer send(const char* data, int length);
 
     /// Ends the connection in both directions, and for good: calls at work in other threads return, a

@@ -32,6 +32,15 @@ void setBlocking(int descriptor, bool blocking)
     fcntl(descriptor, F_SETFL, blocking ? flags & ~O_NONBLOCK : flags | O_NONBLOCK);
 }
 
+/// How long a send may wait; `ms` above 0.
+void setSendTimeout(int descriptor, int ms)
+{
+    timeval timeout{};
+    timeout.tv_sec = ms / 1000;
+    timeout.tv_usec = ms % 1000 * 1000;
+    setsockopt(descriptor, SOL_SOCKET, SO_SNDTIMEO, &timeout, sizeof timeout);
+}
+
 /// One call of the system's resolver; `flags` as for getaddrinfo.
 int lookUp(const std::string& host, int flags, std::uint32_t* address)
 {
@@ -72,6 +81,16 @@ int protocolError()
     return EPROTO;
 }
 
+int noRoomError()
+{
+    return ENOBUFS;
+}
+
+int outOfMemoryError()
+{
+    return ENOMEM;
+}
+
 std::shared_ptr<Socket> Socket::open(int* error)
 {
     int descriptor = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -88,10 +107,7 @@ std::shared_ptr<Socket> Socket::open(int* error)
 Socket::Socket(int descriptor)
     : m_descriptor(descriptor)
 {
-    timeval timeout{};
-    timeout.tv_sec = sendTimeoutMs / 1000;
-    timeout.tv_usec = sendTimeoutMs % 1000 * 1000;
-    setsockopt(m_descriptor, SOL_SOCKET, SO_SNDTIMEO, &timeout, sizeof timeout);
+    setSendTimeout(m_descriptor, sendTimeoutMs);
 }
 
 Socket::~Socket()
@@ -130,16 +146,26 @@ Transfer Socket::receive(char* data, int length)
 
 Transfer Socket::send(const char* data, int length)
 {
-    const auto deadline = Clock::now() + std::chrono::milliseconds(sendTimeoutMs - timerSlackMs);
+    using std::chrono::milliseconds;
+    const auto deadline = Clock::now() + milliseconds(sendTimeoutMs);
+    ssize_t count = 0;
+    int error = 0;
+    int left = sendTimeoutMs;
+    bool shortened = false;
     for (;;) {
-        const ssize_t count = ::send(m_descriptor, data, static_cast<std::size_t>(length), MSG_NOSIGNAL);
-        const int error = count < 0 ? errno : 0;
-        if (count == length) return {length, 0};
-        const bool interrupted = count >= 0 || error == EINTR;
-        if (wouldBlock(error) || (interrupted && Clock::now() >= deadline)) return {-1, ETIMEDOUT};
-        if (count >= 0) return {static_cast<int>(count), 0};
-        if (error != EINTR) return {-1, error};
+        count = ::send(m_descriptor, data, static_cast<std::size_t>(length), MSG_NOSIGNAL);
+        error = count < 0 ? errno : 0;
+        if (count == length) break;
+        left = static_cast<int>(std::chrono::duration_cast<milliseconds>(deadline - Clock::now()).count());
+        if (error != EINTR || left <= timerSlackMs) break;
+        setSendTimeout(m_descriptor, left);
+        shortened = true;
     }
+    if (shortened) setSendTimeout(m_descriptor, sendTimeoutMs);
+    if (count == length) return {length, 0};
+    const bool interrupted = count >= 0 || error == EINTR;
+    if (wouldBlock(error) || (interrupted && left <= timerSlackMs)) return {-1, ETIMEDOUT};
+    return count >= 0 ? Transfer{static_cast<int>(count), 0} : Transfer{-1, error};
 }
 
 void Socket::shutdown()

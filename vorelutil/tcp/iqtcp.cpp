@@ -2,6 +2,7 @@
 
 #include "iqtcpthread.h"
 
+#include <memory>
 #include <mutex>
 #include <QEvent>
 #include <QPointer>
@@ -28,7 +29,7 @@ enum EventType : int
 IQTcp::IQTcp(int fifoSize, QObject* parent, const char* name)
     : QObject(parent)
     , m_name(name)
-    , m_thread(new IQTcpThread(fifoSize, this, m_name, new IMutex))
+    , m_thread(new IQTcpThread(fifoSize, this, m_name, std::make_unique<IMutex>()))
 {
 }
 

@@ -16,8 +16,8 @@ class IQTcpThread;
 ///     QObject::connect(&link, &IQTcp::dataReceived, [](char* buffer, int length) { ... });
 ///     link.connectToHost("192.168.1.10", 2101);
 ///
-/// One object serves one connection life: after `disconnect` it does not connect again. Create a new object
-/// for a new connection.
+/// Kept: one object serves one connection life: after `disconnect` it does not connect again. Create a new
+/// object for a new connection.
 ///
 /// Thread: all functions belong to the thread that created the object, which needs an event loop. A thread of
 /// the object's own connects and receives; what it has to tell comes as posted events, so every signal is
@@ -25,8 +25,8 @@ class IQTcpThread;
 ///
 /// From any slot of its signals the object may be deleted or disconnected, and an event loop may be run.
 ///
-/// Failures: nothing is thrown; see `error`. Socket errors are Linux's errno values, look-up errors the
-/// resolver's (negative).
+/// Failures: nothing is thrown, but for std::bad_alloc when memory runs out in a call; see `error`. Socket
+/// errors are Linux's errno values, look-up errors the resolver's (negative).
 class VORELUTIL_EXPORT IQTcp : public QObject
 {
     Q_OBJECT
@@ -35,7 +35,7 @@ public:
     /// The state of the link. Any but Idle turns into Closing by `disconnect`.
     enum State : int
     {
-        Idle = 0,       ///< not connected to a host yet
+        Idle = 0,       ///< not connected to a host yet, or no more since `connected(false)`
         Connecting = 2, ///< connecting, or connecting again
         Connected = 3,
         Closing = 4 ///< final
@@ -45,19 +45,26 @@ public:
     ///
     /// `fifoSize` is the number of bytes that may wait for the application. It should be more than twice the
     /// largest frame (4 + L): a frame lies in the buffer in one piece, and one that never finds such a place
-    /// stops the reception for good (see `getAndClearOverload`). As a drain comes 30 ms after the first
+    /// stops the reception for good (see `getAndClearOverload`), and the loss of the connection is then not
+    /// noticed either, except by a send. In a buffer of 0 bytes or less no frame ever fits. What comes before
+    /// `connected(true)` was emitted has to fit: if it does not, the connection is closed, the rest of it is
+    /// lost, and `error` follows (code ENOBUFS). As a drain comes 30 ms after the first
     /// frame, it also bounds the throughput, to about fifoSize / 30 ms. `name` is shown in debug messages
     /// only; it is not copied, so keep it alive as long as the object; null acts as "".
+    ///
+    /// Throws std::bad_alloc if there is no memory, for the buffer or else; nothing leaks.
     IQTcp(int fifoSize, QObject* parent, const char* name);
 
     /// Ends the connection and the thread, without a signal. It waits for the thread, as a rule a few
-    /// milliseconds and at most about half a second. Kept: then it deletes what it owns in any case; a thread
+    /// milliseconds and at most about half a second (longer only if the system has not yet begun to run the
+    /// thread). Kept: then it deletes what it owns in any case; a thread
     /// that is still at work touches nothing of it.
     ~IQTcp() override;
 
     /// Starts to connect to `host` (name or dotted IPv4 address; Latin-1) at `port` (its low 16 bits). True
-    /// in state Idle; else false, and nothing changes. The outcome comes as `connected` or `error`; the link
-    /// goes on trying until it is disconnected or destroyed.
+    /// in state Idle (at first, and again after `connected(false)`); else false, and nothing changes. The
+    /// outcome comes as `connected` or `error`; the link goes on trying until it is disconnected or
+    /// destroyed.
     ///
     /// A refused or unanswered attempt is followed by a pause of 2 s. Besides, attempts are spaced by 50 ms
     /// times the number of attempts since data was last received, at most 5 s.
@@ -71,7 +78,11 @@ public:
     /// Expects a controller that is still starting: the next refused attempt is followed by a pause of 3 s
     /// instead of 2 s, and while the flag is still set when its event is handled, it emits no `error`.
     ///
-    /// Call it after `connectToHost`, which clears the flag; the thread clears it after that attempt.
+    /// Call it after `connectToHost`, which clears the flag; the thread clears it after that attempt. If an
+    /// attempt has been refused already and its pause begun, that pause stays 2 s, its error is suppressed if
+    /// it was not handled yet, and the 3 s come after the next refusal. As the thread clears the flag as soon
+    /// as it has posted the refusal's event, it is open which thread comes first, and so whether `error` is
+    /// emitted for the patient attempt.
     void setPatient();
 
     /// "WSA_Error #" and the last error code in decimal; empty if there was none, after a refused or
@@ -80,8 +91,10 @@ public:
     QString getErrorMsg() const;
 
     /// Whether, since the last call, a frame had to wait for room because the application is too slow for
-    /// the controller, or the frame is too large for the buffer. Waiting is no error and loses nothing: the
-    /// controller is held up meanwhile.
+    /// the controller, or the frame is too large for the buffer. Waiting is no error, and the controller is
+    /// held up meanwhile. It loses nothing while the connection stands; if the link closes it, because a
+    /// `writeBlock` fails, what still waits outside the buffer is lost. Before `connected(true)` nothing
+    /// waits; see the constructor.
     bool getAndClearOverload();
 
     /// The present state. It follows the signals: Connected from just before `connected(true)`.
@@ -100,21 +113,24 @@ signals:
     void dataReceived(char* buffer, int length);
 
     /// True: the connection stands. False: the thread has ended although it was connected; never emitted
-    /// because of `disconnect`. A connection that is lost is told by `error`.
+    /// because of `disconnect`. The state is then Idle, and `connectToHost` works again. A connection that is
+    /// lost is told by `error`.
     void connected(bool connect);
 
-    /// An attempt failed, or the connection was lost; see `getErrorMsg`. The link connects again by itself.
+    /// An attempt failed, or the connection was lost; see `getErrorMsg`. The link connects again by itself,
+    /// unless its thread ran out of memory (code ENOMEM), which ends it.
     /// Not emitted for a refused attempt, or an orderly end, while the patient flag is set.
     void error();
 
 public slots:
     /// Sends `length` bytes (whole telegrams, each with its length) and waits until the system has taken
-    /// them, at most 5 s. True if it has; also for a length of 0. False for a negative length, while there is
-    /// no connection, and if sending failed: then the connection is closed, `error` follows, and the link
-    /// connects again. A peer that stops reading, so that the block is not taken after 5 s, counts as failed.
+    /// them, at most 5 s each time it is sent. True if it has; also for a length of 0. False for a negative
+    /// length, while there is no connection, and if sending failed: then the connection is closed, `error`
+    /// follows, and the link connects again. A peer that stops reading, so that the block is not taken after
+    /// 5 s, counts as failed.
     ///
-    /// Kept: if a signal handler cuts a send short, the block is sent again from its start, and the result
-    /// is false.
+    /// Kept: if a signal handler cuts a send short, the block is sent again from its start, with 5 s of its
+    /// own, and the result is false.
     bool writeBlock(const char* buffer, int length);
 
 protected slots:

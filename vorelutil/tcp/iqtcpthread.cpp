@@ -9,6 +9,7 @@
 #include <mutex>
 #include <QCoreApplication>
 #include <QEvent>
+#include <utility>
 
 // Only the socket thread makes sockets; both sides close them, under socketMutex. Closing means: shut the
 // connection down, which wakes a connect, recv or send that is at work, and let go of the reference. The
@@ -31,8 +32,8 @@ constexpr int patientPauseSteps = 30; ///< the same, once after IQTcp::setPatien
 
 } // namespace
 
-IQTcpThread::IQTcpThread(int fifoSize, QObject* owner, const char* name, IMutex* socketMutex)
-    : m_core(std::make_shared<Core>(fifoSize, owner, name, socketMutex))
+IQTcpThread::IQTcpThread(int fifoSize, QObject* owner, const char* name, std::unique_ptr<IMutex> socketMutex)
+    : m_core(std::make_shared<Core>(fifoSize, owner, name, std::move(socketMutex)))
 {
 }
 
@@ -44,8 +45,8 @@ void IQTcpThread::run()
     core->entered = true; // from here on this object may go
     try {
         core->run();
-    } catch (const std::exception& failure) { // out of memory for an event
-        qWarning("IQTcp: %s", failure.what());
+    } catch (const std::exception& failure) { // out of memory
+        core->giveUp(failure.what());
     }
 }
 
@@ -100,10 +101,11 @@ bool IQTcpThread::hasEntered() const
     return m_core->entered;
 }
 
-IQTcpThread::Core::Core(int fifoSize, QObject* theOwner, const char* theName, IMutex* theSocketMutex)
+IQTcpThread::Core::Core(int fifoSize, QObject* theOwner, const char* theName,
+                        std::unique_ptr<IMutex> theSocketMutex)
     : fifo(fifoSize)
     , owner(theOwner)
-    , socketMutex(theSocketMutex)
+    , socketMutex(std::move(theSocketMutex))
     , name(theName != nullptr ? theName : "")
     , m_ahead(aheadSize)
 {
@@ -127,6 +129,20 @@ void IQTcpThread::Core::run()
     if (!connected) return;
     closeSocket();
     triggerBuddy(TrigDisconnected);
+}
+
+/// The thread ends here: it cannot go on.
+void IQTcpThread::Core::giveUp(const char* reason)
+{
+    const std::lock_guard lock(*socketMutex);
+    closeSocket();
+    if (owner != nullptr) lastError = platform::outOfMemoryError();
+    try {
+        triggerBuddy(TrigError);
+        qWarning("IQTcp: %s", reason);
+    } catch (const std::exception&) {
+        return; // there is no memory to tell it with
+    }
 }
 
 void IQTcpThread::Core::receiveOne()
@@ -309,7 +325,10 @@ char* IQTcpThread::Core::reserve(std::int64_t total)
             if (waits > 0) qDebug("IQTcp (%s):  ... for %d ms.", ownerName().c_str(), waits * roomPollMs);
             return place;
         }
-        if (owner == nullptr || state != IQTcp::Connected) return nullptr;
+        if (owner == nullptr || state != IQTcp::Connected) {
+            m_socketError = platform::noRoomError();
+            return nullptr;
+        }
         if (waits == 0) {
             const std::string text = ownerName();
             qDebug("IQTcp (%s): Can't write into Fifo", text.c_str());

@@ -16,7 +16,9 @@
 /// posted events.
 ///
 /// A frame is a 4-byte length L (32-bit, the machine's byte order) and L bytes of payload; the ring holds the
-/// 4 + L bytes as received (docs/formats/wire.md).
+/// 4 + L bytes as received (docs/formats/wire.md). Lengths and small payloads go through a read-ahead buffer,
+/// so that one receive serves many frames, and are copied once; what is missing of a payload, if it is 16384
+/// bytes or more, is received straight into the ring.
 ///
 /// Everything that the socket thread and the owner's thread share is in a counted Core, which the running
 /// thread holds as well. So the object may be deleted while its thread is still in a system call, once
@@ -36,12 +38,14 @@ public:
     struct Core;
 
     /// Not started. `owner` gets the events and is in practice an IQTcp; `name` is shown in debug messages
-    /// and stays the caller's; `socketMutex`, made by the owner, is taken over.
-    IQTcpThread(int fifoSize, QObject* owner, const char* name, IMutex* socketMutex);
+    /// and stays the caller's; `socketMutex`, made by the owner and not null, is taken over. Throws
+    /// std::bad_alloc.
+    IQTcpThread(int fifoSize, QObject* owner, const char* name, std::unique_ptr<IMutex> socketMutex);
     ~IQTcpThread() override;
 
     /// The thread's body: connects, with pauses that grow, and receives, until `shutdown`, or the link's
-    /// state is closing.
+    /// state is closing. If memory runs out it ends as well, the connection closed, and TrigError tells so if
+    /// that is still possible.
     void run() override;
 
     /// One connection attempt, on the calling thread: 1 connected; 0 the host was found and a socket made,
@@ -49,8 +53,8 @@ public:
     int connect();
 
     /// Receives one frame into the ring: 4 + L; 0 when the frame was abandoned (shutdown, owner gone, or the
-    /// ring is full while the link's state is not connected); -1 when the socket is closed or failed, or the
-    /// length is negative.
+    /// ring is full while the link's state is not connected, which the error code says); -1 when the socket
+    /// is closed or failed, or the length is negative.
     ///
     /// Waits for room in steps of 20 ms, also for a length that can never fit (one debug line says so), and
     /// raises the overload flag. Kept: where the socket does not block and has no more, the bytes of the
@@ -96,9 +100,10 @@ private:
 /// the next connection.
 struct IQTcpThread::Core
 {
-    Core(int fifoSize, QObject* theOwner, const char* theName, IMutex* theSocketMutex);
+    Core(int fifoSize, QObject* theOwner, const char* theName, std::unique_ptr<IMutex> theSocketMutex);
 
     void run();
+    void giveUp(const char* reason);
     int connect();
     int read();
     bool writeBlock(const char* data, int length);
@@ -110,7 +115,7 @@ struct IQTcpThread::Core
 
     UcFifo fifo;                 ///< has a mutex of its own
     std::atomic<QObject*> owner; ///< written, and used to post, under socketMutex
-    std::unique_ptr<IMutex> socketMutex;
+    const std::unique_ptr<IMutex> socketMutex;
     std::atomic<bool> connected{false};       ///< written under socketMutex
     std::shared_ptr<platform::Socket> socket; ///< guarded by socketMutex; null: none
     std::atomic<int> eventPending{0};         ///< 1 while a data event is on its way and not acknowledged

@@ -16,16 +16,12 @@ constexpr int lengthSize = 4; ///< of the length in front of a frame's payload
 
 UcFifo::UcFifo(int size)
     : m_size(std::max(size, 0))
-    , m_base(new char[static_cast<std::size_t>(m_size)])
+    , m_storage(new char[static_cast<std::size_t>(m_size)])
+    , m_base(m_storage.get())
     , m_write(m_base)
     , m_read(m_base)
     , m_end(m_base)
 {
-}
-
-UcFifo::~UcFifo()
-{
-    delete[] m_base;
 }
 
 /// startWrite, under the lock.

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <memory>
 #include <vorelutil/thread/thread.h>
 
 /// A byte ring between one writing and one reading thread that holds whole frames, each in one piece.
@@ -17,9 +18,8 @@
 class UcFifo
 {
 public:
-    /// A ring of `size` bytes; a negative size acts as 0 (nothing ever fits).
+    /// A ring of `size` bytes; a negative size acts as 0 (nothing ever fits). Throws std::bad_alloc.
     explicit UcFifo(int size);
-    ~UcFifo();
     UcFifo(const UcFifo&) = delete;
     UcFifo& operator=(const UcFifo&) = delete;
 
@@ -52,9 +52,10 @@ private:
     void commit(int n);
 
     const int m_size;
-    char* const m_base;
-    char* m_write;  ///< where the next frame goes
-    char* m_read;   ///< first unread byte
-    char* m_end;    ///< one past the last valid byte of the current lap; the reader goes no further
-    IMutex m_mutex; ///< guards the pointers
+    const std::unique_ptr<char[]> m_storage;
+    char* const m_base; ///< its begin
+    char* m_write;      ///< where the next frame goes
+    char* m_read;       ///< first unread byte
+    char* m_end;        ///< one past the last valid byte of the current lap; the reader goes no further
+    IMutex m_mutex;     ///< guards the pointers
 };
