@@ -1,5 +1,6 @@
 // The image snapshots, as text and binary.
 
+#include "fileformat.h"
 #include "framebuffer.h"
 #include "frametext.h"
 
@@ -9,8 +10,11 @@
 #include <limits>
 #include <vorelutil/platform/files.h>
 
+namespace asc = fileformat::asc;
+namespace bcr = fileformat::bcr;
 using frametext::BlockWriter;
 using frametext::Number;
+using frametext::printLine;
 using frametext::Scaling;
 using frametext::TimeStamp;
 using frametext::Unit;
@@ -25,9 +29,7 @@ enum Result : int
     NoMemory = 3
 };
 
-constexpr int voidPixel = 0x7FFFFFFA;               ///< in the image: no sample here
-constexpr std::uint32_t voidPixelBits = 0x7F000000; ///< in the binary file
-constexpr std::size_t binaryHeaderSize = 2048;
+constexpr int voidPixel = 0x7FFFFFFA; ///< in the image: no sample here
 
 /// The header fields that both snapshots have, ready to print.
 struct Geometry
@@ -54,6 +56,42 @@ Geometry geometryOf(const FrameBuffer& frame)
             frametext::unitOf(frame, FrameBuffer::KeyValueUnit).name,
             static_cast<int>((speed + 500) / 1000)};
 }
+
+/// The text header of the binary snapshot: its lines, then blanks up to the line feed in the last byte.
+class BinaryHeader
+{
+public:
+    BinaryHeader()
+    {
+        std::memset(m_text, ' ', bcr::headerSize);
+        m_text[bcr::headerSize - 1] = '\n';
+    }
+
+    /// Adds a line; what does not fit is cut.
+    void add(const char* caption, const char* value = "")
+    {
+        append(caption);
+        append(value);
+        append("\n");
+    }
+    void add(const char* caption, long long value)
+    {
+        char text[24];
+        std::snprintf(text, sizeof text, "%lld", value);
+        add(caption, text);
+    }
+
+    void write(std::FILE* file) const { std::fwrite(m_text, 1, bcr::headerSize, file); }
+
+private:
+    void append(const char* text)
+    {
+        while (*text != '\0' && m_length < bcr::headerSize) m_text[m_length++] = *text++;
+    }
+
+    char m_text[bcr::headerSize];
+    std::size_t m_length = 0;
+};
 
 // Four pixels at a time: g++ at -O2 makes no use of the vector unit by itself.
 using FourInts = int __attribute__((vector_size(16)));
@@ -82,7 +120,7 @@ inline void convertFour(int* pixels, const Scaling& value)
     const FourDoubles scaled = (__builtin_convertvector(raw, FourDoubles) - value.offset) * value.scale;
     const FourFloats single = __builtin_convertvector(scaled, FourFloats);
     const auto isVoid = reinterpret_cast<FourWords>(raw == voidPixel);
-    const FourWords bits = (reinterpret_cast<FourWords>(single) & ~isVoid) | (isVoid & voidPixelBits);
+    const FourWords bits = (reinterpret_cast<FourWords>(single) & ~isVoid) | (isVoid & bcr::voidPixel);
     const EightHalves bytes = bigEndian(bits);
     std::memcpy(pixels, &bytes, sizeof bytes);
 }
@@ -138,31 +176,30 @@ int FrameBuffer::saveFrameAsc(const char* path, const char* channel, bool forwar
 
     const Geometry geometry = geometryOf(*this);
     std::FILE* const out = file.get();
-    std::fprintf(out, "# Vorel frame view snapshot\n");
-    std::fprintf(out, "# %s\n", now.text());
-    std::fprintf(out, "# display:   channel %s %s\n", channel != nullptr ? channel : "",
-                 forward ? "fwd" : "bwd");
-    std::fprintf(out, "# x-pixels:  %d\n", m_xPixels);
-    std::fprintf(out, "# y-pixels:  %d\n", m_yPixels);
-    std::fprintf(out, "# x-length:  %s\n", geometry.xLength.text());
-    std::fprintf(out, "# y-length:  %s\n", geometry.yLength.text());
-    std::fprintf(out, "# x-offset:  %s\n", geometry.xOffset.text());
-    std::fprintf(out, "# y-offset:  %s\n", geometry.yOffset.text());
-    std::fprintf(out, "# x-unit:    %s\n", geometry.xyUnit);
-    std::fprintf(out, "# y-unit:    %s\n", geometry.xyUnit);
-    std::fprintf(out, "# z-unit:    %s\n", geometry.valueUnit);
-    std::fprintf(out, "# scanspeed: %d\n", geometry.scanSpeed);
-    std::fprintf(out, "# Start of Data:\n");
+    printLine(out, asc::title);
+    printLine(out, asc::time, now.text());
+    std::fprintf(out, "%s%s %s\n", asc::channel, channel != nullptr ? channel : "", forward ? "fwd" : "bwd");
+    printLine(out, asc::xPixels, m_xPixels);
+    printLine(out, asc::yPixels, m_yPixels);
+    printLine(out, asc::xLength, geometry.xLength.text());
+    printLine(out, asc::yLength, geometry.yLength.text());
+    printLine(out, asc::xOffset, geometry.xOffset.text());
+    printLine(out, asc::yOffset, geometry.yOffset.text());
+    printLine(out, asc::xUnit, geometry.xyUnit);
+    printLine(out, asc::yUnit, geometry.xyUnit);
+    printLine(out, asc::zUnit, geometry.valueUnit);
+    printLine(out, asc::scanSpeed, geometry.scanSpeed);
+    printLine(out, asc::dataStart);
 
     const Scaling value = frametext::scalingOf(*this, 1);
     BlockWriter writer(out);
     if (matrix) {
         const int* pixel = image.begin;
         while (pixel != image.end) {
-            for (const int* const last = pixel + m_xPixels - 1; pixel != last; ++pixel) {
-                writer.append(value(*pixel), "  ");
+            for (const int* const end = pixel + m_xPixels; pixel != end; ++pixel) {
+                writer.append(value(*pixel), asc::separator);
             }
-            writer.append(value(*pixel++), "  \n");
+            writer.endLine();
         }
     } else {
         for (const int* pixel = image.begin; pixel != image.end; ++pixel) writer.append(value(*pixel), "\n");
@@ -183,33 +220,22 @@ int FrameBuffer::saveFrameBcr(const char* path, const char* /*channel*/, bool fo
     const Geometry geometry = geometryOf(*this);
     const auto pixels = static_cast<std::uint64_t>(image.end - image.begin);
     const std::uint64_t voidPixels = pixels - std::min(pixels, image.placed);
-    char header[binaryHeaderSize + 1];
-    const int length =
-        std::snprintf(header, sizeof header,
-                      "fileformat = bcrf\n"
-                      "starttime %s\n"
-                      "xpixels = %d\n"
-                      "ypixels = %d\n"
-                      "xlength = %s\n"
-                      "ylength = %s\n"
-                      "xoffset = %s\n"
-                      "yoffset = %s\n"
-                      "xunit = %s\n"
-                      "yunit = %s\n"
-                      "zunit = %s\n"
-                      "scanspeed = %d\n"
-                      "voidpixels = %lld\n"
-                      "intelmode = 0\n",
-                      now.text(), m_xPixels, m_yPixels, geometry.xLength.text(), geometry.yLength.text(),
-                      geometry.xOffset.text(), geometry.yOffset.text(), geometry.xyUnit, geometry.xyUnit,
-                      geometry.valueUnit, geometry.scanSpeed, static_cast<long long>(voidPixels));
-    // Blanks up to the line feed in the last byte; a text that is longer still is cut.
-    const std::size_t text = length < 0 ? 0 : static_cast<std::size_t>(length);
-    if (text < binaryHeaderSize) {
-        std::memset(header + text, ' ', binaryHeaderSize - 1 - text);
-        header[binaryHeaderSize - 1] = '\n';
-    }
-    std::fwrite(header, 1, binaryHeaderSize, file.get());
+    BinaryHeader header;
+    header.add(bcr::title);
+    header.add(bcr::time, now.text());
+    header.add(bcr::xPixels, m_xPixels);
+    header.add(bcr::yPixels, m_yPixels);
+    header.add(bcr::xLength, geometry.xLength.text());
+    header.add(bcr::yLength, geometry.yLength.text());
+    header.add(bcr::xOffset, geometry.xOffset.text());
+    header.add(bcr::yOffset, geometry.yOffset.text());
+    header.add(bcr::xUnit, geometry.xyUnit);
+    header.add(bcr::yUnit, geometry.xyUnit);
+    header.add(bcr::zUnit, geometry.valueUnit);
+    header.add(bcr::scanSpeed, geometry.scanSpeed);
+    header.add(bcr::voidPixels, static_cast<long long>(voidPixels));
+    header.add(bcr::byteOrder);
+    header.write(file.get());
 
     // In place: the image is scratch, and one large write costs half of many small ones.
     convertImage(image.begin, image.end, frametext::scalingOf(*this, 1));

@@ -139,6 +139,16 @@ char* printNumber(char* to, double value)
     return std::to_chars(to, to + maxNumberLength, value, std::chars_format::general, precision).ptr;
 }
 
+void printLine(std::FILE* file, const char* caption, const char* value)
+{
+    std::fprintf(file, "%s%s\n", caption, value);
+}
+
+void printLine(std::FILE* file, const char* caption, int value)
+{
+    std::fprintf(file, "%s%d\n", caption, value);
+}
+
 TimeStamp::TimeStamp(const char* format)
 {
     const std::time_t now = std::time(nullptr);

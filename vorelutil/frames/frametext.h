@@ -63,6 +63,10 @@ private:
     char m_text[128];
 };
 
+/// Print a line of a header: the caption, the value behind it, a line feed.
+void printLine(std::FILE* file, const char* caption, const char* value = "");
+void printLine(std::FILE* file, const char* caption, int value);
+
 /// Collects numbers and short texts and hands them to a stream in large blocks; the rest when it ends.
 class BlockWriter
 {
@@ -82,6 +86,9 @@ public:
         m_end = printNumber(m_end, value);
         for (const char character : suffix) *m_end++ = character;
     }
+
+    /// Ends a line behind a number: `append` has left room for it.
+    void endLine() { *m_end++ = '\n'; }
 
 private:
     static constexpr std::size_t maxSuffixLength = 8;

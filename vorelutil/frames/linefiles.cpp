@@ -1,5 +1,6 @@
 // The two-column line export and the running one-column log.
 
+#include "fileformat.h"
 #include "framebuffer.h"
 #include "frametext.h"
 
@@ -7,6 +8,7 @@
 #include <vorelutil/platform/files.h>
 
 using frametext::BlockWriter;
+using frametext::printLine;
 using frametext::Scaling;
 using frametext::TimeStamp;
 using frametext::Unit;
@@ -31,13 +33,13 @@ int FrameBuffer::saveLineCsv(const char* path, const char* channel) const
 
     const Unit xy = frametext::unitOf(*this, KeyXyUnit);
     std::FILE* const out = file.get();
-    std::fprintf(out, "# Vorel frameless snapshot\n");
-    std::fprintf(out, "# %s\n", now.text());
-    std::fprintf(out, "# display:  channel %s\n", channel != nullptr ? channel : "");
-    std::fprintf(out, "# x-pixels: %d\n", m_xPixels == 1 ? 2 : m_xPixels);
-    std::fprintf(out, "# x-unit:   %s\n", xy.name);
-    std::fprintf(out, "# y-unit:   %s\n", frametext::unitOf(*this, KeyValueUnit).name);
-    std::fprintf(out, "X ; Y\n");
+    printLine(out, fileformat::line::title);
+    printLine(out, fileformat::line::time, now.text());
+    printLine(out, fileformat::line::channel, channel != nullptr ? channel : "");
+    printLine(out, fileformat::line::xPixels, m_xPixels == 1 ? 2 : m_xPixels);
+    printLine(out, fileformat::line::xUnit, xy.name);
+    printLine(out, fileformat::line::yUnit, frametext::unitOf(*this, KeyValueUnit).name);
+    printLine(out, fileformat::line::columns);
 
     const std::int64_t width = m_xPixels;
     const double xLength = findMeta(KeyXLength, 0);
@@ -46,7 +48,7 @@ int FrameBuffer::saveLineCsv(const char* path, const char* channel) const
     const Scaling value = frametext::scalingOf(*this, 0);
     BlockWriter writer(out);
     const auto row = [&](std::int64_t xIndex, int sample) {
-        writer.append(static_cast<double>(xIndex) * xStep + xOrigin, " ; ");
+        writer.append(static_cast<double>(xIndex) * xStep + xOrigin, fileformat::line::separator);
         writer.append(value(sample), "\n");
     };
     const int* const samples = m_samples.get();
@@ -75,11 +77,11 @@ int FrameBuffer::startPermCsv(const char* path, const char* channel)
     m_logOffset = findMeta(KeySampleOffset, 0);
     const TimeStamp now(TimeStamp::iso);
     std::FILE* const out = m_log.get();
-    std::fprintf(out, "# Vorel data log\n");
-    std::fprintf(out, "# %s\n", now.text());
-    std::fprintf(out, "# display:   channel %s\n", channel != nullptr ? channel : "");
-    std::fprintf(out, "# unit:    %s\n", frametext::unitOf(*this, KeyValueUnit).name);
-    std::fprintf(out, "# Start of Data:\n");
+    printLine(out, fileformat::log::title);
+    printLine(out, fileformat::log::time, now.text());
+    printLine(out, fileformat::log::channel, channel != nullptr ? channel : "");
+    printLine(out, fileformat::log::unit, frametext::unitOf(*this, KeyValueUnit).name);
+    printLine(out, fileformat::log::dataStart);
     return Written;
 }
 
