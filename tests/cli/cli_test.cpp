@@ -16,19 +16,14 @@ struct Result
     QByteArray out, err;
 };
 
-Result run(const QStringList& arguments, const QByteArray& input = {})
+Result run(const QByteArray& line, const QByteArray& input = {})
 {
     QProcess process;
-    process.start(vorel, arguments);
+    process.start(vorel, QString::fromLatin1(line).split(QLatin1Char(' '), Qt::SkipEmptyParts));
     process.write(input);
     process.closeWriteChannel();
     if (!process.waitForFinished(30000) || process.exitStatus() != QProcess::NormalExit) return {};
     return {process.exitCode(), process.readAllStandardOutput(), process.readAllStandardError()};
-}
-
-Result run(const char* line, const QByteArray& input = {})
-{
-    return run(QString::fromLatin1(line).split(QLatin1Char(' '), Qt::SkipEmptyParts), input);
 }
 
 struct Row
@@ -38,11 +33,11 @@ struct Row
     QByteArray out, err;
 };
 
-/// Exit code, standard output and standard error together.
-template <typename Runner> void expectRows(const std::vector<Row>& rows, const Runner& runner)
+/// Exit code, standard output and standard error together; `more` follows each row's arguments.
+void expectRows(const std::vector<Row>& rows, const QByteArray& more = {}, const QByteArray& input = {})
 {
     for (const Row& row : rows) {
-        const Result result = runner(row.arguments.constData());
+        const Result result = run(row.arguments + more, input);
         EXPECT_EQ(result.code, row.code) << row.arguments.constData();
         EXPECT_EQ(result.out, row.out) << row.arguments.constData();
         EXPECT_EQ(result.err, row.err) << row.arguments.constData();
@@ -60,6 +55,7 @@ public:
         const QByteArray line = process.readLine();
         EXPECT_TRUE(line.startsWith("listening on 127.0.0.1:")) << line.toStdString();
         port = line.mid(23).trimmed();
+        option = " --port " + port;
     }
     ~Sim() { stop(); }
     int stop()
@@ -68,11 +64,9 @@ public:
         process.terminate();
         return process.waitForFinished(20000) ? process.exitCode() : -1;
     }
-    /// A row's arguments with the port.
-    Result run(const char* arguments) const { return ::run(QByteArray(arguments) + " --port " + port); }
 
     QProcess process;
-    QByteArray port;
+    QByteArray port, option;
 };
 
 /// Two rows of three pixels; the last row's last pixel without a sample in the binary snapshot.
@@ -83,12 +77,9 @@ protected:
     {
         VRB_Meta meta = {};
         meta.mode = 3;
-        meta.xPixels = 3;
-        meta.yPixels = 2;
-        meta.xPitch = 50000.0f;
-        meta.yPitch = 75000.0f;
-        meta.xyUnit = 0x17C;
-        meta.valueUnit = 0x17C;
+        meta.xPixels = 3, meta.yPixels = 2;
+        meta.xPitch = 50000.0f, meta.yPitch = 75000.0f;
+        meta.xyUnit = meta.valueUnit = 0x17C;
         meta.sampleGain = meta.sampleGainBase = 1.0f;
         // The first frame runs from the last row up: the picture is 400 500 (void) over 100 200 300.
         const int samples[] = {100, 200, 300, 400, 500, 600};
@@ -116,7 +107,7 @@ TEST(Vorel, TellsWrongUsage)
 {
     const QByteArray usage = "vorel: Usage: ", help = " (try --help)\n";
     const QByteArray wordRange = " is no number from -2147483648 to 4294967295" + help;
-    const std::vector<Row> rows = {
+    expectRows({
         {"", 2, "", usage + "A subcommand is required" + help},
         {"frame", 2, "", usage + "A subcommand is required" + help},
         {"get --port 1", 2, "", usage + "ADDR is required" + help},
@@ -129,8 +120,7 @@ TEST(Vorel, TellsWrongUsage)
          usage + "--seconds: \"1,5\" is no number of seconds" + help},
         {"sim --surface /nonexistent/x", 1, "",
          "vorel: Simulator: cannot write /nonexistent/x: No such file or directory\n"},
-    };
-    expectRows(rows, [](const char* arguments) { return run(arguments); });
+    });
     EXPECT_EQ(run("--help").code, 0);
 }
 
@@ -138,32 +128,32 @@ TEST(Vorel, GetsAndSets)
 {
     Sim sim({"--fault", "stall"});
     // The first connection meets silence, later ones work.
-    const std::vector<Row> rows = {
-        {"get 0x22", 1, "", "vorel: Link: no answer from 127.0.0.1:" + sim.port + '\n'},
-        {"get 0x22", 0, "1000000\n", ""},
-        {"get 34 7", 0, "1000000\n", ""},
-        {"set 0x21 -0x10", 0, "", ""},
-        {"get 0x21", 0, "-16\n", ""},
-        {"set 0x24 0xFFFFFFFE 3", 0, "", ""},
-        {"get 0x24", 0, "-2\n", ""},
-        {"set 0x25 010", 0, "", ""},
-        {"get 0x25", 0, "10\n", ""},
-        {"set 0x21 10001", 1, "", "vorel: Refused: out of range\n"},
-        {"get -1", 1, "", "vorel: Refused: invalid address\n"},
-        {"set 0x26 1", 1, "", "vorel: Refused: unknown error\n"},
-    };
-    expectRows(rows, [&](const char* arguments) { return sim.run(arguments); });
-    EXPECT_GT(sim.run("get 0x26").out.toLongLong(), 2147483647); // unsigned
-    EXPECT_EQ(sim.stop(), 0);
     expectRows(
-        {{"get 0x22", 1, "", "vorel: Link: 127.0.0.1:" + sim.port + ": no controller answers there\n"}},
-        [&](const char* arguments) { return sim.run(arguments); });
+        {
+            {"get 0x22", 1, "", "vorel: Link: no answer from 127.0.0.1:" + sim.port + '\n'},
+            {"get 0x22", 0, "1000000\n", ""},
+            {"get 34 7", 0, "1000000\n", ""},
+            {"set 0x21 -0x10", 0, "", ""},
+            {"get 0x21", 0, "-16\n", ""},
+            {"set 0x24 0xFFFFFFFE 3", 0, "", ""},
+            {"get 0x24", 0, "-2\n", ""},
+            {"set 0x25 010", 0, "", ""},
+            {"get 0x25", 0, "10\n", ""},
+            {"set 0x21 10001", 1, "", "vorel: Refused: out of range\n"},
+            {"get -1", 1, "", "vorel: Refused: invalid address\n"},
+            {"set 0x26 1", 1, "", "vorel: Refused: unknown error\n"},
+        },
+        sim.option);
+    EXPECT_GT(run("get 0x26" + sim.option).out.toLongLong(), 2147483647); // unsigned
+    EXPECT_EQ(sim.stop(), 0);
+    const QByteArray nobody = "vorel: Link: 127.0.0.1:" + sim.port + ": no controller answers there\n";
+    expectRows({{"get 0x22", 1, "", nobody}}, sim.option);
 }
 
 TEST(Vorel, MonitorsUntilTimeOrSignal)
 {
     Sim sim;
-    const Result result = sim.run("monitor --seconds 0.5");
+    const Result result = run("monitor --seconds 0.5" + sim.option);
     EXPECT_EQ(result.code, 0);
     EXPECT_EQ(result.err, "");
     const QList<QByteArray> lines = result.out.split('\n');
@@ -177,8 +167,7 @@ TEST(Vorel, MonitorsUntilTimeOrSignal)
         EXPECT_LE(std::abs(fields[4].toInt()), 5);
     }
     QProcess endless;
-    endless.start(vorel,
-                  {QStringLiteral("monitor"), QStringLiteral("--port"), QString::fromLatin1(sim.port)});
+    endless.start(vorel, {"monitor", "--port", sim.port});
     while (!endless.canReadLine()) ASSERT_TRUE(endless.waitForReadyRead(20000)); // flushed as it comes
     endless.terminate();
     ASSERT_TRUE(endless.waitForFinished(20000));
@@ -202,21 +191,20 @@ TEST_F(FrameFiles, AreDescribedAsJson)
     for (const auto& [name, json] : expected) {
         const QByteArray lines =
             QByteArray(json).replace(", ", ",\n  ").replace("{", "{\n  ").replace("}", "\n}\n");
-        expectRows({{"frame info " + path(name), 0, lines, ""}}, [](const char* line) { return run(line); });
-        EXPECT_EQ(run("frame info -", contents(name)).out, lines) << name;
+        expectRows({{"frame info " + path(name), 0, lines, ""}, {"frame info -", 0, lines, ""}}, {},
+                   contents(name));
     }
 }
 
 TEST_F(FrameFiles, BecomePictures)
 {
     expectRows({{"frame png --map grey " + path("a.bcr") + ' ' + path("a.png"), 0, "", ""},
-                {"frame png " + path("a.asc") + ' ' + path("default.png"), 0, "", ""}},
-               [](const char* arguments) { return run(arguments); });
+                {"frame png " + path("a.asc") + ' ' + path("default.png"), 0, "", ""}});
     EXPECT_EQ(run("frame png --map grey - -", contents("a.bcr")).out, contents("a.png"));
     const QImage image = QImage::fromData(contents("a.png"), "PNG");
     ASSERT_EQ(image.size(), QSize(3, 2));
-    const QRgb expected[] = {0xFFFFFFFF, 0,          0,
-                             0xFF000000, 0xFF555555, 0xFFAAAAAA}; // 400, void, void, 100, 200, 300
+    // 400, void, void, 100, 200, 300
+    const QRgb expected[] = {0xFFFFFFFF, 0, 0, 0xFF000000, 0xFF555555, 0xFFAAAAAA};
     for (int i = 0; i < 6; ++i) EXPECT_EQ(image.pixel(i % 3, i / 3), expected[i]) << i;
     EXPECT_EQ(QImage::fromData(contents("default.png")).pixel(0, 1), 0xFF440154u);
 }
@@ -224,16 +212,18 @@ TEST_F(FrameFiles, BecomePictures)
 TEST_F(FrameFiles, AreRefusedWithTheReason)
 {
     const QByteArray missing = path("missing"), line = path("a.csv"), area = path("a.bcr");
-    const std::vector<Row> rows = {
-        {"frame info " + missing, 1, "", "vorel: I/O error: Can't open file " + missing + " for reading\n"},
-        {"frame png " + line + " x.png", 1, "", "vorel: Format Error: " + line + ": no area snapshot\n"},
-        {"frame info -", 1, "", "vorel: Format Error: standard input: not a frame file\n"},
-        {"frame png " + area + " /dev/full", 1, "",
-         "vorel: I/O error: cannot write /dev/full: No space left on device\n"},
-        {"frame png " + area + " /nonexistent/x.png", 1, "",
-         "vorel: I/O error: cannot write /nonexistent/x.png: No such file or directory\n"},
-    };
-    expectRows(rows, [](const char* arguments) { return run(arguments, "hello\n"); });
+    expectRows(
+        {
+            {"frame info " + missing, 1, "",
+             "vorel: I/O error: Can't open file " + missing + " for reading\n"},
+            {"frame png " + line + " x.png", 1, "", "vorel: Format Error: " + line + ": no area snapshot\n"},
+            {"frame info -", 1, "", "vorel: Format Error: standard input: not a frame file\n"},
+            {"frame png " + area + " /dev/full", 1, "",
+             "vorel: I/O error: cannot write /dev/full: No space left on device\n"},
+            {"frame png " + area + " /nonexistent/x.png", 1, "",
+             "vorel: I/O error: cannot write /nonexistent/x.png: No such file or directory\n"},
+        },
+        {}, "hello\n");
     EXPECT_TRUE(
         run("frame info -", "fileformat = bcrf\n").err.startsWith("vorel: Format Error: standard input: "));
     EXPECT_EQ(run("frame png --map pink " + area + " x.png").code, 2);

@@ -19,9 +19,7 @@ bool waitFor(const std::function<bool()>& condition)
 class ControllerLinkTest : public ::testing::Test
 {
 protected:
-    void SetUp() override { watch(); }
-
-    void watch()
+    void SetUp() override
     {
         QObject::connect(link.get(), &ControllerLink::acknowledged,
                          [this](int n, int a, int i, int r, int v) {
@@ -33,16 +31,20 @@ protected:
         QObject::connect(link.get(), &ControllerLink::stateChanged,
                          [this](ControllerLink::State s) { states.push_back(s); });
     }
-    void connectSimulator(Simulator::Options options = {})
+    void open(int port) { link->connectTo(QStringLiteral("127.0.0.1"), port); }
+    bool connects()
     {
-        simulator = std::make_unique<Simulator>(options);
+        return waitFor([this] { return link->state() == ControllerLink::Connected; });
+    }
+    bool connectSimulator()
+    {
         QString error;
-        ASSERT_TRUE(simulator->start(&error));
-        link->connectTo(QStringLiteral("127.0.0.1"), simulator->port());
-        ASSERT_TRUE(waitFor([this] { return link->state() == ControllerLink::Connected; }));
+        if (!simulator.start(&error)) return false;
+        open(simulator.port());
+        return connects();
     }
 
-    std::unique_ptr<Simulator> simulator;
+    Simulator simulator{Simulator::Options()};
     std::unique_ptr<ControllerLink> link = std::make_unique<ControllerLink>();
     std::vector<std::vector<int>> acks;
     std::vector<int> told;
@@ -55,8 +57,8 @@ protected:
 TEST_F(ControllerLinkTest, MatchesAnswersAndHandsOnTells)
 {
     EXPECT_EQ(link->get(0x21), 0); // not connected
-    connectSimulator();
-    EXPECT_EQ(link->stateText(), QStringLiteral("connected to 127.0.0.1:%1").arg(simulator->port()));
+    ASSERT_TRUE(connectSimulator());
+    EXPECT_EQ(link->stateText(), QStringLiteral("connected to 127.0.0.1:%1").arg(simulator.port()));
     EXPECT_EQ(link->set(0x21, -5), 1);
     EXPECT_EQ(link->get(0x21, 2), 2);
     EXPECT_EQ(link->run(0x21), 3);
@@ -79,7 +81,7 @@ TEST_F(ControllerLinkTest, TracesByCategory)
     QTemporaryDir dir;
     const QString path = dir.filePath(QStringLiteral("trace.log"));
     traceInit(path.toUtf8().constData(), "", TRACE_ON | TRACE_FLUSH | controller::categoryRequest);
-    connectSimulator();
+    ASSERT_TRUE(connectSimulator());
     link->get(0x21);
     ASSERT_TRUE(waitFor([this] { return acks.size() == 1 && told.size() >= 1; }));
     traceSetFlags(TRACE_ON | TRACE_FLUSH | TRACE_TELL | controller::categoryTell);
@@ -104,12 +106,11 @@ TEST_F(ControllerLinkTest, ComesBackAfterALossAndWhenWhatArrivesIsNoTelegram)
     struct Row
     {
         QByteArray bytes;
-        bool closes;
         const char* problem;
     };
     for (const Row& row :
-         {Row{QByteArray("\x05\0\0\0hello", 9), false, "what arrived is no telegram"},
-          Row{QByteArray("\0\0\0\x40", 4), false, "a telegram arrived that is too long to be one"}}) {
+         {Row{QByteArray("\x05\0\0\0hello", 9), "what arrived is no telegram"},
+          Row{QByteArray("\0\0\0\x40", 4), "a telegram arrived that is too long to be one"}}) {
         QTcpServer server;
         ASSERT_TRUE(server.listen(QHostAddress::LocalHost));
         int connections = 0;
@@ -119,15 +120,14 @@ TEST_F(ControllerLinkTest, ComesBackAfterALossAndWhenWhatArrivesIsNoTelegram)
                 QObject::connect(socket, &QTcpSocket::readyRead, [&row, socket] {
                     socket->readAll();
                     socket->write(row.bytes);
-                    if (row.closes) socket->disconnectFromHost();
                 });
         });
         problems.clear();
         states.clear();
         const int errors = link->errorCount();
         const int reconnects = link->reconnectCount();
-        link->connectTo(QStringLiteral("127.0.0.1"), server.serverPort());
-        ASSERT_TRUE(waitFor([this] { return link->state() == ControllerLink::Connected; }));
+        open(server.serverPort());
+        ASSERT_TRUE(connects());
         link->get(0x21);
         ASSERT_TRUE(waitFor([&] { return link->reconnectCount() > reconnects; })) << row.problem;
         ASSERT_GE(problems.size(), 2);
@@ -148,44 +148,36 @@ TEST_F(ControllerLinkTest, TellsOnceThatNobodyAnswers)
     ASSERT_TRUE(closed.listen(QHostAddress::LocalHost));
     const int port = closed.serverPort();
     closed.close();
-    link->connectTo(QStringLiteral("127.0.0.1"), port);
+    open(port);
     ASSERT_TRUE(waitFor([this] { return !problems.isEmpty(); }));
     EXPECT_EQ(problems[0], QStringLiteral("127.0.0.1:%1: no controller answers there").arg(port));
     EXPECT_EQ(link->state(), ControllerLink::Connecting);
     ASSERT_TRUE(closed.listen(QHostAddress::LocalHost, quint16(port))); // it comes up later
-    ASSERT_TRUE(waitFor([this] { return link->state() == ControllerLink::Connected; }));
+    ASSERT_TRUE(connects());
     EXPECT_EQ(problems.size(), 1);
     EXPECT_EQ(link->reconnectCount(), 0);
 }
 
 TEST_F(ControllerLinkTest, SlotsMayEndOrDeleteTheLink)
 {
-    connectSimulator();
-    const std::function<void()> ends[] = {
-        [this] { link->disconnectFrom(); }, [this] { link.reset(); },
-        [this] { link->connectTo(QStringLiteral("127.0.0.1"), simulator->port()); }};
+    ASSERT_TRUE(connectSimulator());
+    const std::function<void()> ends[] = {[this] { link->disconnectFrom(); }, [this] { link.reset(); },
+                                          [this] { open(simulator.port()); }};
     for (const auto& end : ends) {
         for (int when = 0; when < 3; ++when) {
             link = std::make_unique<ControllerLink>();
             bool ended = false;
-            const auto once = [&] {
-                if (std::exchange(ended, true)) return;
-                end();
+            const auto endAt = [&](int now) {
+                if (when == now && !std::exchange(ended, true)) end();
             };
             QObject::connect(link.get(), &ControllerLink::stateChanged, [&](ControllerLink::State state) {
                 if (state != ControllerLink::Connected) return;
-                if (when == 0)
-                    once();
-                else
-                    link->get(0x21);
+                if (when != 0) link->get(0x21);
+                endAt(0);
             });
-            QObject::connect(link.get(), &ControllerLink::acknowledged, [&] {
-                if (when == 1) once();
-            });
-            QObject::connect(link.get(), &ControllerLink::told, [&] {
-                if (when == 2) once();
-            });
-            link->connectTo(QStringLiteral("127.0.0.1"), simulator->port());
+            QObject::connect(link.get(), &ControllerLink::acknowledged, [&] { endAt(1); });
+            QObject::connect(link.get(), &ControllerLink::told, [&] { endAt(2); });
+            open(simulator.port());
             ASSERT_TRUE(waitFor([&] { return ended; }));
             link.reset();
         }

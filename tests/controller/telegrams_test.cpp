@@ -42,22 +42,17 @@ TEST(Telegrams, WalksABlockAtAnyAlignment)
 
 TEST(Telegrams, StopsAtWhatIsNone)
 {
-    struct Row
-    {
-        const char* desc;
-        std::int32_t length;
-        std::size_t size;
-    };
-    for (const Row& row :
-         {Row{"too short for a header", 12, 20}, Row{"no whole words", 18, 24}, Row{"negative", -4, 20},
-          Row{"beyond the block", 20, 20}, Row{"huge", 0x7FFFFFFC, 20},
+    using Row = std::tuple<const char*, std::uint32_t, std::size_t>;
+    for (const auto& [desc, length, size] :
+         {Row{"too short for a header", 12, 20}, Row{"no whole words", 18, 24},
+          Row{"negative", 0xFFFFFFFC, 20}, Row{"beyond the block", 20, 20}, Row{"huge", 0x7FFFFFFC, 20},
           Row{"block ends inside the header", 16, 19}, Row{"block ends inside the length", 16, 3}}) {
-        std::vector<char> bytes(row.size + 4);
-        for (std::size_t i = 0; i < 4; ++i) bytes[i] = char(std::uint32_t(row.length) >> (8 * i));
-        TelegramReader reader(bytes.data(), row.size);
+        std::vector<char> bytes(size + 4);
+        for (std::size_t i = 0; i < 4; ++i) bytes[i] = char(length >> (8 * i));
+        TelegramReader reader(bytes.data(), size);
         TelegramView view;
-        EXPECT_FALSE(reader.next(&view)) << row.desc;
-        EXPECT_TRUE(reader.malformed()) << row.desc;
-        EXPECT_FALSE(reader.next(&view)) << row.desc;
+        EXPECT_FALSE(reader.next(&view)) << desc;
+        EXPECT_TRUE(reader.malformed()) << desc;
+        EXPECT_FALSE(reader.next(&view)) << desc;
     }
 }
