@@ -1,7 +1,6 @@
 #include "clocale.h"
 
-#include <clocale>
-#include <locale.h> // newlocale, uselocale: POSIX, not in <clocale>
+#include <clocale> // newlocale and uselocale as well: POSIX
 
 namespace platform {
 
