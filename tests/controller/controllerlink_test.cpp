@@ -21,15 +21,12 @@ class ControllerLinkTest : public ::testing::Test
 protected:
     void SetUp() override
     {
-        QObject::connect(link.get(), &ControllerLink::acknowledged,
-                         [this](int n, int a, int i, int r, int v) {
-                             acks.push_back({n, a, i, r, v});
-                         });
-        QObject::connect(link.get(), &ControllerLink::told,
-                         [this](const controller::TelegramView& t) { told.push_back(t.address); });
-        QObject::connect(link.get(), &ControllerLink::problem, [this](const QString& t) { problems << t; });
-        QObject::connect(link.get(), &ControllerLink::stateChanged,
-                         [this](ControllerLink::State s) { states.push_back(s); });
+        using Link = ControllerLink;
+        Link* l = link.get();
+        QObject::connect(l, &Link::acknowledged, [this](auto... words) { acks.push_back({words...}); });
+        QObject::connect(l, &Link::told, [this](const auto& tell) { told.push_back(tell.address); });
+        QObject::connect(l, &Link::problem, [this](const QString& text) { problems << text; });
+        QObject::connect(l, &Link::stateChanged, [this](Link::State state) { states.push_back(state); });
     }
     void open(int port) { link->connectTo(QStringLiteral("127.0.0.1"), port); }
     bool connects()
@@ -39,8 +36,7 @@ protected:
     bool connectSimulator()
     {
         QString error;
-        if (!simulator.start(&error)) return false;
-        open(simulator.port());
+        if (simulator.start(&error)) open(simulator.port());
         return connects();
     }
 
@@ -103,12 +99,8 @@ TEST_F(ControllerLinkTest, TracesByCategory)
 
 TEST_F(ControllerLinkTest, ComesBackAfterALossAndWhenWhatArrivesIsNoTelegram)
 {
-    struct Row
-    {
-        QByteArray bytes;
-        const char* problem;
-    };
-    for (const Row& row :
+    using Row = std::pair<QByteArray, const char*>;
+    for (const auto& row :
          {Row{QByteArray("\x05\0\0\0hello", 9), "what arrived is no telegram"},
           Row{QByteArray("\0\0\0\x40", 4), "a telegram arrived that is too long to be one"}}) {
         QTcpServer server;
@@ -119,7 +111,7 @@ TEST_F(ControllerLinkTest, ComesBackAfterALossAndWhenWhatArrivesIsNoTelegram)
             if (++connections == 1)
                 QObject::connect(socket, &QTcpSocket::readyRead, [&row, socket] {
                     socket->readAll();
-                    socket->write(row.bytes);
+                    socket->write(row.first);
                 });
         });
         problems.clear();
@@ -129,9 +121,9 @@ TEST_F(ControllerLinkTest, ComesBackAfterALossAndWhenWhatArrivesIsNoTelegram)
         open(server.serverPort());
         ASSERT_TRUE(connects());
         link->get(0x21);
-        ASSERT_TRUE(waitFor([&] { return link->reconnectCount() > reconnects; })) << row.problem;
+        ASSERT_TRUE(waitFor([&] { return link->reconnectCount() > reconnects; })) << row.second;
         ASSERT_GE(problems.size(), 2);
-        EXPECT_TRUE(problems[problems.size() - 2].endsWith(QLatin1String(row.problem)));
+        EXPECT_TRUE(problems[problems.size() - 2].endsWith(QLatin1String(row.second)));
         EXPECT_EQ(problems.last(), QStringLiteral("1 requests were not answered"));
         EXPECT_EQ(states,
                   (std::vector<ControllerLink::State>{ControllerLink::Connecting, ControllerLink::Connected,

@@ -34,9 +34,11 @@ struct Scan
 
 void startScan(Probe& probe, const Scan& scan)
 {
-    for (const auto& [address, value] : std::vector<std::pair<qint32, qint32>>{
-             {0x43, scan.mode}, {0x41, scan.x}, {0x42, scan.y}, {0x44, scan.rate}, {0x40, scan.kind}})
-        probe.request(0, address, {value});
+    probe.request(0, 0x43, {scan.mode});
+    probe.request(0, 0x41, {scan.x});
+    probe.request(0, 0x42, {scan.y});
+    probe.request(0, 0x44, {scan.rate});
+    probe.request(0, 0x40, {scan.kind});
 }
 
 /// The first `count` samples of a scan; fails when their positions have a gap.
@@ -79,14 +81,9 @@ TEST(Simulator, AnswersByTheTable)
 {
     const auto simulator = started(quick());
     Probe probe(simulator->port());
-    struct Row
-    {
-        const char* desc;
-        qint32 type, address;
-        Samples data;
-        qint32 reason, value;
-    };
+    using Row = std::tuple<const char*, qint32, qint32, Samples, qint32, qint32>;
     const Row rows[] = {
+        // type, address, data; reason and value of the answer
         {"frequency at the start", 1, 0x22, {}, 0, 1000000},
         {"lowest voltage", 0, 0x21, {-10000}, 0, -10000},
         {"below it", 0, 0x21, {-10001}, 2, -10000},
@@ -101,7 +98,7 @@ TEST(Simulator, AnswersByTheTable)
         {"pixels 4097", 0, 0x41, {4097}, 2, 128},
         {"pixels 0", 0, 0x42, {0}, 2, 96},
         {"mode 1", 0, 0x43, {1}, 2, 4},
-        {"mode 7", 0, 0x43, {7}, 2, 4},
+        {"beyond mode 6", 0, 0x43, {7}, 2, 4},
         {"rate 100001", 0, 0x44, {100001}, 2, 500},
         {"negative position", 0, 0x45, {-1}, 2, 0},
         {"position", 0, 0x45, {2147483647}, 0, 2147483647},
@@ -114,8 +111,8 @@ TEST(Simulator, AnswersByTheTable)
         {"DO", 2, 0x22, {}, 99, 50000000},
         {"unknown type", 9, 0x22, {}, 99, 50000000},
     };
-    for (const Row& row : rows)
-        EXPECT_EQ(probe.ask(row.type, row.address, row.data), (Samples{row.reason, row.value})) << row.desc;
+    for (const auto& [desc, type, address, data, reason, value] : rows)
+        EXPECT_EQ(probe.ask(type, address, data), (Samples{reason, value})) << desc;
     EXPECT_EQ(probe.ask(0, 0x26, {5})[0], 99);
     const quint32 counter = quint32(probe.ask(1, 0x26)[1]);
     while (quint32(probe.ask(1, 0x26)[1]) == counter) continue;
@@ -171,9 +168,7 @@ TEST(Simulator, ShowsOneSurfaceInEveryMode)
         }
     }
     // No mirroring goes unseen: most pixels differ by more than the noise.
-    const auto at = [&](int row, int column) {
-        return reference[std::size_t(row) * x + std::size_t(column)];
-    };
+    const auto at = [&](int row, int column) { return reference[std::size_t(row * x + column)]; };
     for (const int mirroring : {1, 2, 3}) {
         int differing = 0;
         for (int row = 0; row < y; ++row)
@@ -190,9 +185,8 @@ TEST(Simulator, ShowsOneSurfaceInEveryMode)
 
 TEST(Simulator, SamplesDependOnThePositionAlone)
 {
-    Simulator::Options later = quick();
+    Simulator::Options later = quick(), other = quick();
     later.position = 1000;
-    Simulator::Options other = quick();
     other.seed = 2;
     for (const qint32 kind : {1, 2, 3}) {
         const Samples fast = samplesOf(quick(), {kind}, 6000);
