@@ -6,7 +6,6 @@
 #include "apps/bench/tracefiles.h"
 #include "vorelutil/frames/framebuffer.h"
 
-#include <clocale>
 #include <gtest/gtest.h>
 #include <QDir>
 #include <QTemporaryDir>
@@ -14,6 +13,7 @@
 #include <QtTest>
 #include <qwt_text.h>
 
+#include "tests/support/germanlocale.h"
 #include "tests/support/require.h"
 
 using namespace bench;
@@ -58,11 +58,11 @@ TEST(AxisUnitTest, ChoosesThePrefixForTheRange)
 
 TEST(AxisUnitTest, TicksKeepTheirPointInAGermanSession)
 {
-    REQUIRE_OR_SKIP(std::setlocale(LC_ALL, "de_DE.UTF-8") != nullptr, "locale de_DE.UTF-8");
+    const GermanLocale german;
+    REQUIRE_OR_SKIP(german.works(), "locale de_DE.UTF-8");
     QLocale::setDefault(QLocale(QLocale::German));
     EXPECT_EQ(PointScaleDraw().label(12345.5).text(), QStringLiteral("12345.5"));
     QLocale::setDefault(QLocale::c());
-    std::setlocale(LC_ALL, "C");
 }
 
 TEST(ScanImageTest, ShowsTheRunningFrameOverTheLastWholeOne)

@@ -1,16 +1,17 @@
 #include <climits>
-#include <clocale>
 #include <cmath>
 #include <cstring>
 #include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <memory>
 #include <QDateTime>
 #include <QFile>
 #include <QRegularExpression>
 #include <QTemporaryDir>
 #include <random>
 #include <string>
+#include <tests/support/germanlocale.h>
 #include <tests/support/require.h>
 #include <vector>
 #include <vorelutil/frames/framebuffer.h>
@@ -138,13 +139,13 @@ TEST_F(FrameFiles, WritesTheSameInAGermanLocale)
 {
     FrameBuffer frame;
     fillArea(&frame);
-    const std::string former = std::setlocale(LC_ALL, nullptr);
-    REQUIRE_OR_SKIP(std::setlocale(LC_ALL, "de_DE.UTF-8") != nullptr, "locale de_DE.UTF-8");
+    auto german = std::make_unique<GermanLocale>();
+    REQUIRE_OR_SKIP(german->works(), "locale de_DE.UTF-8");
     frame.saveFrameAsc(path("german.asc").c_str(), "height", true, true);
     frame.saveLineCsv(path("german.csv").c_str(), "height");
     frame.saveFrameBcr(path("german.bcr").c_str(), "height", true);
     frame.saveSimpleCsv(path("german.log").c_str(), "height");
-    std::setlocale(LC_ALL, former.c_str());
+    german.reset();
     EXPECT_EQ(text(path("german.asc")), std::string(areaHeader) + areaRows);
     EXPECT_THAT(text(path("german.csv")),
                 ::testing::EndsWith("X ; Y\n-1.35e-07 ; 0.002\n1.5e-08 ; 0.0045\n1.65e-07 ; 0.007\n"));

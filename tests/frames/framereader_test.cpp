@@ -1,4 +1,3 @@
-#include <clocale>
 #include <cmath>
 #include <fstream>
 #include <gmock/gmock.h>
@@ -7,6 +6,7 @@
 #include <QString>
 #include <QTemporaryDir>
 #include <string>
+#include <tests/support/germanlocale.h>
 #include <tests/support/require.h>
 #include <vorelutil/frames/framebuffer.h>
 #include <vorelutil/frames/frameparser.h>
@@ -266,7 +266,8 @@ TEST_F(FrameReader, ReadsBackWhatTheBufferWrites)
     const int samples[] = {3, -2, 0}; // the first line, which is the last row
     frame.addData(samples, 3, 0);
     const char* const name = path.c_str();
-    REQUIRE_OR_SKIP(std::setlocale(LC_ALL, "de_DE.UTF-8") != nullptr, "locale de_DE.UTF-8");
+    const GermanLocale german;
+    REQUIRE_OR_SKIP(german.works(), "locale de_DE.UTF-8");
 
     EXPECT_EQ(frame.saveFrameBcr(name, "Topo", true), 0);
     EXPECT_EQ(readFrameBcr(path).voidPixels, 3);
@@ -284,7 +285,6 @@ TEST_F(FrameReader, ReadsBackWhatTheBufferWrites)
     frame.setMetaData(0x200A, 0);
     EXPECT_EQ(frame.saveSimpleCsv(name, "Topo"), 0);
     EXPECT_THAT(readPermCsv(path).values, ElementsAre(inf, -inf, -inf));
-    std::setlocale(LC_ALL, "C");
 }
 
 TEST_F(FrameReader, SaysWhyAFileCannotBeRead)

@@ -11,6 +11,7 @@
 #include <vector>
 #include <vorelutil/trace/line.h>
 
+#include "tests/support/germanlocale.h"
 #include "tests/support/require.h"
 
 namespace {
@@ -220,21 +221,17 @@ TEST_F(TraceLog, ListFiles)
 
 TEST_F(TraceLog, KeepsTheDecimalPointAndTakesWideCharactersFromTheLocale)
 {
-    const auto printed = [](double value) {
-        char text[8];
-        return std::string(text, static_cast<std::size_t>(std::snprintf(text, sizeof text, "%.1f", value)));
-    };
     traceInit("log", "", TRACE_ON);
     traceQuestion("%ls %d", L"\xE4", 5); // no such character in the "C" locale
     EXPECT_EQ(logged(), "QUEST!: %ls %d.\n");
-    REQUIRE_OR_SKIP(std::setlocale(LC_ALL, "de_DE.UTF-8") != nullptr, "locale de_DE.UTF-8");
-    ASSERT_EQ(printed(0.5), "0,5");
+    const GermanLocale german;
+    REQUIRE_OR_SKIP(german.works(), "locale de_DE.UTF-8");
     traceTrace("%.2f %g", 0.25, 1.5);
     EXPECT_THAT(logged(), MatchesRegex("\\[[0-9]+\\.[0-9]{3}\\]: 0\\.25 1\\.5\\.\n"));
     traceQuestion("%ls %d", L"\xE4", 5);
     EXPECT_EQ(logged(), "QUEST!: \xC3\xA4 5.\n");
     EXPECT_EQ(stampOf(0.0625), "[0.062]");
-    EXPECT_EQ(printed(0.5), "0,5") << "the caller's locale stays";
+    EXPECT_TRUE(german.works()) << "the caller's locale stays";
 }
 
 TEST_F(TraceLog, StampsAreThoseOfPrintf)
