@@ -168,7 +168,9 @@ TEST(Simulator, ShowsOneSurfaceInEveryMode)
         }
     }
     // No mirroring goes unseen: most pixels differ by more than the noise.
-    const auto at = [&](int row, int column) { return reference[std::size_t(row * x + column)]; };
+    const auto at = [&](int row, int column) {
+        return reference[std::size_t(row) * x + std::size_t(column)];
+    };
     for (const int mirroring : {1, 2, 3}) {
         int differing = 0;
         for (int row = 0; row < y; ++row)
