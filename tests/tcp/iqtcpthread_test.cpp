@@ -3,6 +3,7 @@
 #include <csignal>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <netdb.h>
 #include <QElapsedTimer>
 #include <QEvent>
 #include <QRegularExpression>
@@ -273,7 +274,8 @@ TEST(IQTcpThread, ConnectsOnceWithAPlainResult)
 
     Listener listener;
     EXPECT_EQ(Fixture("127.0.0.1", listener.port()).thread.connect(), 1);
-    EXPECT_EQ(Fixture("localhost", listener.port()).thread.connect(), 1);
+    // A bare system without a hosts file does not know the name.
+    EXPECT_EQ(Fixture("localhost", listener.port()).thread.connect(), gethostbyname("localhost") ? 1 : -1);
     EXPECT_EQ(Fixture(unresolvable, 1).thread.connect(), -1);
     EXPECT_EQ(Fixture("", 1).thread.connect(), -1);
     listener.stop();
