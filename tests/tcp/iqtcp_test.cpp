@@ -93,7 +93,6 @@ TEST(IQTcp, LivesOneLifeFromIdleToClosing)
 {
     Listener listener;
     Link link;
-    EXPECT_EQ(link.tcp->getState(), IQTcp::Idle);
     EXPECT_FALSE(link.tcp->disconnect());
     EXPECT_EQ(link.tcp->getState(), IQTcp::Idle);
     EXPECT_FALSE(link.tcp->writeBlock("x", 1));
