@@ -2,6 +2,12 @@
 #include <gtest/gtest.h>
 #include <QApplication>
 
+// Leaks of the toolkit's libraries, for a test program that is run without the environment of the preset.
+extern "C" const char* __lsan_default_suppressions()
+{
+    return "leak:libfontconfig\nleak:libQt5\nleak:libglib\n";
+}
+
 // One main for all test programs. Test discovery runs them at build time, without the environment that
 // CTest sets, so the platform is chosen here; QApplication sets the C locale from the environment, as it
 // does in an application.
