@@ -18,16 +18,18 @@
 #include <vorelutil/frames/frametext.h>
 #include <vorelutil/platform/clocale.h>
 
+using ::testing::EndsWith;
+using ::testing::HasSubstr;
+using namespace std::string_literals;
+
 namespace {
 
 /// An active buffer with plain scaling: pixels and values in units of 1.
 void activate(FrameBuffer* frame, int mode, int xPixels, int yPixels, const std::vector<int>& samples,
               int position = 0)
 {
-    frame->setMetaData(0x2001, mode);
-    frame->setMetaData(0x2002, xPixels);
-    frame->setMetaData(0x2003, yPixels);
-    frame->setMetaData(0x2004, xPixels - 1);
+    const int entries[][2] = {{0x2001, mode}, {0x2002, xPixels}, {0x2003, yPixels}, {0x2004, xPixels - 1}};
+    for (const auto& [key, value] : entries) frame->setMetaData(key, value);
     frame->setActive(true);
     frame->addData(samples.data(), static_cast<int>(samples.size()), position);
 }
@@ -69,29 +71,23 @@ protected:
     QTemporaryDir folder;
 };
 
-const char* const areaHeader =
-    "# Vorel frame view snapshot\n# TIME\n# display:   channel height fwd\n# x-pixels:  3\n"
-    "# y-pixels:  2\n# x-length:  3e-07\n# y-length:  2e-07\n# x-offset:  1.5e-08\n"
-    "# y-offset:  -7e-09\n# x-unit:    m\n# y-unit:    m\n# z-unit:    V\n"
-    "# scanspeed: 1\n# Start of Data:\n";
+const std::string areaHeader =
+    "# Vorel frame view snapshot\n# TIME\n# display:   channel height fwd\n# x-pixels:  3\n# y-pixels:  2\n"
+    "# x-length:  3e-07\n# y-length:  2e-07\n# x-offset:  1.5e-08\n# y-offset:  -7e-09\n"
+    "# x-unit:    m\n# y-unit:    m\n# z-unit:    V\n# scanspeed: 1\n# Start of Data:\n";
 const char* const areaRows = "0.0095  0.012  0.0145  \n0.002  0.0045  0.007  \n";
 
 } // namespace
 
 TEST(FrameText, PrintsAsTheCRuntimeDoes)
 {
-    const struct
-    {
-        double value;
-        const char* text;
-    } rows[] = {
-        // clang-format off
+    // clang-format off
+    const struct { double value; const char* text; } rows[] = {
         {0.0, "0"}, {-0.0, "-0"}, {-HUGE_VAL, "-inf"}, {std::nan(""), "nan"}, {std::copysign(std::nan(""), -1.0), "-nan"},
         {100, "100"}, {999999999, "999999999"}, {999999999.5, "1e+09"}, {1000000000, "1e+09"}, {0.0001, "0.0001"},
         {0.00001, "1e-05"}, {0.00009999999995000001, "0.0001"}, {12345678.25, "12345678.2"}, {12345678.75, "12345678.8"},
-        {-1.5e-18, "-1.5e-18"}, {9.9e-19, "9.9e-19"}, {5e-324, "4.94065646e-324"}, {1.5e300, "1.5e+300"},
-        // clang-format on
-    };
+        {-1.5e-18, "-1.5e-18"}, {9.9e-19, "9.9e-19"}, {5e-324, "4.94065646e-324"}, {1.5e300, "1.5e+300"}};
+    // clang-format on
     for (const auto& row : rows) EXPECT_STREQ(frametext::Number(row.value).text(), row.text);
 
     const platform::CLocaleScope cLocale; // for snprintf
@@ -112,26 +108,22 @@ TEST_F(FrameFiles, WritesTextSnapshots)
     FrameBuffer frame;
     fillArea(&frame);
     ASSERT_EQ(frame.saveFrameAsc(path("rows.asc").c_str(), "height", true, true), 0);
-    EXPECT_EQ(text(path("rows.asc")), std::string(areaHeader) + areaRows);
-    ASSERT_EQ(frame.saveFrameAsc(path("values.asc").c_str(), "height", true, false), 0);
-    EXPECT_EQ(text(path("values.asc")),
-              std::string(areaHeader) + "0.0095\n0.012\n0.0145\n0.002\n0.0045\n0.007\n");
-    const std::pair<int, const char*> speeds[] = {
-        {1500, "2\n"}, {-1499, "0\n"}, {INT_MAX, "2147484\n"}, {INT_MIN, "-2147483\n"}};
-    for (const auto& [entry, written] : speeds) {
+    EXPECT_EQ(text(path("rows.asc")), areaHeader + areaRows);
+    ASSERT_EQ(frame.saveFrameAsc(path("values").c_str(), "height", true, false), 0);
+    EXPECT_EQ(text(path("values")), areaHeader + "0.0095\n0.012\n0.0145\n0.002\n0.0045\n0.007\n"s);
+    for (const auto& [entry, written] : {std::pair(1500, "2\n"), {-1499, "0\n"}, {INT_MIN, "-2147483\n"}}) {
         frame.setMetaData(0x2016, entry);
         ASSERT_EQ(frame.saveFrameAsc(path("speed.asc").c_str(), "", true, false), 0);
-        EXPECT_THAT(text(path("speed.asc")), ::testing::HasSubstr(std::string("# scanspeed: ") + written));
+        EXPECT_THAT(text(path("speed.asc")), HasSubstr(std::string("# scanspeed: ") + written));
     }
 
     // Backward, null channel, no divisor worth the name; pixels without a sample are a sample of 0.
     FrameBuffer part;
     activate(&part, 5, 2, 2, {7, 9});
-    part.setMetaData(0x200A, 0);
-    part.setMetaData(0x2014, 9);
+    for (const auto& [key, value] : {std::pair(0x200A, 0), {0x2014, 9}}) part.setMetaData(key, value);
     ASSERT_EQ(part.saveFrameAsc(path("part.asc").c_str(), nullptr, false, true), 0);
     const std::string content = text(path("part.asc"));
-    EXPECT_THAT(content, ::testing::HasSubstr("# display:   channel  bwd\n"));
+    EXPECT_THAT(content, HasSubstr("# display:   channel  bwd\n"));
     EXPECT_THAT(content, ::testing::ContainsRegex("# Start of Data:\n-inf  -inf  \n-?nan  -inf  \n$"));
 }
 
@@ -144,14 +136,11 @@ TEST_F(FrameFiles, WritesTheSameInAGermanLocale)
     frame.saveFrameAsc(path("german.asc").c_str(), "height", true, true);
     frame.saveLineCsv(path("german.csv").c_str(), "height");
     frame.saveFrameBcr(path("german.bcr").c_str(), "height", true);
-    frame.saveSimpleCsv(path("german.log").c_str(), "height");
     german.reset();
-    EXPECT_EQ(text(path("german.asc")), std::string(areaHeader) + areaRows);
+    EXPECT_EQ(text(path("german.asc")), areaHeader + areaRows);
     EXPECT_THAT(text(path("german.csv")),
-                ::testing::EndsWith("X ; Y\n-1.35e-07 ; 0.002\n1.5e-08 ; 0.0045\n1.65e-07 ; 0.007\n"));
-    EXPECT_THAT(bytes(path("german.bcr")), ::testing::HasSubstr("\nxoffset = 1.5e-08\n"));
-    EXPECT_THAT(text(path("german.log")),
-                ::testing::EndsWith("\n0.002\n0.0045\n0.007\n0.0095\n0.012\n0.0145\n"));
+                EndsWith("X ; Y\n-1.35e-07 ; 0.002\n1.5e-08 ; 0.0045\n1.65e-07 ; 0.007\n"));
+    EXPECT_THAT(bytes(path("german.bcr")), HasSubstr("\nxoffset = 1.5e-08\n"));
 }
 
 TEST_F(FrameFiles, WritesBinarySnapshots)
@@ -161,44 +150,40 @@ TEST_F(FrameFiles, WritesBinarySnapshots)
     frame.setMetaData(0x2013, 0x280);
     ASSERT_EQ(frame.saveFrameBcr(path("void.bcr").c_str(), "not written", true), 0);
     const std::string head =
-        "fileformat = bcrf\nstarttime TIME\nxpixels = 2\nypixels = 2\nxlength = 1\nylength = 0\n"
-        "xoffset = 0\nyoffset = 0\nxunit = \nyunit = \nzunit = V\nscanspeed = 0\nvoidpixels = 1\n"
-        "intelmode = 0\n";
+        "fileformat = bcrf\nstarttime TIME\nxpixels = 2\nypixels = 2\nxlength = 1\nylength = 0\nxoffset = 0\n"
+        "yoffset = 0\nxunit = \nyunit = \nzunit = V\nscanspeed = 0\nvoidpixels = 1\nintelmode = 0\n";
     const std::string content = bytes(path("void.bcr"));
     ASSERT_EQ(content.size(), 2048U + 16U);
     EXPECT_EQ(text(path("void.bcr")).substr(0, head.size()), head);
     const std::size_t blanksFrom = content.find("intelmode = 0\n") + 14;
     EXPECT_EQ(content.substr(blanksFrom, 2048 - blanksFrom), std::string(2047 - blanksFrom, ' ') + '\n');
-    const std::string pixels("\x40\xA0\0\0\x7F\0\0\0\x3F\x80\0\0\x40\0\0\0", 16);
-    EXPECT_EQ(content.substr(2048), pixels);
+    EXPECT_EQ(content.substr(2048), "\x40\xA0\0\0\x7F\0\0\0\x3F\x80\0\0\x40\0\0\0"s);
 
     // With an own sort array, and with one that is too small; five pixels, of which one looks void.
+    const std::vector<int> samples = {0, -1, 3, 2147483642, 8};
     for (const unsigned sortSize : {5U, 4U}) {
         FrameBuffer line;
         activate(&line, 3, 5, 1, {});
         line.reallocBuffer(5, sortSize);
-        const int samples[] = {0, -1, 3, 2147483642, 8};
-        line.addData(samples, 5, 0);
+        line.addData(samples.data(), 5, 0);
         ASSERT_EQ(line.saveFrameBcr(path("line.bcr").c_str(), nullptr, true), 0);
-        EXPECT_EQ(bytes(path("line.bcr")).substr(2048),
-                  std::string("\0\0\0\0\xBF\x80\0\0\x40\x40\0\0\x7F\0\0\0\x41\0\0\0", 20));
-        EXPECT_THAT(bytes(path("line.bcr")), ::testing::HasSubstr("voidpixels = 0\n"));
+        EXPECT_THAT(bytes(path("line.bcr")), HasSubstr("voidpixels = 0\n"));
+        EXPECT_THAT(bytes(path("line.bcr")),
+                    EndsWith("\n\0\0\0\0\xBF\x80\0\0\x40\x40\0\0\x7F\0\0\0\x41\0\0\0"s));
     }
 }
 
 TEST_F(FrameFiles, ReturnsCodesAndMakesNoFile)
 {
-    using Codes = std::vector<int>;
+    using Codes = std::vector<int>; // of text image, binary image, line
     const auto all = [](const FrameBuffer& frame, bool forward, const char* image, const char* line) {
         return Codes{frame.saveFrameAsc(image, "c", forward, false), frame.saveFrameBcr(image, "c", forward),
                      frame.saveLineCsv(line, "c")};
     };
-    const std::string image = path("image");
-    const std::string line = path("line");
     const auto expectNoFile = [&](const FrameBuffer& frame, bool forward, const Codes& codes) {
-        EXPECT_EQ(all(frame, forward, image.c_str(), line.c_str()), codes);
-        EXPECT_FALSE(QFile::exists(QString::fromStdString(image)));
-        EXPECT_EQ(QFile::exists(QString::fromStdString(line)), codes[2] == 0);
+        EXPECT_EQ(all(frame, forward, path("image").c_str(), path("line").c_str()), codes);
+        EXPECT_FALSE(QFile::exists(folder.filePath("image")));
+        EXPECT_EQ(QFile::exists(folder.filePath("line")), codes[2] == 0);
     };
     FrameBuffer frame;
     expectNoFile(frame, true, {1, 1, 1}); // inactive
@@ -218,25 +203,18 @@ TEST_F(FrameFiles, ReturnsCodesAndMakesNoFile)
 
 TEST_F(FrameFiles, ExportsLines)
 {
-    const struct
-    {
-        const char* desc;
-        int mode, x, y, position;
-        std::vector<int> samples;
-        const char* rows;
-    } rows[] = {
-        {"3", 3, 3, 2, 0, {5, 6, 7, 8}, "-1 ; 5\n0 ; 6\n1 ; 7\n"},
-        {"4", 4, 3, 2, 0, {5, 6, 7, 8, 9, 4, 3}, "-1 ; 5\n0 ; 6\n1 ; 7\n1 ; 8\n0 ; 9\n-1 ; 4\n"},
-        {"4, part", 4, 3, 1, 0, {5, 6, 7, 8}, "-1 ; 5\n0 ; 6\n1 ; 7\n1 ; 8\n"},
-        {"5", 5, 3, 1, 0, {5, 6, 7}, "1 ; 5\n0 ; 6\n-1 ; 7\n"},
-        {"6", 6, 3, 1, 0, {5, 6, 7, 8, 9, 4}, "1 ; 5\n0 ; 6\n-1 ; 7\n-1 ; 8\n0 ; 9\n1 ; 4\n"},
-        {"stream", 2, 4, 9, 8, {5, 6, 7}, "6.5 ; 5\n7.5 ; 6\n8.5 ; 7\n"},
-        {"negative stream", 2, 2, 1, -2, {5, 6}, "-2.5 ; 5\n-1.5 ; 6\n"},
-        {"no geometry", 1, 3, 1, 0, {5}, ""},
-        {"one pixel", 3, 1, 1, 0, {5}, "0 ; 5\n"},
-    };
+    // clang-format off
+    const struct { int mode, x, y, position; std::vector<int> samples; const char* rows; } rows[] = {
+        {3, 3, 2, 0, {5, 6, 7, 8}, "-1 ; 5\n0 ; 6\n1 ; 7\n"}, {3, 1, 1, 0, {5}, "0 ; 5\n"}, // one pixel
+        {4, 3, 2, 0, {5, 6, 7, 8, 9, 4, 3}, "-1 ; 5\n0 ; 6\n1 ; 7\n1 ; 8\n0 ; 9\n-1 ; 4\n"},
+        {4, 3, 1, 0, {5, 6, 7, 8}, "-1 ; 5\n0 ; 6\n1 ; 7\n1 ; 8\n"}, {5, 3, 1, 0, {5, 6, 7}, "1 ; 5\n0 ; 6\n-1 ; 7\n"},
+        {6, 3, 1, 0, {5, 6, 7, 8, 9, 4}, "1 ; 5\n0 ; 6\n-1 ; 7\n-1 ; 8\n0 ; 9\n1 ; 4\n"},
+        // Streams, and no geometry.
+        {2, 4, 9, 8, {5, 6, 7}, "6.5 ; 5\n7.5 ; 6\n8.5 ; 7\n"}, {2, 2, 1, -2, {5, 6}, "-2.5 ; 5\n-1.5 ; 6\n"},
+        {1, 3, 1, 0, {5}, ""}};
+    // clang-format on
     for (const auto& row : rows) {
-        SCOPED_TRACE(row.desc);
+        SCOPED_TRACE(&row - rows);
         FrameBuffer frame;
         frame.setDfltBufSize(4, false);
         activate(&frame, row.mode, row.x, row.y, row.samples, row.position);
@@ -254,40 +232,31 @@ TEST_F(FrameFiles, LogsValues)
         "# Vorel data log\n# TIME\n# display:   channel c\n# unit:    V\n# Start of Data:\n";
     const int values[] = {10, 20};
     FrameBuffer frame;
-    EXPECT_EQ(frame.savePermCsv(values, 2), 0) << "no log";
     fillArea(&frame);
     const auto log = [&](const char* name) { return frame.startPermCsv(path(name).c_str(), "c"); };
     EXPECT_EQ(log("first.csv"), 0);
     frame.setMetaData(0x200A, 1); // does not alter the running log
     frame.setMetaData(0x2014, 0);
-    {
-        FrameBuffer copy(frame, true);
-        copy = frame;
-        copy.savePermCsv(values, 2);
-    }
+    FrameBuffer copy(frame, true);
+    copy = frame;
+    copy.savePermCsv(values, 2);
     EXPECT_EQ(frame.savePermCsv(values, 2), 0);
-    frame.savePermCsv(values, 0);
-    frame.savePermCsv(nullptr, 2);
+    EXPECT_EQ(frame.savePermCsv(values, 0) + frame.savePermCsv(nullptr, 2), 0);
     EXPECT_EQ(frame.startPermCsv(path("missing/x").c_str(), "c"), 2) << "closes the first";
     EXPECT_EQ(text(path("first.csv")), head + "0.002\n0.0045\n");
-    for (const char* const none : {"", static_cast<const char*>(nullptr)}) {
-        EXPECT_EQ(log("second.csv"), 0);
-        frame.savePermCsv(values, 1);
-        EXPECT_EQ(frame.startPermCsv(none, "c"), 0);
-        frame.savePermCsv(values, 2);
-        EXPECT_EQ(text(path("second.csv")), head + "0.01\n") << "closed";
-    }
+    EXPECT_EQ(log("second.csv"), 0);
+    frame.savePermCsv(values, 1);
+    EXPECT_EQ(frame.startPermCsv(nullptr, "c"), 0) << "closes";
+    frame.savePermCsv(values, 2);
+    EXPECT_EQ(text(path("second.csv")), head + "0.01\n");
 
     EXPECT_EQ(frame.saveSimpleCsv(path("simple.csv").c_str(), "c"), 0);
     EXPECT_EQ(text(path("simple.csv")), head + "0.01\n0.02\n0.03\n0.04\n0.05\n0.06\n");
     frame.savePermCsv(values, 2);
     EXPECT_EQ(frame.saveSimpleCsv(path("missing/x").c_str(), "c"), 2);
-    EXPECT_EQ(frame.saveSimpleCsv("", "c"), 0);
-    {
-        FrameBuffer ended;
-        EXPECT_EQ(ended.startPermCsv(path("ended.csv").c_str(), nullptr), 0);
-        ended.savePermCsv(values, 2);
-    }
-    EXPECT_THAT(text(path("ended.csv")),
-                ::testing::EndsWith("channel \n# unit:    \n# Start of Data:\n10\n20\n"));
+    auto ended = std::make_unique<FrameBuffer>();
+    EXPECT_EQ(ended->startPermCsv(path("ended.csv").c_str(), nullptr), 0);
+    ended->savePermCsv(values, 2);
+    ended.reset();
+    EXPECT_THAT(text(path("ended.csv")), EndsWith("channel \n# unit:    \n# Start of Data:\n10\n20\n"));
 }

@@ -1,26 +1,18 @@
 // Writes the files that the page on reading frames in Python opens: area.asc, area.bcr, line.csv, log.csv.
-#include <cstdio>
 #include <string>
 #include <vorelutil/frames/framebuffer.h>
 
-namespace {
-
 /// Samples in tenths of a millivolt above 5, lengths in nanometres.
-void setUp(FrameBuffer* frame, int mode, int yPixels)
+static void setUp(FrameBuffer* frame, int mode, int yPixels)
 {
-    frame->setMetaData(FrameBuffer::KeyMode, mode);
-    frame->setMetaData(FrameBuffer::KeyXPixels, 3);
-    frame->setMetaData(FrameBuffer::KeyYPixels, yPixels);
-    frame->setMetaData(FrameBuffer::KeyXLength, 2000);
-    frame->setMetaData(FrameBuffer::KeyXOffset, 500);
-    frame->setMetaData(FrameBuffer::KeyXyUnit, 0x17D);
-    frame->setMetaData(FrameBuffer::KeyValueUnit, 0x27F);
-    frame->setMetaData(FrameBuffer::KeySampleDivisor, 10);
-    frame->setMetaData(FrameBuffer::KeySampleOffset, 5);
+    using FB = FrameBuffer;
+    const int entries[][2] = {
+        {FB::KeyMode, mode},       {FB::KeyXPixels, 3},        {FB::KeyYPixels, yPixels},
+        {FB::KeyXLength, 2000},    {FB::KeyXOffset, 500},      {FB::KeyXyUnit, 0x17D},
+        {FB::KeyValueUnit, 0x27F}, {FB::KeySampleDivisor, 10}, {FB::KeySampleOffset, 5}};
+    for (const auto& [key, value] : entries) frame->setMetaData(key, value);
     frame->setActive(true);
 }
-
-} // namespace
 
 int main(int argc, char** argv)
 {
