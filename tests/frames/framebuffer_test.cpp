@@ -1,5 +1,4 @@
 #include <climits>
-#include <functional>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <numeric>
@@ -111,8 +110,9 @@ TEST(FrameBuffer, PlacesBlocks)
     const struct { const char* desc; int mode, x, y, size; bool append; std::vector<Block> blocks; std::int64_t start;
                    std::vector<int> held; unsigned newFrames; } rows[] = {
         {"past the end", 3, 4, 2, 0, false, {{0, 6, 0}, {6, 4, 2}}, 0, {100, 101, 102, 103, 104, 105, 200, 201}, 0},
-        {"longer than a new frame", 3, 4, 2, 0, false, {{0, 8, -1}, {8, 20, 0}}, 24, {216, 217, 218, 219}, 1},
-        {"a gap keeps old samples", 3, 4, 2, 0, false, {{0, 8, -1}, {8, 2, 0}, {12, 2, 0}}, 8, {200, 201, 102, 103, 300, 301}, 1},
+        {"longer than a frame", 3, 4, 2, 0, false, {{0, 8, -1}, {8, 20, 0}}, 24, {216, 217, 218, 219}, 1},
+        {"a gap keeps old samples", 3, 4, 2, 0, false, {{0, 8, -1}, {8, 2, 0}, {12, 2, 0}}, 8,
+            {200, 201, 102, 103, 300, 301}, 1},
         {"a step back", 3, 4, 2, 0, false, {{0, 4, 0}, {2, 2, 0}}, 0, {100, 101, 200, 201}, 1},
         {"below zero", 3, 4, 2, 0, false, {{-3, 2, 0}}, -8, {0, 0, 0, 0, 0, 100, 101}, 1},
         {"across zero", 3, 4, 2, 0, false, {{-2, 4, 0}}, 0, {102, 103}, 1},
@@ -247,10 +247,12 @@ TEST(FrameBuffer, LoadsTheRecord)
 
 TEST(FrameBuffer, CopiesSettingsAndSamplesOnRequest)
 {
+    const VRB_Meta meta{3, 3, 1, 1, 1, 0, 0, 0, 128, 1, 1, 0, 128};
     FrameBuffer source;
-    activate(&source, 3, 3, 1);
-    source.setMetaData(0x2013, 0x280);
-    source.setMetaData(0x4711, 5);
+    source.setMetaData(&meta);
+    for (const auto& [key, value] : {std::pair(0x2013, 0x280), {0x4711, 5}}) // win over the record
+        source.setMetaData(key, value);
+    source.setActive(true);
     source.addData(numbers(1, 2).data(), 2, 3);
 
     FrameBuffer full(source, true);

@@ -69,8 +69,7 @@ protected:
         return path;
     }
 
-    /// The message of the format or I/O error that a call throws, without the file's name in front; else
-    /// empty.
+    /// The message of the format error (without the file's name in front) or I/O error that a call throws.
     template <typename Call> std::string complaint(Call call) const
     {
         try {
@@ -155,18 +154,18 @@ TEST_F(FrameReader, RejectsDamage)
     const Row ascRows[] = {
         {"view", "", 0, "not a text image snapshot"}, {"31T23", "31 23", 2, time}, {"bwd", "up", 3, "direction expected"},
         {"Topo", "To\0po"s, 3, "NUL in a text"},      {"Topo", "To\npo", 3, "direction expected"},
-        {"Topo", std::string(65536, 'x'), 3, "the line is too long"}, {":  3", ":  0", 4, pixels}, {":  3", ":  2147483648", 4, pixels},
-        {":  3", ":  2147483647", 0, tooShort},
-        {":  3\n# y-pixels:  2", ":  2147483647\n# y-pixels:  2147483647", 0, tooShort}, {":  2\n", ":  -2\n", 5, pixels},
-        {":  2\n", ":  3\n", 21, "the file ends here"}, {":  2\n", ":  1\n", 0, tooLong}, {"2e-06", "2,5", 6, number},
-        {"1.5", "inf", 7, number}, {"-0.25", "1e999", 8, number}, {"x-unit:    ", "x-unit: ", 10, "\"# x-unit:    \" expected"}, {"d: -7", "d: 1.5", 13, "integer expected"}, {"Data:", "Data: ", 14, "\"# Start of Data:\" expected"}, {"-2.5", "0x10", 16, value},
-        {"-2.5", "infinity", 16, value}, {"-2.5\n", "-2.5\r\n", 16, value},
-        {"-0\n", "-0", 20, cutOff}, {"-0\n", "-0\n\n", 0, tooLong},
+        {"Topo", std::string(65536, 'x'), 3, "the line is too long"}, {":  3", ":  0", 4, pixels},
+        {":  3", ":  2147483648", 4, pixels}, {":  3", ":  2147483647", 0, tooShort}, {":  2\n", ":  -2\n", 5, pixels},
+        {":  3\n# y-pixels:  2", ":  2147483647\n# y-pixels:  2147483647", 0, tooShort}, {"2e-06", "2,5", 6, number},
+        {":  2\n", ":  3\n", 21, "the file ends here"}, {":  2\n", ":  1\n", 0, tooLong}, {"1.5", "inf", 7, number},
+        {"-0.25", "1e999", 8, number}, {"x-unit:    ", "x-unit: ", 10, "\"# x-unit:    \" expected"},
+        {"d: -7", "d: 1.5", 13, "integer expected"}, {"Data:", "Data: ", 14, "\"# Start of Data:\" expected"},
+        {"-2.5", "0x10", 16, value}, {"-2.5", "infinity", 16, value}, {"-2.5", "", 16, value},
+        {"-2.5\n", "-2.5\r\n", 16, value},        {"-0\n", "-0", 20, cutOff}, {"-0\n", "-0\n\n", 0, tooLong},
         {"hot\n", "hot\r\n", 2, "the line ends in another way than the first"}};
     const Row matrixRows[] = {
-        {"6  \n", "6 \n", 16, "the row has too few values"},
-        {"3  \n", "3  9  \n", 15, "the row has too many values"},
-        {"6  \n", "6  ", 16, cutOff}, {"6  \n", "6  \n7", 0, tooLong},
+        {"6  \n", "6 \n", 16, "the row has too few values"}, {"3  \n", "3  9  \n", 15, "the row has too many values"},
+        {"6  \n", "6  ", 16, cutOff}, {"6  \n", "6 ", 16, cutOff}, {"6  \n", "6  \n7", 0, tooLong},
         {"5  6", "5   6", 16, value}, {"5  ", std::string(65536, '5'), 16, value}};
     const Row bcrRows[] = {
         {"bcrf\n", "bcrf \n", 0, "not a binary image snapshot"},
