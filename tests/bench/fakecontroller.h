@@ -19,9 +19,11 @@ public:
         });
     }
 
-    void tellSamples(int position, const QVector<int>& samples)
+    void send(quint32 type, int address, int index, int number, const QVector<int>& words)
     {
-        send(controller::typeTell, controller::samples, position, 0, samples);
+        const auto bytes = controller::encodeTelegram(type, address, index, number, words.constData(),
+                                                      std::size_t(words.size()));
+        m_socket->write(bytes.data(), qint64(bytes.size()));
     }
 
 private:
@@ -36,13 +38,6 @@ private:
             ASSERT_TRUE(reader.next(&request));
             send(controller::typeAck, request.address, request.index, request.number, {0, request.word(0)});
         }
-    }
-
-    void send(quint32 type, int address, int index, int number, const QVector<int>& words)
-    {
-        const auto bytes = controller::encodeTelegram(type, address, index, number, words.constData(),
-                                                      std::size_t(words.size()));
-        m_socket->write(bytes.data(), qint64(bytes.size()));
     }
 
     QTcpSocket* m_socket = nullptr;

@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <QDir>
 #include <QFile>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -12,18 +13,11 @@ constexpr int limitMilliseconds = 60000;
 class ProgramTest : public ::testing::Test
 {
 protected:
-    void start(const QStringList& arguments)
-    {
-        process.start(QStringLiteral(VORELBENCH), arguments);
-        ASSERT_TRUE(process.waitForStarted(limitMilliseconds));
-    }
-
     int run(const QStringList& arguments)
     {
-        start(arguments);
+        process.start(program, arguments);
         return end();
     }
-
     int end()
     {
         EXPECT_TRUE(process.waitForFinished(limitMilliseconds));
@@ -32,16 +26,17 @@ protected:
         return process.exitCode();
     }
 
-    bool waitForText(const QString& path, const char* text)
+    /// Ends the program when its log, the first one of that pattern, has the text.
+    void terminateAt(const char* text, const QDir& logs, const QString& pattern)
     {
-        for (int i = 0; i < limitMilliseconds / 20; ++i) {
-            QFile file(path);
-            if (file.open(QIODevice::ReadOnly) && file.readAll().contains(text)) return true;
-            if (process.waitForFinished(20)) return false;
+        for (int i = 0; i < limitMilliseconds / 20 && !process.waitForFinished(20); ++i) {
+            QFile file(logs.filePath(logs.entryList({pattern}).value(0)));
+            if (file.open(QIODevice::ReadOnly) && file.readAll().contains(text)) return process.terminate();
         }
-        return false;
+        ADD_FAILURE() << "nowhere: " << text;
     }
 
+    const QString program = QStringLiteral(VORELBENCH);
     QTemporaryDir folder;
     QProcess process;
     QByteArray errors;
@@ -49,39 +44,26 @@ protected:
 
 TEST_F(ProgramTest, SaysWhatIsWrongWithItsCallOrItsFolder)
 {
-    const struct
-    {
-        QStringList arguments;
-        int exit;
-        const char* complaint;
-    } rows[] = {
-        {{"--help"}, 0, ""},
-        {{"--nonsense"}, 2, "--nonsense"},
-        {{"--headless"}, 2, "--out"},
-        {{"--host", "localhost"}, 2, "--port"},
-        {{"--seconds", "3"}, 2, "--headless"},
+    using Row = std::tuple<QStringList, int, const char*>; // arguments, exit, complaint
+    // clang-format off
+    const Row rows[] = {
+        {{"--help"}, 0, ""}, {{"--nonsense"}, 2, "--nonsense"}, {{"--headless"}, 2, "--out"},
+        {{"--host", "localhost"}, 2, "--port"}, {{"--seconds", "3"}, 2, "--headless"},
         {{"--headless", "--out", "x", "--seconds", "-1"}, 2, "--seconds"},
-        {{"--pixels", "0x5"}, 2, "--pixels"},
-        {{"--pixels", "4097x5"}, 2, "--pixels"},
-        {{"--pixels", "8x8x8"}, 2, "--pixels"},
-        {{"--mode", "2"}, 2, "--mode"},
-        {{"--rate", "100001"}, 2, "--rate"},
-        {{"--dark", "--light"}, 2, "--"},
+        {{"--pixels", "0x5"}, 2, "--pixels"}, {{"--pixels", "4097x5"}, 2, "--pixels"},
+        {{"--pixels", "8x8x8"}, 2, "--pixels"}, {{"--mode", "2"}, 2, "--mode"},
+        {{"--rate", "100001"}, 2, "--rate"}, {{"--dark", "--light"}, 2, "--"},
         {{"--headless", "--out", "/dev/null/x"}, 1, "vorelbench: /dev/null/x cannot be written to\n"},
-        {{"--headless", "--out", "OUT", "--style", "nonsense"},
-         1,
-         "vorelbench: there is no style nonsense\n"},
+        {{"--headless", "--out", "OUT", "--style", "no"}, 1, "vorelbench: there is no style no\n"},
         {{"--headless", "--out", "OUT", "--seconds", "0.1"}, 1, " was not done within 0.1 seconds (link: "},
-        {{"--headless", "--out", "OUT", "--seconds", "1", "--port", "1"},
-         1,
-         "connecting was not done within 1 "},
+        {{"--headless", "--out", "OUT", "--seconds", "1", "--port", "1"}, 1, "connecting was not done within 1 "},
     };
-    for (const auto& row : rows) {
-        QStringList arguments = row.arguments;
+    // clang-format on
+    for (auto [arguments, exit, complaint] : rows) {
         arguments.replaceInStrings(QStringLiteral("OUT"), folder.path());
         SCOPED_TRACE(arguments.join(' ').toStdString());
-        EXPECT_EQ(run(arguments), row.exit);
-        EXPECT_TRUE(errors.contains(row.complaint)) << errors.toStdString();
+        EXPECT_EQ(run(arguments), exit);
+        EXPECT_TRUE(errors.contains(complaint)) << errors.toStdString();
     }
 }
 
@@ -97,11 +79,8 @@ TEST_F(ProgramTest, HeadlessRunLeavesItsFiles)
     QFile file(out + QStringLiteral("/summary.json"));
     ASSERT_TRUE(file.open(QIODevice::ReadOnly));
     const QJsonObject summary = QJsonDocument::fromJson(file.readAll()).object();
-    EXPECT_EQ(summary.keys(),
-              (QStringList{"errors", "events", "frames", "reconnects", "samples", "telegrams"}));
-    EXPECT_EQ(summary["errors"], 0);
-    EXPECT_EQ(summary["events"], 0);
-    EXPECT_EQ(summary["reconnects"], 0);
+    ASSERT_EQ(summary.size(), 6);
+    for (const char* none : {"errors", "events", "reconnects"}) EXPECT_EQ(summary[none], 0) << none;
     EXPECT_GE(summary["frames"].toInt(), 4);
     EXPECT_GE(summary["samples"].toInt(), 2 * 24 * 16 * 2 + 2 * 24 + 24);
     EXPECT_GE(summary["telegrams"].toInt(), 30);
@@ -110,9 +89,8 @@ TEST_F(ProgramTest, HeadlessRunLeavesItsFiles)
 TEST_F(ProgramTest, SignalsEndItCleanly)
 {
     const QString out = folder.path();
-    start({"--headless", "--out", out, "--seconds", "60", "--rate", "1"});
-    ASSERT_TRUE(waitForText(out + "/trace.log", "Scan: area"));
-    process.terminate();
+    process.start(program, {"--headless", "--out", out, "--seconds", "60", "--rate", "1"});
+    terminateAt("Scan: area", out, "trace.log");
     EXPECT_EQ(end(), 1);
     EXPECT_TRUE(errors.contains("vorelbench: interrupted during the area scan\n")) << errors.toStdString();
 
@@ -120,14 +98,8 @@ TEST_F(ProgramTest, SignalsEndItCleanly)
     environment.insert("QT_QPA_PLATFORM", "offscreen");
     environment.insert("XDG_DATA_HOME", out);
     process.setProcessEnvironment(environment);
-    start({"--dark"});
-    const QString logs = out + "/vorelbench/logs";
-    QStringList names;
-    for (int i = 0; names.isEmpty() && i < limitMilliseconds / 20 && !process.waitForFinished(20); ++i)
-        names = QDir(logs).entryList({"vorelbench-*.log"});
-    ASSERT_EQ(names.size(), 1);
-    ASSERT_TRUE(waitForText(logs + '/' + names.first(), "Link: connected"));
-    process.terminate();
+    process.start(program, {"--dark"});
+    terminateAt("Link: connected", out + "/vorelbench/logs", "vorelbench-*.log");
     EXPECT_EQ(end(), 0);
 }
 

@@ -65,7 +65,6 @@ protected:
     {
         return saveSnapshot(frame, kind, path, QStringLiteral("height"), true);
     }
-
     QStringList entries() const
     {
         return QDir(folder.path()).entryList(QDir::Files | QDir::Hidden | QDir::System);
@@ -78,39 +77,22 @@ protected:
 
 TEST_F(SafeSaveTest, ReplacesTheOldFileOrLeavesItAlone)
 {
-    struct Row
-    {
-        const char* desc;
-        Snapshot kind;
-        rlim_t room;         // for the file
-        const char* reading; // how the complaint goes on
-    };
     // clang-format off
-    const Row rows[] = {
-        {"text, no room",          Snapshot::Text,   0,    "line 1: "},
-        {"text, room for a part",  Snapshot::Text,   4096, ""},
-        {"binary, header alone",   Snapshot::Binary, 2048, ""},
-        {"binary, a value short",  Snapshot::Binary, 2048 + 4 * 600 - 1, ""},
-        {"line, no room",          Snapshot::Line,   0,    ""},
-        {"line, room for a part",  Snapshot::Line,   512,  ""},
-    };
+    const std::pair<Snapshot, rlim_t> rows[] = { // and the room for the file: a byte short, none, a part
+        {Snapshot::Binary, 2048 + 4 * 600 - 1}, {Snapshot::Binary, 2048}, {Snapshot::Text, 0},
+        {Snapshot::Text, 4096}, {Snapshot::Line, 0}, {Snapshot::Line, 512}};
     // clang-format on
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.desc);
+    for (const auto& [kind, room] : rows) {
+        SCOPED_TRACE(::testing::Message() << int(kind) << ", room for " << room);
         write(target, "old");
-        SaveResult result;
-        {
-            const FullDisk disk(row.room);
-            result = save(row.kind, target);
-        }
+        auto disk = std::make_unique<FullDisk>(room);
+        const SaveResult result = save(kind, target);
+        disk.reset();
         EXPECT_FALSE(result.ok);
         EXPECT_TRUE(result.text.startsWith(target + " was not saved: ")) << result.text.toStdString();
         EXPECT_EQ(contents(target), "old");
         EXPECT_EQ(entries(), QStringList{"target"});
-
-        result = save(row.kind, target);
-        EXPECT_TRUE(result.ok) << result.text.toStdString();
-        EXPECT_EQ(result.text, "saved " + target);
+        EXPECT_EQ(save(kind, target).text, "saved " + target);
         EXPECT_GT(contents(target).size(), 600);
         EXPECT_EQ(entries(), QStringList{"target"});
     }
@@ -118,22 +100,16 @@ TEST_F(SafeSaveTest, ReplacesTheOldFileOrLeavesItAlone)
 
 TEST_F(SafeSaveTest, RefusesWhatCannotBeReplaced)
 {
-    const struct
-    {
-        QString path;
-        QString complaint;
-    } rows[] = {
-        {QStringLiteral("/dev/full"),
-         QStringLiteral("/dev/full was not saved: /dev/full is not a regular file")},
-        {folder.path(), folder.path() + " was not saved: " + folder.path() + " is not a regular file"},
-        {QString(), QStringLiteral(" was not saved: no file is named")},
-    };
-    for (const auto& row : rows) EXPECT_EQ(save(Snapshot::Text, row.path).text, row.complaint);
+    for (const auto& [path, complaint] :
+         {std::pair(QString("/dev/full"), "/dev/full is not a regular file"),
+          {folder.path(), " is not a regular file"},
+          {QString(), "no file is named"},
+          {folder.filePath("missing/area.asc"), "No such file or directory"}}) {
+        const SaveResult result = save(Snapshot::Text, path);
+        EXPECT_TRUE(!result.ok && result.text.startsWith(path + " was not saved: ")) << complaint;
+        EXPECT_TRUE(result.text.endsWith(complaint)) << result.text.toStdString();
+    }
     EXPECT_FALSE(QFileInfo(QStringLiteral("/dev/full")).isFile());
-    const SaveResult missing = save(Snapshot::Text, folder.filePath(QStringLiteral("missing/area.asc")));
-    EXPECT_FALSE(missing.ok);
-    EXPECT_TRUE(missing.text.endsWith(QStringLiteral("No such file or directory")))
-        << missing.text.toStdString();
     EXPECT_EQ(saveSnapshot(FrameBuffer(), Snapshot::Line, target, QString(), true).text,
               target + " was not saved: there is nothing to save");
     EXPECT_EQ(entries(), QStringList());
@@ -162,9 +138,7 @@ TEST_F(SafeSaveTest, LogIsSavedWholeOrNotAtAll)
         log.add(samples.constData(), samples.size());
         EXPECT_EQ(contents(target), "old");
         const SaveResult result = log.stop();
-        EXPECT_FALSE(result.ok);
-        EXPECT_TRUE(result.text.contains(QStringLiteral("whole values of 5000")))
-            << result.text.toStdString();
+        EXPECT_TRUE(!result.ok && result.text.contains("whole values of 5000")) << result.text.toStdString();
     }
     EXPECT_EQ(contents(target), "old");
     EXPECT_FALSE(log.stop().ok);

@@ -15,12 +15,9 @@ using namespace bench;
 
 namespace {
 
-constexpr int limitMilliseconds = 30000;
-
-template <typename Condition>::testing::AssertionResult waitFor(Condition condition)
+template <typename Condition> bool waitFor(Condition condition)
 {
-    if (QTest::qWaitFor(condition, limitMilliseconds)) return ::testing::AssertionSuccess();
-    return ::testing::AssertionFailure() << "not within the time limit";
+    return QTest::qWaitFor(condition, 30000);
 }
 
 QVector<int> samplesOf(const FrameBuffer& frame)
@@ -34,9 +31,8 @@ QVector<int> readSurface(const QString& path)
 {
     QFile file(path);
     EXPECT_TRUE(file.open(QIODevice::ReadOnly));
-    const QByteArray bytes = file.readAll();
-    QVector<int> samples(bytes.size() / 4);
-    memcpy(samples.data(), bytes.constData(), std::size_t(samples.size()) * 4);
+    QVector<int> samples(int(file.size() / 4));
+    file.read(reinterpret_cast<char*>(samples.data()), 4 * qint64(samples.size()));
     return samples;
 }
 
@@ -90,35 +86,24 @@ protected:
 
 TEST_F(ScanTest, DeliversEverySampleOfEveryKindOfScan)
 {
-    struct Row
-    {
-        const char* desc;
-        ScanSettings settings;
-        int frameSize;
-    };
     // clang-format off
-    const Row rows[] = {
-        {"area forward",        {ScanKind::Area,   13, 7, 3, 3000},   91},
-        {"area forward + back", {ScanKind::Area,   13, 7, 4, 3000},   182},
-        {"area backward",       {ScanKind::Area,   13, 7, 5, 3000},   91},
-        {"area back + forward", {ScanKind::Area,   13, 7, 6, 3000},   182},
-        {"line",                {ScanKind::Line,   50, 7, 4, 3000},   100},
-        {"stream",              {ScanKind::Stream, 64, 7, 4, 3000},   64},
-        {"frames within a block", {ScanKind::Area, 2,  2, 3, 100000}, 4},
-    };
+    const std::pair<ScanSettings, int> rows[] = { // and the samples of a frame
+        {{ScanKind::Area, 13, 7, 3, 3000}, 91}, {{ScanKind::Area, 13, 7, 4, 3000}, 182},
+        {{ScanKind::Area, 13, 7, 5, 3000}, 91}, {{ScanKind::Area, 13, 7, 6, 3000}, 182},
+        {{ScanKind::Line, 50, 7, 4, 3000}, 100}, {{ScanKind::Stream, 64, 7, 4, 3000}, 64},
+        {{ScanKind::Area, 2, 2, 3, 100000}, 4}}; // many frames within a block
     // clang-format on
     connectToSimulator(0);
     int from = 0; // the dump goes on from scan to scan
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.desc);
+    for (const auto& [settings, frameSize] : rows) {
+        SCOPED_TRACE(::testing::Message() << int(settings.kind) << ", frames of " << frameSize);
         starts.clear();
         delivered.clear();
-        ASSERT_TRUE(console.startScan(row.settings));
+        ASSERT_TRUE(console.startScan(settings));
         ASSERT_TRUE(waitFor([this] { return starts.size() >= 5; }));
         stopScan();
-        EXPECT_EQ(starts.mid(0, 4),
-                  (QVector<qint64>{0, row.frameSize, 2 * row.frameSize, 3 * row.frameSize}));
-        EXPECT_EQ(delivered.size(), starts.size() * row.frameSize);
+        for (int i = 0; i < 4; ++i) EXPECT_EQ(starts[i], i * frameSize);
+        EXPECT_EQ(delivered.size(), starts.size() * frameSize);
         const QVector<int> sent = readSurface(surface());
         EXPECT_EQ(delivered, sent.mid(from, delivered.size()));
         from = sent.size();
@@ -153,25 +138,14 @@ TEST_F(ScanTest, GoesOnBelow2To30WithoutALostOrDoubledSample)
 
 TEST_F(ScanTest, StartsAtTheNextFrameBoundary)
 {
-    struct Row
-    {
-        qint64 first, frameSize, start;
-    };
+    using Row = std::tuple<qint64, qint64, qint64>;
     // clang-format off
-    const Row rows[] = {
-        {0,          8,    0},
-        {1,          8,    8},
-        {8,          8,    8},
-        {1073741808, 8,    1073741808}, // the last frame whose successor ends at 2^30
-        {1073741809, 8,    0},
-        {2147483647, 8,    0},
-        {-5,         8,    0},
-        {5,          33554432, 33554432},
-        {1040187392, 33554432, 0},
-    };
+    for (const auto& [first, frameSize, start] : {Row{0, 8, 0}, Row{1, 8, 8}, Row{8, 8, 8}, Row{-5, 8, 0},
+             Row{1073741808, 8, 1073741808}, // the last frame whose successor ends at 2^30
+             Row{1073741809, 8, 0}, Row{2147483647, 8, 0}, Row{5, 33554432, 33554432},
+             Row{1040187392, 33554432, 0}})
+        EXPECT_EQ(startPosition(first, frameSize), start) << first << ' ' << frameSize;
     // clang-format on
-    for (const Row& row : rows)
-        EXPECT_EQ(startPosition(row.first, row.frameSize), row.start) << row.first << " " << row.frameSize;
 }
 
 TEST_F(ScanTest, KeepsItsFeetOnHostileSamples)
@@ -180,42 +154,37 @@ TEST_F(ScanTest, KeepsItsFeetOnHostileSamples)
     connectTo(fake.serverPort());
     ASSERT_TRUE(console.startScan({ScanKind::Area, 4, 2, 3, 1000})); // 8 samples a frame
     ASSERT_TRUE(waitFor([this] { return console.scan()->state() == Scan::State::Running; }));
+    const auto tell = [&](int position, int count) {
+        fake.send(controller::typeTell, controller::samples, position, 0, QVector<int>(count, 7));
+        const qint64 telegrams = console.link()->telegramCount();
+        return waitFor([&] { return console.link()->telegramCount() > telegrams; });
+    };
     struct Row
     {
-        const char* desc;
         int position, count;
-        int samples, frames, gaps, refused; // counters after it
+        QVector<qint64> counters; // after it: samples, frames, gaps, refused
     };
     // clang-format off
     const Row rows[] = {
-        {"no sample",                   0,           0, 0,     0,   0, 0},
-        {"negative position",           -8,          8, 0,     0,   0, 1},
-        {"smallest position",           INT_MIN,     8, 0,     0,   0, 2},
-        {"beyond the largest position", INT_MAX - 3, 5, 0,     0,   0, 3},
-        {"in the middle of a frame",    4,           4, 4,     0,   0, 3},
-        {"a whole frame",               8,           8, 12,    1,   0, 3},
-        {"the same frame again",        8,           8, 20,    2,   1, 3},
-        {"a gap within a frame",        20,          4, 24,    2,   2, 3},
-        {"ten frames and a half",       24,         84, 108,  12,   2, 3},
-        {"the other half",              108,         4, 112,  13,   2, 3},
-        {"many frames",                 112,     80000, 80112, 10013, 2, 3},
-        {"far behind",                  0,           4, 80116, 10013, 3, 3},
-        {"the rest of that frame",      4,           4, 80120, 10014, 3, 3},
+        {0, 0, {0, 0, 0, 0}},
+        {-8, 8, {0, 0, 0, 1}}, {INT_MIN, 8, {0, 0, 0, 2}}, {INT_MAX - 3, 5, {0, 0, 0, 3}},
+        {4, 4, {4, 0, 0, 3}}, {8, 8, {12, 1, 0, 3}},     // in the middle of a frame, a whole one
+        {8, 8, {20, 2, 1, 3}}, {20, 4, {24, 2, 2, 3}},   // the same frame again, a gap within a frame
+        {24, 84, {108, 12, 2, 3}}, {108, 4, {112, 13, 2, 3}}, // ten frames and a half, the other half
+        {112, 80000, {80112, 10013, 2, 3}},
+        {0, 4, {80116, 10013, 3, 3}}, {4, 4, {80120, 10014, 3, 3}}, // far behind, the rest of that frame
     };
     // clang-format on
     const Scan& scan = *console.scan();
     for (const Row& row : rows) {
-        SCOPED_TRACE(row.desc);
-        fake.tellSamples(row.position, QVector<int>(row.count, 7));
-        const qint64 telegrams = console.link()->telegramCount();
-        ASSERT_TRUE(waitFor([&] { return console.link()->telegramCount() > telegrams; }));
-        EXPECT_EQ(scan.sampleCount(), row.samples);
-        EXPECT_EQ(scan.frameCount(), row.frames);
-        EXPECT_EQ(scan.gapCount(), row.gaps);
-        EXPECT_EQ(scan.refusedCount(), row.refused);
+        ASSERT_TRUE(tell(row.position, row.count));
+        EXPECT_EQ(
+            (QVector<qint64>{scan.sampleCount(), scan.frameCount(), scan.gapCount(), scan.refusedCount()}),
+            row.counters)
+            << row.position << ' ' << row.count;
     }
     // A block beyond 2^30, that ends at the last position there is: the scan goes on below.
-    fake.tellSamples(INT_MAX - 7, QVector<int>(8, 1));
+    tell(INT_MAX - 7, 8);
     ASSERT_TRUE(waitFor([&] { return scan.restarts() == 1 && scan.state() == Scan::State::Running; }));
     EXPECT_EQ(failure, QString());
 }

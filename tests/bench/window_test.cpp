@@ -29,30 +29,17 @@ void append(const QString& path, const QByteArray& text)
 
 TEST(AxisUnitTest, ChoosesThePrefixForTheRange)
 {
-    struct Row
-    {
-        const char* desc;
-        double largest;
-        int code, divisor;
-        const char* title;
-        double factor;
-    };
-    // clang-format off
-    const Row rows[] = {
-        {"100000 pm",         100000, 0x17C, 1,    "x [nm]",     1e-3},
-        {"600 pm",            600,    0x17C, 1,    "x [pm]",     1},
-        {"nothing",           0,      0x17C, 1,    "x [pm]",     1},
-        {"divisor",           5000,   0x280, 1000, "x [V]",      1e-3},
-        {"divisor of 0",      5,      0x280, 0,    "x [V]",      1},
-        {"micro",             20,     0x17E, 1,    "x [\u00b5m]", 1},
-        {"unit that is fixed", 50000, 0xB80, 1,    "x [[dB]]",   1},
-        {"no unit",           50000,  0x80,  1,    "x",          1},
-    };
-    // clang-format on
-    for (const Row& row : rows) {
-        const AxisUnit unit = axisUnit(row.largest, row.code, row.divisor);
-        EXPECT_EQ(unit.title(QStringLiteral("x")), QString::fromUtf8(row.title)) << row.desc;
-        EXPECT_NEAR(unit.factor, row.factor, 1e-12 * row.factor) << row.desc;
+    using Row = std::tuple<double, int, int, const char*, double>; // largest, code, divisor; title, factor
+                                                                   // clang-format off
+    for (const auto& [largest, code, divisor, title, factor] : {
+             Row{100000, 0x17C, 1, "x [nm]", 1e-3}, Row{600, 0x17C, 1, "x [pm]", 1}, Row{0, 0x17C, 1, "x [pm]", 1},
+             Row{5000, 0x280, 1000, "x [V]", 1e-3}, Row{5, 0x280, 0, "x [V]", 1},
+             Row{20, 0x17E, 1, "x [\u00b5m]", 1}, Row{50000, 0xB80, 1, "x [[dB]]", 1}, // a unit that is fixed
+             Row{50000, 0x80, 1, "x", 1}}) {
+        // clang-format on
+        const AxisUnit unit = axisUnit(largest, code, divisor);
+        EXPECT_EQ(unit.title(QStringLiteral("x")), QString::fromUtf8(title)) << largest << ' ' << code;
+        EXPECT_NEAR(unit.factor, factor, 1e-12 * factor) << largest << ' ' << code;
     }
 }
 
@@ -74,26 +61,23 @@ TEST(ScanImageTest, ShowsTheRunningFrameOverTheLastWholeOne)
         describeFrame(settings, frame);
         frame->setActive(true);
     }
-    const int first[] = {1, 2, 3, 4, 5, 6};
-    const int second[] = {-7, 8};
+    const int first[] = {1, 2, 3, 4, 5, 6}, second[] = {-7, 8};
     whole->addData(first, 6, 0);
     running.addData(second, 2, 12); // frame 2, rows upwards as in frame 0
     ScanImage image;
     image.update(nullptr, &running, true);
-    EXPECT_TRUE(image.hasVoid());
-    EXPECT_EQ(image.pixel(0, 0), ScanImage::voidPixel);
-    EXPECT_EQ(image.pixel(1, 0), -7);
-    EXPECT_EQ(image.highest(), 8);
+    const auto expectPixels = [&image](const std::vector<int>& pixels, bool hasVoid, int lowest,
+                                       int highest) {
+        for (int i = 0; i < 6; ++i) EXPECT_EQ(image.pixel(i / 3, i % 3), pixels[std::size_t(i)]) << i;
+        EXPECT_EQ(image.hasVoid(), hasVoid);
+        EXPECT_EQ(std::pair(image.lowest(), image.highest()), std::pair(lowest, highest));
+    };
+    const int none = ScanImage::voidPixel;
+    expectPixels({none, none, none, -7, 8, none}, true, -7, 8);
     image.update(whole, &running, true);
-    EXPECT_FALSE(image.hasVoid());
-    EXPECT_EQ(image.pixel(0, 0), 4);
-    EXPECT_EQ(image.pixel(1, 1), 8);
-    EXPECT_EQ(image.pixel(1, 2), 3);
-    EXPECT_EQ(image.lowest(), -7);
+    expectPixels({4, 5, 6, -7, 8, 3}, false, -7, 8);
     image.update(whole, &running, false); // mode 3 has no backward pass
-    EXPECT_TRUE(image.hasVoid());
-    EXPECT_EQ(image.lowest(), 0);
-    EXPECT_EQ(image.highest(), 0);
+    expectPixels({none, none, none, none, none, none}, true, 0, 0);
     image.update(nullptr, nullptr, true);
     EXPECT_TRUE(image.isEmpty());
 }
@@ -134,13 +118,12 @@ TEST(RepaintGateTest, CoalescesRequestsAndLeavesTimeForOthers)
         sinceLast.start();
     });
     gate.setRefreshRate(0);
-    QElapsedTimer watch;
-    watch.start();
-    while (repaints < 4 && watch.elapsed() < 20000) {
-        for (int i = 0; i < 1000; ++i) gate.request();
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 1);
-    }
-    EXPECT_EQ(repaints, 4);
+    ASSERT_TRUE(QTest::qWaitFor(
+        [&] {
+            for (int i = 0; i < 1000; ++i) gate.request();
+            return repaints >= 4;
+        },
+        20000));
     EXPECT_GE(shortestPause, 59);
 }
 

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <cstring>
-#include <QByteArray>
 #include <QElapsedTimer>
 #include <QTcpSocket>
 #include <vector>
@@ -22,13 +20,12 @@ public:
         socket.connectToHost(QStringLiteral("127.0.0.1"), quint16(port));
         socket.waitForConnected(5000);
     }
-
     void send(const std::vector<qint32>& words)
     {
         socket.write(reinterpret_cast<const char*>(words.data()), 4 * qint64(words.size()));
         socket.flush();
     }
-    void request(qint32 type, qint32 address, const std::vector<qint32>& data, qint32 index = 0)
+    void request(qint32 type, qint32 address, const std::vector<qint32>& data = {}, qint32 index = 0)
     {
         std::vector<qint32> words = {qint32(16 + 4 * data.size()), type, address, index, ++number};
         words.insert(words.end(), data.begin(), data.end());
@@ -39,15 +36,12 @@ public:
     Seen next()
     {
         Seen seen;
-        qint32 header[5];
-        if (!has(4)) return seen;
-        socket.peek(reinterpret_cast<char*>(header), 4);
-        if (header[0] < 16 || !has(4 + header[0])) return seen;
-        const QByteArray bytes = socket.read(4 + header[0]);
-        std::memcpy(header, bytes.constData(), 20);
-        seen = {header[0], header[1], header[2], header[3], header[4], {}};
-        seen.words.resize(std::size_t(header[0] - 16) / 4);
-        std::memcpy(seen.words.data(), bytes.constData() + 20, 4 * seen.words.size());
+        if (has(4)) socket.peek(reinterpret_cast<char*>(&seen.length), 4);
+        if (seen.length < 16 || !has(4 + seen.length)) return {};
+        for (qint32* field : {&seen.length, &seen.type, &seen.address, &seen.index, &seen.number})
+            socket.read(reinterpret_cast<char*>(field), 4);
+        seen.words.resize(std::size_t(seen.length - 16) / 4);
+        socket.read(reinterpret_cast<char*>(seen.words.data()), seen.length - 16);
         return seen;
     }
     /// The next telegram of an address and type.
@@ -72,10 +66,8 @@ public:
     /// Whether the other end closes within 10 s.
     bool closes()
     {
-        while (socket.state() == QAbstractSocket::ConnectedState)
-            if (!socket.waitForReadyRead(10000) && socket.error() == QAbstractSocket::SocketTimeoutError)
-                return false;
-        return true;
+        has(1 << 30);
+        return socket.state() != QAbstractSocket::ConnectedState;
     }
 
     QTcpSocket socket;

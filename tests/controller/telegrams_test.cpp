@@ -4,55 +4,49 @@
 
 using namespace controller;
 
-TEST(Telegrams, AreLittleEndianOnTheWire)
+TEST(Telegrams, AreLittleEndianAndReadAtAnyAlignment)
 {
     const std::int32_t words[] = {-2, 0x12345678};
-    const std::vector<char> bytes = encodeTelegram(typeSet, 0x21, 3, 0x10005, words, 2);
-    const char expected[] =
-        "\x18\0\0\0\0\0\0\0\x21\0\0\0\x03\0\0\0\x05\0\x01\0\xFE\xFF\xFF\xFF\x78\x56\x34\x12";
-    EXPECT_EQ(std::string(bytes.data(), bytes.size()), std::string(expected, 28));
-}
-
-TEST(Telegrams, WalksABlockAtAnyAlignment)
-{
-    const std::string tell("\x18\0\0\0\x04\0\0\0\0\x01\0\0\xFF\xFF\xFF\x7F\0\0\0\0\x01\0\0\0\xFF\xFF\xFF\xFF",
-                           28);
+    const std::vector<char> bytes = encodeTelegram(typeSet, 0x21, 2147483647, 0x10005, words, 2);
+    const std::string set(bytes.begin(), bytes.end());
+    EXPECT_EQ(set, std::string("\x18\0\0\0\0\0\0\0\x21\0\0\0\xFF\xFF\xFF\x7F\x05\0\x01\0"
+                               "\xFE\xFF\xFF\xFF\x78\x56\x34\x12",
+                               28));
     const std::string get("\x10\0\0\0\x01\0\0\0\x21\0\0\0\0\0\0\0\x07\0\0\0", 20);
     for (int shift = 0; shift < 4; ++shift) {
-        const std::string block = std::string(std::size_t(shift), '?') + tell + get;
+        const std::string block = std::string(std::size_t(shift), '?') + set + get;
         TelegramReader reader(block.data() + shift, block.size() - std::size_t(shift));
         TelegramView view;
         ASSERT_TRUE(reader.next(&view));
-        EXPECT_EQ(view.type, 4u);
-        EXPECT_EQ(view.address, 0x100);
-        EXPECT_EQ(view.index, 2147483647);
         ASSERT_EQ(view.wordCount, 2u);
-        std::int32_t copied[2] = {};
-        view.copyWords(1, 1, copied);
-        EXPECT_EQ(copied[0], -1);
-        EXPECT_EQ(view.word(0), 1);
-        EXPECT_EQ(view.word(2), 0);
+        std::int32_t copied = 0;
+        view.copyWords(1, 1, &copied);
+        const std::int32_t read[] = {view.address, view.index,   view.number,
+                                     view.word(0), view.word(2), copied};
+        const std::int32_t expected[] = {0x21, 2147483647, 0x10005, -2, 0, 0x12345678};
+        for (int i = 0; i < 6; ++i) EXPECT_EQ(read[i], expected[i]) << shift << ", " << i;
         ASSERT_TRUE(reader.next(&view));
-        EXPECT_EQ(view.number, 7);
+        EXPECT_EQ(view.type, 1u);
         EXPECT_EQ(view.wordCount, 0u);
-        EXPECT_FALSE(reader.next(&view));
-        EXPECT_FALSE(reader.malformed());
+        EXPECT_FALSE(reader.next(&view) || reader.malformed());
     }
 }
 
 TEST(Telegrams, StopsAtWhatIsNone)
 {
-    using Row = std::tuple<const char*, std::uint32_t, std::size_t>;
-    for (const auto& [desc, length, size] :
-         {Row{"too short for a header", 12, 20}, Row{"no whole words", 18, 24},
-          Row{"negative", 0xFFFFFFFC, 20}, Row{"beyond the block", 20, 20}, Row{"huge", 0x7FFFFFFC, 20},
-          Row{"block ends inside the header", 16, 19}, Row{"block ends inside the length", 16, 3}}) {
+    // clang-format off
+    const std::pair<std::uint32_t, std::size_t> rows[] = { // length in the telegram, size of the block
+        {12, 20} /* too short for a header */, {18, 24} /* no whole words */, {0xFFFFFFFC, 20} /* negative */,
+        {20, 20} /* beyond the block */, {0x7FFFFFFC, 20} /* huge */,
+        {16, 19} /* block ends inside the header */, {16, 3} /* and inside the length */};
+    // clang-format on
+    for (const auto& [length, size] : rows) {
         std::vector<char> bytes(size + 4);
         for (std::size_t i = 0; i < 4; ++i) bytes[i] = char(length >> (8 * i));
         TelegramReader reader(bytes.data(), size);
         TelegramView view;
-        EXPECT_FALSE(reader.next(&view)) << desc;
-        EXPECT_TRUE(reader.malformed()) << desc;
-        EXPECT_FALSE(reader.next(&view)) << desc;
+        EXPECT_FALSE(reader.next(&view)) << length << ' ' << size;
+        EXPECT_TRUE(reader.malformed()) << length << ' ' << size;
+        EXPECT_FALSE(reader.next(&view)) << length << ' ' << size;
     }
 }
