@@ -1,11 +1,9 @@
 #pragma once
 
 #include <clocale>
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
-#include <iterator>
 #include <QTemporaryDir>
 #include <string>
 #include <vorelutil/trace/tracelog.h>
@@ -24,22 +22,18 @@ public:
 
     ~LogFixture() override
     {
-        std::fflush(stdout);
+        echoed();
         testing::internal::GetCapturedStdout();
         traceInit("", "", 0); // closes the log file
         traceGetParamset()->secretAddrs.clear();
         traceInit(static_cast<TraceParams*>(nullptr));
-        std::setlocale(LC_ALL, m_locale.c_str());
-        std::filesystem::current_path(m_before);
     }
 
     static std::string contents(const char* path)
     {
-        std::ifstream in(path, std::ios::binary);
-        return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+        return {std::istreambuf_iterator<char>(std::ifstream(path).rdbuf()), {}};
     }
 
-protected:
     /// What standard output got since the last call.
     static std::string echoed()
     {
@@ -60,6 +54,4 @@ protected:
 
 private:
     QTemporaryDir m_folder;
-    std::filesystem::path m_before = std::filesystem::current_path();
-    std::string m_locale = std::setlocale(LC_ALL, nullptr);
 };
