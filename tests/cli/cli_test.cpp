@@ -3,6 +3,7 @@
 #include <QImage>
 #include <QProcess>
 #include <QTemporaryDir>
+#include <tuple>
 #include <vector>
 #include <vorelutil/frames/framebuffer.h>
 
@@ -38,9 +39,8 @@ void expectRows(const std::vector<Row>& rows, const QByteArray& more = {}, const
 {
     for (const Row& row : rows) {
         const Result result = run(row.arguments + more, input);
-        EXPECT_EQ(result.code, row.code) << row.arguments.constData();
-        EXPECT_EQ(result.out, row.out) << row.arguments.constData();
-        EXPECT_EQ(result.err, row.err) << row.arguments.constData();
+        EXPECT_EQ(std::tuple(result.code, result.out, result.err), std::tuple(row.code, row.out, row.err))
+            << row.arguments.constData();
     }
 }
 
@@ -60,9 +60,9 @@ public:
     ~Sim() { stop(); }
     int stop()
     {
-        if (process.state() == QProcess::NotRunning) return process.exitCode();
         process.terminate();
-        return process.waitForFinished(20000) ? process.exitCode() : -1;
+        process.waitForFinished(20000);
+        return process.state() == QProcess::NotRunning ? process.exitCode() : -1;
     }
 
     QProcess process;
@@ -76,16 +76,14 @@ protected:
     void SetUp() override
     {
         VRB_Meta meta = {};
-        meta.mode = 3;
-        meta.xPixels = 3, meta.yPixels = 2;
+        meta.mode = 3, meta.xPixels = 3, meta.yPixels = 2;
         meta.xPitch = 50000.0f, meta.yPitch = 75000.0f;
         meta.xyUnit = meta.valueUnit = 0x17C;
         meta.sampleGain = meta.sampleGainBase = 1.0f;
         // The first frame runs from the last row up: the picture is 400 500 (void) over 100 200 300.
         const int samples[] = {100, 200, 300, 400, 500, 600};
         FrameBuffer whole(samples, 6, 0, &meta), part(samples, 4, 0, &meta);
-        whole.setMetaData(0x2016, 1500);
-        part.setMetaData(0x2016, 1500);
+        for (FrameBuffer* frame : {&whole, &part}) frame->setMetaData(0x2016, 1500);
         ASSERT_EQ(whole.saveFrameAsc(path("a.asc"), "height", true, false), 0);
         ASSERT_EQ(part.saveFrameBcr(path("a.bcr"), "height", true), 0);
         ASSERT_EQ(whole.saveLineCsv(path("a.csv"), "height"), 0);
@@ -107,43 +105,36 @@ TEST(Vorel, TellsWrongUsage)
 {
     const QByteArray usage = "vorel: Usage: ", help = " (try --help)\n";
     const QByteArray wordRange = " is no number from -2147483648 to 4294967295" + help;
+    // clang-format off
     expectRows({
-        {"", 2, "", usage + "A subcommand is required" + help},
         {"frame", 2, "", usage + "A subcommand is required" + help},
-        {"get --port 1", 2, "", usage + "ADDR is required" + help},
         {"get 0x21", 2, "", usage + "--port is required" + help},
         {"set 1 0x1G --port 1", 2, "", usage + "VALUE: \"0x1G\"" + wordRange},
         {"set 1 4294967296 --port 1", 2, "", usage + "VALUE: \"4294967296\"" + wordRange},
         {"sim --port 65536", 2, "", usage + "--port: \"65536\" is no number from 0 to 65535" + help},
         {"sim --fault fire", 2, "", usage + "--fault: \"fire\" is no fault" + help},
-        {"monitor --port 1 --seconds 1,5", 2, "",
-         usage + "--seconds: \"1,5\" is no number of seconds" + help},
+        {"monitor --port 1 --seconds 1,5", 2, "", usage + "--seconds: \"1,5\" is no number of seconds" + help},
         {"sim --surface /nonexistent/x", 1, "",
          "vorel: Simulator: cannot write /nonexistent/x: No such file or directory\n"},
     });
+    // clang-format on
     EXPECT_EQ(run("--help").code, 0);
 }
 
 TEST(Vorel, GetsAndSets)
 {
     Sim sim({"--fault", "stall"});
-    // The first connection meets silence, later ones work.
-    expectRows(
-        {
-            {"get 0x22", 1, "", "vorel: Link: no answer from 127.0.0.1:" + sim.port + '\n'},
-            {"get 0x22", 0, "1000000\n", ""},
-            {"get 34 7", 0, "1000000\n", ""},
-            {"set 0x21 -0x10", 0, "", ""},
-            {"get 0x21", 0, "-16\n", ""},
-            {"set 0x24 0xFFFFFFFE 3", 0, "", ""},
-            {"get 0x24", 0, "-2\n", ""},
-            {"set 0x25 010", 0, "", ""},
-            {"get 0x25", 0, "10\n", ""},
-            {"set 0x21 10001", 1, "", "vorel: Refused: out of range\n"},
-            {"get -1", 1, "", "vorel: Refused: invalid address\n"},
-            {"set 0x26 1", 1, "", "vorel: Refused: unknown error\n"},
-        },
-        sim.option);
+    // clang-format off
+    expectRows({ // the first connection meets silence, later ones work
+        {"get 0x22", 1, "", "vorel: Link: no answer from 127.0.0.1:" + sim.port + '\n'},
+        {"get 34 7", 0, "1000000\n", ""},
+        {"set 0x21 -0x10", 0, "", ""}, {"get 0x21", 0, "-16\n", ""},
+        {"set 0x24 0xFFFFFFFE 3", 0, "", ""}, {"get 0x24", 0, "-2\n", ""},
+        {"set 0x25 010", 0, "", ""}, {"get 0x25", 0, "10\n", ""},
+        {"set 0x21 10001", 1, "", "vorel: Refused: out of range\n"},
+        {"get -1", 1, "", "vorel: Refused: invalid address\n"},
+        {"set 0x26 1", 1, "", "vorel: Refused: unknown error\n"}}, sim.option);
+    // clang-format on
     EXPECT_GT(run("get 0x26" + sim.option).out.toLongLong(), 2147483647); // unsigned
     EXPECT_EQ(sim.stop(), 0);
     const QByteArray nobody = "vorel: Link: 127.0.0.1:" + sim.port + ": no controller answers there\n";
@@ -161,8 +152,7 @@ TEST(Vorel, MonitorsUntilTimeOrSignal)
     for (int i = 1; i + 1 < lines.size(); ++i) {
         const QList<QByteArray> fields = lines[i].split(',');
         ASSERT_EQ(fields.size(), 5);
-        EXPECT_EQ(fields[0].mid(1, 1), ".");
-        EXPECT_EQ(fields[1] + ' ' + fields[2] + ' ' + fields[3], "TELL 39 0");
+        EXPECT_EQ(fields[0].mid(1, 1) + fields[1] + ' ' + fields[2] + ' ' + fields[3], ".TELL 39 0");
         EXPECT_LE(std::abs(fields[4].toInt()), 5);
     }
     QProcess endless;
@@ -196,33 +186,28 @@ TEST_F(FrameFiles, AreDescribedAsJson)
 
 TEST_F(FrameFiles, BecomePictures)
 {
-    expectRows({{"frame png --map grey " + path("a.bcr") + ' ' + path("a.png"), 0, "", ""},
-                {"frame png " + path("a.asc") + ' ' + path("default.png"), 0, "", ""}});
+    expectRows({{"frame png --map grey " + path("a.bcr") + ' ' + path("a.png"), 0, "", ""}});
     EXPECT_EQ(run("frame png --map grey - -", contents("a.bcr")).out, contents("a.png"));
     const QImage image = QImage::fromData(contents("a.png"), "PNG");
     ASSERT_EQ(image.size(), QSize(3, 2));
     // 400, void, void, 100, 200, 300
     const QRgb expected[] = {0xFFFFFFFF, 0, 0, 0xFF000000, 0xFF555555, 0xFFAAAAAA};
     for (int i = 0; i < 6; ++i) EXPECT_EQ(image.pixel(i % 3, i / 3), expected[i]) << i;
-    EXPECT_EQ(QImage::fromData(contents("default.png")).pixel(0, 1), 0xFF440154u);
+    EXPECT_EQ(QImage::fromData(run("frame png - -", contents("a.asc")).out).pixel(0, 1), 0xFF440154u);
 }
 
 TEST_F(FrameFiles, AreRefusedWithTheReason)
 {
     const QByteArray missing = path("missing"), line = path("a.csv"), area = path("a.bcr");
-    expectRows(
-        {
-            {"frame info " + missing, 1, "",
-             "vorel: I/O error: Can't open file " + missing + " for reading\n"},
-            {"frame png " + line + " x.png", 1, "", "vorel: Format Error: " + line + ": no area snapshot\n"},
-            {"frame info -", 1, "", "vorel: Format Error: standard input: not a frame file\n"},
-            {"frame png " + area + " /dev/full", 1, "",
-             "vorel: I/O error: cannot write /dev/full: No space left on device\n"},
-            {"frame png " + area + " /nonexistent/x.png", 1, "",
-             "vorel: I/O error: cannot write /nonexistent/x.png: No such file or directory\n"},
-        },
-        {}, "hello\n");
-    EXPECT_TRUE(
-        run("frame info -", "fileformat = bcrf\n").err.startsWith("vorel: Format Error: standard input: "));
+    // clang-format off
+    expectRows({
+        {"frame info " + missing, 1, "", "vorel: I/O error: Can't open file " + missing + " for reading\n"},
+        {"frame png " + line + " x.png", 1, "", "vorel: Format Error: " + line + ": no area snapshot\n"},
+        {"frame info -", 1, "", "vorel: Format Error: standard input: not a frame file\n"},
+        {"frame png " + area + " /dev/full", 1, "",
+         "vorel: I/O error: cannot write /dev/full: No space left on device\n"},
+        {"frame png " + area + " /nonexistent/x.png", 1, "",
+         "vorel: I/O error: cannot write /nonexistent/x.png: No such file or directory\n"}}, {}, "hello\n");
+    // clang-format on
     EXPECT_EQ(run("frame png --map pink " + area + " x.png").code, 2);
 }
