@@ -48,11 +48,14 @@ TEST_F(TraceLog, WritesNothingWhereItMustNot)
 {
     const auto failed = [](bool ok) {
         traceTrace("x");
+        traceQuestion("x");
         return traceError(ok, "x") || traceFatal(ok, "x") || traceOsError(ok, "x", true) ||
                traceAssert(ok, "a.cpp", 7); // which lets the process go on
     };
     traceInit("log", "", TRACE_NO_ERRORS);
-    EXPECT_FALSE(failed(false) || failed(true));
+    EXPECT_FALSE(failed(false));
+    traceSetFlags(0);
+    EXPECT_FALSE(failed(true));
     traceInit(static_cast<TraceParams*>(nullptr));
     traceSetFlags(TRACE_ON);
     EXPECT_FALSE(failed(false));
@@ -133,7 +136,10 @@ TEST_F(TraceLog, MayBeStartedAgainAndShared)
     shared.logFile = traceGetParamset()->logFile; // a borrowed stream is closed once
     traceInit(&shared);
     traceSetFile("c");
+    EXPECT_EQ(traceGetParamset()->logFile, stderr);
     traceInit("log", "", 0);
+    traceInit(&shared);
+    traceSetFile(nullptr);
 }
 
 TEST_F(TraceLog, ListFiles)
