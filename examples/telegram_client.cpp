@@ -52,8 +52,12 @@ int main(int argc, char** argv)
         if (!on || !link.writeBlock(reinterpret_cast<const char*>(&request), sizeof request)) qApp->exit(1);
     });
     QObject::connect(&link, &IQTcp::dataReceived, [](char* block, int length) { receive(block, length); });
+    QObject::connect(&link, &IQTcp::error, [&] {
+        traceError(false, "No connection to %s:%s %s", argv[1], argv[2], qPrintable(link.getErrorMsg()));
+        qApp->exit(1);
+    });
     QTimer::singleShot(5000, [&] {
-        traceError(false, "No answer. %s", qPrintable(link.getErrorMsg()));
+        traceError(false, "No answer");
         qApp->exit(1);
     });
     link.connectToHost(QString::fromLocal8Bit(argv[1]), std::atoi(argv[2]));

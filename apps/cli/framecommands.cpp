@@ -186,9 +186,9 @@ void addFrameCommands(CLI::App& app, Work* work)
     auto arguments = std::make_shared<FrameArguments>();
     CLI::App* frame = app.add_subcommand("frame", "Files of measurement frames.");
     frame->require_subcommand(1);
-    const auto finish = [&](CLI::App* command, int (*function)(const Input&, const FrameArguments&)) {
-        command->add_option("FILE", arguments->in, "Snapshot, line export or log; - is standard input")
-            ->required();
+    const auto finish = [&](CLI::App* command, int (*function)(const Input&, const FrameArguments&),
+                            const std::string& files) {
+        command->add_option("FILE", arguments->in, files + "; - is standard input")->required();
         command->callback([arguments, work, function] {
             *work = [arguments, function] {
                 const Input input(arguments->in);
@@ -201,10 +201,11 @@ void addFrameCommands(CLI::App& app, Work* work)
             };
         });
     };
-    finish(frame->add_subcommand("info", "Print what a frame file states, as JSON."), info);
+    finish(frame->add_subcommand("info", "Print what a frame file states, as JSON."), info,
+           "Snapshot, line export or log");
     CLI::App* command = frame->add_subcommand("png", "Make a picture of an area snapshot; void pixels are "
                                                      "transparent.");
-    finish(command, png);
+    finish(command, png, "Text or binary snapshot");
     command->add_option("OUT", arguments->out, "Picture file; - is standard output")->required();
     command->add_option("--map", arguments->map, "Colour map (" + arguments->map + ")")
         ->check(CLI::IsMember(colourMapNames()));

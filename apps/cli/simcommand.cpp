@@ -62,7 +62,8 @@ void addSimCommand(CLI::App& app, Work* work)
         for (const std::string& text : texts) {
             Simulator::Fault fault;
             if (!Simulator::parseFault(QString::fromStdString(text), &fault))
-                throw CLI::ValidationError("--fault", '"' + text + "\" is no fault");
+                throw CLI::ValidationError(
+                    "--fault", '"' + text + "\" is no fault: KIND or KIND@SECONDS, 0 to 1000000 seconds");
             arguments->faults.append(fault);
         }
     };

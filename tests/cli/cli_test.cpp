@@ -112,7 +112,7 @@ TEST(Vorel, TellsWrongUsage)
         {"set 1 0x1G --port 1", 2, "", usage + "VALUE: \"0x1G\"" + wordRange},
         {"set 1 4294967296 --port 1", 2, "", usage + "VALUE: \"4294967296\"" + wordRange},
         {"sim --port 65536", 2, "", usage + "--port: \"65536\" is no number from 0 to 65535" + help},
-        {"sim --fault fire", 2, "", usage + "--fault: \"fire\" is no fault" + help},
+        {"sim --fault fire", 2, "", usage + "--fault: \"fire\" is no fault: KIND or KIND@SECONDS, 0 to 1000000 seconds" + help},
         {"monitor --port 1 --seconds 1,5", 2, "", usage + "--seconds: \"1,5\" is no number of seconds" + help},
         {"sim --surface /nonexistent/x", 1, "",
          "vorel: Simulator: cannot write /nonexistent/x: No such file or directory\n"},
