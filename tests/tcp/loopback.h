@@ -1,6 +1,5 @@
 #pragma once
 
-#include <algorithm>
 #include <arpa/inet.h>
 #include <cstdint>
 #include <poll.h>
@@ -37,41 +36,31 @@ template <class Condition> bool eventually(Condition condition)
 }
 
 /// A socket of the peer's.
-class Peer
+struct Peer
 {
-public:
-    explicit Peer(int descriptor = -1)
-        : m_descriptor(descriptor)
+    int descriptor = -1;
+
+    explicit Peer(int opened = -1)
+        : descriptor(opened)
     {
         const timeval limit{20, 0}; // for what waits, accept() included: what hangs shall fail
-        if (descriptor >= 0) setsockopt(descriptor, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+        if (opened >= 0) setsockopt(opened, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
     }
     ~Peer() { shut(); }
-    Peer(Peer&& other) noexcept
-        : m_descriptor(std::exchange(other.m_descriptor, -1))
-    {
-    }
-    Peer& operator=(Peer&& other) noexcept { return std::swap(m_descriptor, other.m_descriptor), *this; }
-    int descriptor() const { return m_descriptor; }
+    Peer(Peer&& other) noexcept { std::swap(descriptor, other.descriptor); }
+    Peer& operator=(Peer&& other) noexcept { return std::swap(descriptor, other.descriptor), *this; }
     void shut()
     {
-        if (m_descriptor >= 0) close(std::exchange(m_descriptor, -1));
+        if (descriptor >= 0) close(std::exchange(descriptor, -1));
     }
-    void write(const Bytes& bytes) const
-    {
-        (void)send(m_descriptor, bytes.data(), bytes.size(), MSG_NOSIGNAL);
-    }
+    void write(const Bytes& bytes) const { (void)send(descriptor, bytes.data(), bytes.size(), MSG_NOSIGNAL); }
     /// Waits for `size` bytes; gives fewer at the end of the stream, or after 20 s.
     Bytes read(std::size_t size) const
     {
         Bytes bytes(size, '\0');
-        bytes.resize(static_cast<std::size_t>(
-            std::max<ssize_t>(0, recv(m_descriptor, bytes.data(), size, MSG_WAITALL))));
-        return bytes;
+        const ssize_t count = recv(descriptor, bytes.data(), size, MSG_WAITALL);
+        return bytes.substr(0, static_cast<std::size_t>(count > 0 ? count : 0));
     }
-
-private:
-    int m_descriptor;
 };
 
 /// A listening socket on a port of the system's choice.
@@ -84,20 +73,20 @@ public:
         m_address.sin_family = AF_INET;
         m_address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
         socklen_t size = sizeof m_address;
-        (void)bind(m_socket.descriptor(), address(), size);
-        getsockname(m_socket.descriptor(), reinterpret_cast<sockaddr*>(&m_address), &size);
-        listen(m_socket.descriptor(), backlog);
+        (void)bind(m_socket.descriptor, address(), size);
+        getsockname(m_socket.descriptor, reinterpret_cast<sockaddr*>(&m_address), &size);
+        listen(m_socket.descriptor, backlog);
     }
     std::uint16_t port() const { return ntohs(m_address.sin_port); }
-    Peer accept() const { return Peer(accept4(m_socket.descriptor(), nullptr, nullptr, SOCK_CLOEXEC)); }
+    Peer accept() const { return Peer(accept4(m_socket.descriptor, nullptr, nullptr, SOCK_CLOEXEC)); }
     void stop() { m_socket.shut(); }
     /// Connects until the system answers no more (for a backlog of 0).
     void fillBacklog()
     {
         for (bool answered = true; answered;) {
             m_clients.emplace_back(socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
-            (void)connect(m_clients.back().descriptor(), address(), sizeof m_address);
-            pollfd waiting{m_clients.back().descriptor(), POLLOUT, 0};
+            (void)connect(m_clients.back().descriptor, address(), sizeof m_address);
+            pollfd waiting{m_clients.back().descriptor, POLLOUT, 0};
             answered = poll(&waiting, 1, 200) == 1;
         }
     }

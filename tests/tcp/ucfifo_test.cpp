@@ -3,34 +3,17 @@
 #include <vector>
 #include <vorelutil/tcp/ucfifo.h>
 
-namespace {
-
-/// One call: 'w' startWrite and finishWrite, 'p' startWrite alone, 'r' startRead and finishRead of all,
-/// 'h' startRead and finishRead of half.
-struct Step
-{
-    char call;
-    int n;      ///< bytes asked for, or the count that startRead must give
-    int offset; ///< where, from the start of the buffer; -1 for null
-};
-
-struct Script
-{
-    const char* desc;
-    int size;
-    std::vector<Step> steps;
-};
-
-} // namespace
-
 TEST(UcFifo, GivesRoomAndBlocksWhereTheRingSaysSo)
 {
+    // One call: 'w' startWrite and finishWrite, 'p' startWrite alone, 'r' startRead and finishRead of all,
+    // 'h' startRead and finishRead of half; n: bytes asked for, or the count that startRead must give;
+    // offset: where, from the start of the buffer; -1 for null
     // clang-format off
-    const Script scripts[] = {
-        {"nothing to read at first", 100, {{'r', 0, -1}}},
+    struct Step { char call; int n, offset; };
+    const struct { const char* desc; int size; std::vector<Step> steps; } scripts[] = {
         {"a second frame of 60 waits until read > 60", 100,
-         {{'w', 60, 0}, {'p', 60, -1}, {'r', 60, 0}, {'p', 60, -1}, {'w', 10, 60}, {'p', 60, -1}, {'r', 10, 60},
-          {'w', 60, 0}, {'r', 60, 0}, {'r', 0, -1}}},
+         {{'r', 0, -1}, {'w', 60, 0}, {'p', 60, -1}, {'r', 60, 0}, {'p', 60, -1}, {'w', 10, 60}, {'p', 60, -1},
+          {'r', 10, 60}, {'w', 60, 0}, {'r', 60, 0}, {'r', 0, -1}}},
         {"a frame may end exactly at the end of the buffer", 100, {{'w', 40, 0}, {'w', 60, 40}, {'p', 1, -1}, {'r', 100, 0}}},
         {"the whole buffer fits once", 100, {{'p', 101, -1}, {'w', 100, 0}, {'r', 100, 0}, {'p', 100, -1}, {'w', 99, 0}}},
         {"wrapping needs strictly more room than the frame", 100,
@@ -41,11 +24,10 @@ TEST(UcFifo, GivesRoomAndBlocksWhereTheRingSaysSo)
         {"a reservation that wrapped and was abandoned loses nothing", 100,
          {{'w', 90, 0}, {'h', 90, 0}, {'p', 30, 0}, {'r', 45, 45}, {'r', 0, -1}, {'w', 30, 0}, {'r', 30, 0}}},
         {"frames of 0 bytes are no data", 10, {{'w', 0, 0}, {'r', 0, -1}, {'w', 10, 0}, {'p', 0, 10}}},
-        {"no size at all", 0, {{'p', 1, -1}, {'r', 0, -1}}},
-        {"a negative size", -5, {{'p', 1, -1}, {'r', 0, -1}}},
+        {"no size at all", 0, {{'p', 1, -1}, {'r', 0, -1}}}, {"a negative size", -5, {{'p', 1, -1}, {'r', 0, -1}}},
     };
     // clang-format on
-    for (const Script& script : scripts) {
+    for (const auto& script : scripts) {
         UcFifo fifo(script.size);
         const char* const base = fifo.startWrite(0);
         int number = 0;
