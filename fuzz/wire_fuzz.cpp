@@ -48,7 +48,8 @@ void throughSocket(std::string_view wire, int fifoSize, int plan)
     require(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) == 0);
     require(send(ends[1], wire.data(), wire.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(wire.size()));
     close(ends[1]);
-    IQTcpThread thread(fifoSize, nullptr, nullptr, std::make_unique<IMutex>()); // without an owner it does not wait for room
+    IQTcpThread thread(fifoSize, nullptr, nullptr,
+                       std::make_unique<IMutex>()); // without an owner it does not wait for room
     thread.adopt(std::make_shared<platform::Socket>(ends[0]));
     UcFifo& fifo = thread.core()->fifo;
     std::size_t received = 0;
