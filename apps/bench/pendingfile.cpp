@@ -71,7 +71,7 @@ bool PendingFile::create(QString* error)
             m_path = name;
             return true;
         }
-        *error = QStringLiteral("%1: %2").arg(name, file.errorString());
+        *error = file.errorString();
     }
     return false;
 }
@@ -84,11 +84,11 @@ QByteArray PendingFile::path() const
 bool PendingFile::commit(QString* error)
 {
     if (!syncToDisk(m_path)) {
-        *error = QStringLiteral("%1: %2").arg(m_path, systemError());
+        *error = systemError();
         return false;
     }
     if (std::rename(path().constData(), QFile::encodeName(m_target).constData()) != 0) {
-        *error = QStringLiteral("%1: %2").arg(m_target, systemError());
+        *error = systemError();
         return false;
     }
     m_path.clear();

@@ -22,6 +22,14 @@ SaveResult failure(const QString& target, const QString& reason)
     return {false, QStringLiteral("%1 was not saved: %2").arg(target, reason)};
 }
 
+// The operator knows the target; the name that the file had until then is of no use.
+QString reasonOf(const Error& error, const PendingFile& file, const QString& target)
+{
+    return QString::fromUtf8(error.message.c_str())
+        .replace(QFile::decodeName(file.path()), target)
+        .replace(QLatin1Char('\n'), QLatin1Char(' '));
+}
+
 QString writerReason(int code)
 {
     switch (code) {
@@ -154,8 +162,8 @@ void checkLog(const QByteArray& path, const SampleScale& value, qint64 count, in
 SaveResult saveSnapshot(const FrameBuffer& frame, Snapshot kind, const QString& target,
                         const QString& channel, bool forward)
 {
+    PendingFile file(target);
     try {
-        PendingFile file(target);
         QString error;
         if (!file.create(&error)) return failure(target, error);
         const QByteArray path = file.path();
@@ -180,7 +188,7 @@ SaveResult saveSnapshot(const FrameBuffer& frame, Snapshot kind, const QString& 
         if (!file.commit(&error)) return failure(target, error);
         return {true, QStringLiteral("saved %1").arg(target)};
     } catch (const Error& error) {
-        return failure(target, QString::fromUtf8(error.message.c_str()));
+        return failure(target, reasonOf(error, file, target));
     } catch (const std::exception& error) {
         return failure(target, QString::fromLocal8Bit(error.what()));
     }
@@ -243,7 +251,7 @@ SaveResult RunningLog::stop()
         else
             result = failure(m_target, error);
     } catch (const Error& error) {
-        result = failure(m_target, QString::fromUtf8(error.message.c_str()));
+        result = failure(m_target, reasonOf(error, *m_file, m_target));
     } catch (const std::exception& error) {
         result = failure(m_target, QString::fromLocal8Bit(error.what()));
     }
