@@ -13,6 +13,8 @@ namespace {
 constexpr int heartbeatMilliseconds = 20;
 constexpr int longestSilence = 60; ///< ms without the event loop
 constexpr int breathMilliseconds = 20;
+constexpr int watchMilliseconds = 500;
+constexpr int quietWatches = 6; ///< without a telegram are told: 3 s
 } // namespace
 
 QString channelName(ScanKind kind)
@@ -40,9 +42,24 @@ Console::Console(QObject* parent)
         m_frames[static_cast<int>(kind)] = frame;
         emit frameDone(kind);
     });
-    connect(m_scan, &Scan::failed, this,
-            [this](const QString& text) { tell(tr("The scan has ended: %1").arg(text), true); });
-    connect(m_scan, &Scan::stopped, this, [this] { tell(tr("The scan was stopped"), false); });
+    connect(m_scan, &Scan::failed, this, [this](const QString& text, bool started) {
+        tell((started ? tr("The scan has ended: %1") : tr("the scan could not start: %1")).arg(text), true);
+        askForAcquisition();
+        endLinkIfLeaving();
+    });
+    connect(m_scan, &Scan::stopFailed, this, [this](const QString& text) {
+        tell(text, true);
+        endLinkIfLeaving();
+    });
+    connect(m_scan, &Scan::stopped, this, [this] {
+        tell(tr("The scan was stopped"), false);
+        endLinkIfLeaving();
+    });
+    m_leaveTimer.setSingleShot(true);
+    m_leaveTimer.setInterval(stopMilliseconds);
+    connect(&m_leaveTimer, &QTimer::timeout, this, &Console::endLink);
+    connect(&m_watchTimer, &QTimer::timeout, this, &Console::watch);
+    m_watchTimer.start(watchMilliseconds);
 }
 
 Console::~Console()
@@ -56,6 +73,7 @@ Console::~Console()
 // the event loop, and with it the window, from running at all.
 void Console::breathe()
 {
+    ++m_arrived;
     if (m_sinceHeartbeat.elapsed() < longestSilence) return;
     m_sinceHeartbeat.start();
     QCoreApplication::processEvents(QEventLoop::AllEvents, breathMilliseconds);
@@ -63,19 +81,74 @@ void Console::breathe()
 
 void Console::connectTo(const QString& host, int port)
 {
+    m_leaveTimer.stop();
     m_positionKnown = false;
     m_link->connectTo(host, port);
 }
 
 void Console::disconnectFrom()
 {
+    if (m_leaveTimer.isActive()) return;
+    if (m_scan->isIdle()) {
+        endLink();
+        return;
+    }
+    m_leaveTimer.start();
     m_scan->stop();
+}
+
+void Console::endLinkIfLeaving()
+{
+    if (m_leaveTimer.isActive()) endLink();
+}
+
+void Console::endLink()
+{
+    m_leaveTimer.stop();
     m_link->disconnectFrom();
+}
+
+// Counted in looks and not in time: an event loop that was busy with something else is no silent controller.
+void Console::watch()
+{
+    const bool quiet = m_arrived == m_arrivedThen && m_link->state() == ControllerLink::Connected;
+    m_arrivedThen = m_arrived;
+    if (quiet) {
+        if (++m_quietWatches == quietWatches) tell(tr("nothing has come from the controller for 3 s"), true);
+        return;
+    }
+    if (m_quietWatches >= quietWatches && m_link->state() == ControllerLink::Connected)
+        tell(tr("telegrams come from the controller again"), false);
+    m_quietWatches = 0;
+}
+
+void Console::askForAcquisition()
+{
+    m_acquisitionRequest = m_link->get(controller::acquisition);
+}
+
+void Console::setStillAcquiring(bool acquiring)
+{
+    if (m_stillAcquiring == acquiring) return;
+    m_stillAcquiring = acquiring;
+    emit stillAcquiringChanged();
+}
+
+void Console::stopScan()
+{
+    if (!m_scan->isIdle())
+        m_scan->stop();
+    else if (m_stillAcquiring)
+        m_stopRequest = m_link->set(controller::acquisition, controller::acquisitionOff);
 }
 
 void Console::onLinkState()
 {
+    m_quietWatches = 0;
     if (m_link->state() == ControllerLink::Connected) {
+        // It may go on for a link that was lost, or for someone else. Asked first: a scan that starts now is
+        // none of that.
+        askForAcquisition();
         // A link that was lost and is back goes on with the positions that it had.
         if (m_positionKnown)
             setReady(true);
@@ -83,6 +156,9 @@ void Console::onLinkState()
             m_positionRequest = m_link->get(controller::samplePosition);
     } else {
         m_positionRequest = 0;
+        m_acquisitionRequest = 0;
+        m_stopRequest = 0;
+        setStillAcquiring(false);
         setReady(false);
     }
     // The window shows the state by itself.
@@ -91,6 +167,21 @@ void Console::onLinkState()
 
 void Console::onAcknowledged(int number, int /*address*/, int /*index*/, int reason, int value)
 {
+    ++m_arrived;
+    if (number == m_acquisitionRequest) {
+        m_acquisitionRequest = 0;
+        const bool acquires = reason == controller::reasonOk && value != controller::acquisitionOff;
+        setStillAcquiring(acquires && m_scan->isIdle());
+        if (m_stillAcquiring) tell(tr("the controller is still acquiring"), true);
+    } else if (number == m_stopRequest) {
+        m_stopRequest = 0;
+        if (reason == controller::reasonOk) {
+            setStillAcquiring(false);
+            tell(tr("the controller has stopped acquiring"), false);
+        } else {
+            tell(tr("the controller refused to stop: %1").arg(QLatin1String(tracePrintReason(reason))), true);
+        }
+    }
     if (m_positionRequest == 0 || number != m_positionRequest) return;
     m_positionRequest = 0;
     // A controller that does not say starts at 0.
@@ -116,6 +207,7 @@ bool Console::startScan(const ScanSettings& settings)
         tell(tr("A scan is running already"), true);
         return false;
     }
+    setStillAcquiring(false); // the scan ends it first, and asks again when that fails
     QString geometry = QString::number(settings.xPixels);
     if (settings.kind == ScanKind::Area) geometry += QStringLiteral(" x %1").arg(settings.yPixels);
     tell(tr("Scan: %1, %2 pixels, mode %3, %4 per second")

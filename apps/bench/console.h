@@ -27,13 +27,20 @@ public:
     Scan* scan() const { return m_scan; }
 
     void connectTo(const QString& host, int port);
-    /// Ends a running scan with the link; the controller is told to stop, but not waited for.
+    /// Ends the link. A running scan is stopped before: the link then ends when the controller has answered,
+    /// or after `stopMilliseconds` without an answer.
     void disconnectFrom();
+    static constexpr int stopMilliseconds = 1000;
     /// Connected, and the controller has said where its positions begin: scans can start.
     bool isReady() const { return m_ready; }
 
     /// Starts a scan; what stands in its way is told through `message`.
     bool startScan(const ScanSettings& settings);
+
+    /// Stops the scan, or what the controller acquires that is no scan of this console.
+    void stopScan();
+    /// There is something to stop.
+    bool canStop() const { return m_stillAcquiring || !m_scan->isIdle(); }
 
     /// The last whole frame of a kind; null when there is none yet.
     SharedFrame lastFrame(ScanKind kind) const;
@@ -51,6 +58,8 @@ public:
 
 signals:
     void readyChanged(bool ready);
+    /// The controller goes on, or no longer goes on, with what is no scan of this console.
+    void stillAcquiringChanged();
     /// A frame is whole; `lastFrame` returns it.
     void frameDone(bench::ScanKind kind);
     /// Something for the operator to read; it is in the trace log, too.
@@ -58,6 +67,11 @@ signals:
 
 private:
     void onLinkState();
+    void endLink();
+    void endLinkIfLeaving();
+    void askForAcquisition();
+    void setStillAcquiring(bool acquiring);
+    void watch();
     void breathe();
     void onAcknowledged(int number, int address, int index, int reason, int value);
     void setReady(bool ready);
@@ -69,9 +83,17 @@ private:
     RunningLog m_log;
     QTimer m_heartbeat; ///< fires when the event loop runs
     QElapsedTimer m_sinceHeartbeat;
-    SharedFrame m_frames[3];   ///< by kind
-    int m_positionRequest = 0; ///< number of the request for the first position; 0: none under way
+    SharedFrame m_frames[3];      ///< by kind
+    int m_positionRequest = 0;    ///< number of the request for the first position; 0: none under way
+    int m_acquisitionRequest = 0; ///< of the request for what is acquired
+    int m_stopRequest = 0;        ///< of the request to stop what is no scan of ours
     bool m_positionKnown = false;
+    bool m_stillAcquiring = false;
+    QTimer m_leaveTimer; ///< active: the link ends when the scan has stopped, at the latest then
+    QTimer m_watchTimer;
+    qint64 m_arrived = 0;      ///< telegrams from the controller
+    qint64 m_arrivedThen = -1; ///< when they were last looked at
+    int m_quietWatches = 0;    ///< since one came
     bool m_ready = false;
 };
 

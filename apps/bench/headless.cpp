@@ -56,6 +56,7 @@ HeadlessRun::HeadlessRun(Console* console, MainWindow* window, const QString& fo
     connect(console, &Console::frameDone, this, &HeadlessRun::onFrame);
     connect(console->scan(), &Scan::stopped, this, &HeadlessRun::onStopped);
     connect(console->scan(), &Scan::failed, this, &HeadlessRun::onScanFailed);
+    connect(console->scan(), &Scan::stopFailed, this, &HeadlessRun::onStopFailed);
     m_deadline.setSingleShot(true);
     m_deadline.setTimerType(Qt::PreciseTimer);
     connect(&m_deadline, &QTimer::timeout, this, &HeadlessRun::onTimeOver);
@@ -214,11 +215,21 @@ void HeadlessRun::onScanFailed(const QString& text)
         fail(tr("%1: %2").arg(stepName(), text));
 }
 
+void HeadlessRun::onStopFailed(const QString& text)
+{
+    if (m_over) return;
+    // At the end the roads are taken, and the link is given up.
+    if (m_step != Step::Ending)
+        fail(tr("%1: %2").arg(stepName(), text));
+    else if (m_console->scan()->isIdle() || m_console->link()->state() == ControllerLink::Off)
+        finish();
+}
+
 void HeadlessRun::onTimeOver()
 {
     if (m_over) return;
     if (m_step != Step::Dwell) {
-        fail(tr("%1 was not done within %2 seconds (link: %3)")
+        fail(tr("%1 was not done within %2 s (link: %3)")
                  .arg(stepName())
                  .arg(m_seconds)
                  .arg(m_console->link()->stateText()));
@@ -229,7 +240,7 @@ void HeadlessRun::onTimeOver()
     if (m_console->scan()->isIdle())
         finish();
     else
-        m_console->scan()->stop();
+        m_console->disconnectFrom(); // stops it
 }
 
 void HeadlessRun::interrupt()

@@ -48,6 +48,7 @@ private:
     void onFrame(ScanKind kind);
     void onStopped();
     void onScanFailed(const QString& text);
+    void onStopFailed(const QString& text);
     void onTimeOver();
     void save(Snapshot snapshot, ScanKind kind, const char* name);
     void fail(const QString& text);

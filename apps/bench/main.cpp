@@ -1,3 +1,4 @@
+#include "apps/controller/controllerlink.h"
 #include "apps/controller/stopsignal.h"
 #include "apps/simulator/simulator.h"
 #include "console.h"
@@ -40,9 +41,16 @@ int runHeadless(bench::Console* console, bench::MainWindow* window, const bench:
     bench::HeadlessRun run(console, window, options.outFolder, options.scan, options.seconds);
     QObject::connect(&run, &bench::HeadlessRun::finished, qApp, [&failure, console](const QString& text) {
         failure = text;
-        console->disconnectFrom(); // a link that is flooded would not let the loop end
-        qApp->quit();
+        // A link that is flooded would not let the loop end.
+        const auto quitWhenOff = [console] {
+            if (console->link()->state() == ControllerLink::Off) qApp->quit();
+        };
+        QObject::connect(console->link(), &ControllerLink::stateChanged, qApp, quitWhenOff);
+        console->disconnectFrom();
+        quitWhenOff();
     });
+    // Nobody sees the status bar.
+    QObject::connect(console->scan(), &bench::Scan::stopFailed, qApp, complain);
     QObject::connect(stop, &StopSignal::received, &run, &bench::HeadlessRun::interrupt);
     console->connectTo(options.host, options.port);
     qApp->exec();

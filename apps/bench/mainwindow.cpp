@@ -203,14 +203,18 @@ void MainWindow::connectSignals()
 {
     Scan* scan = m_console->scan();
     connect(m_scanPanel, &ScanPanel::startRequested, m_console, &Console::startScan);
-    connect(m_scanPanel, &ScanPanel::stopRequested, scan, &Scan::stop);
+    connect(m_scanPanel, &ScanPanel::stopRequested, m_console, &Console::stopScan);
+    connect(m_console, &Console::stillAcquiringChanged, this, &MainWindow::updateState);
     connect(scan, &Scan::samplesAdded, &m_gate, &RepaintGate::request);
     connect(scan, &Scan::stateChanged, this, [this] {
         updateState();
         updatePasses();
         m_gate.request();
     });
-    connect(m_console->link(), &ControllerLink::stateChanged, this, &MainWindow::updateState);
+    connect(m_console->link(), &ControllerLink::stateChanged, this, [this](ControllerLink::State state) {
+        updateState();
+        if (m_closing && state == ControllerLink::Off) close();
+    });
     connect(m_console, &Console::readyChanged, this, &MainWindow::updateState);
     connect(m_console, &Console::message, this, &MainWindow::showMessage);
     connect(&m_textTimer, &QTimer::timeout, this, &MainWindow::updateScanText);
@@ -260,8 +264,10 @@ void MainWindow::changeEvent(QEvent* event)
 void MainWindow::closeEvent(QCloseEvent* event)
 {
     if (m_console->isLogging()) m_console->stopLog();
+    m_closing = true;
     m_console->disconnectFrom();
-    event->accept();
+    m_closing = m_console->link()->state() != ControllerLink::Off;
+    event->setAccepted(!m_closing);
 }
 
 void MainWindow::showVoidLegend(bool show)
@@ -296,7 +302,7 @@ void MainWindow::updateState()
     m_connect->setText(off ? tr("&Connect") : tr("Dis&connect"));
     m_host->setEnabled(off);
     m_port->setEnabled(off);
-    m_scanPanel->setState(m_console->isReady(), !m_console->scan()->isIdle());
+    m_scanPanel->setState(m_console->isReady(), !m_console->scan()->isIdle(), m_console->canStop());
     updateScanText();
 }
 

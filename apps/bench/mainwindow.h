@@ -65,7 +65,8 @@ private:
 
     Console* m_console;
     RepaintGate m_gate;
-    QTimer m_textTimer; ///< progress texts, a few times a second
+    bool m_closing = false; ///< the window closes when the link has ended
+    QTimer m_textTimer;     ///< progress texts, a few times a second
 
     QLineEdit* m_host = nullptr;
     QSpinBox* m_port = nullptr;

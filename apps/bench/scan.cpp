@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <limits>
 #include <new>
+#include <utility>
 #include <vorelutil/frames/framebuffer.h>
 #include <vorelutil/trace/error.h>
 #include <vorelutil/trace/tracelog.h>
@@ -13,16 +14,22 @@ namespace bench {
 
 using controller::TelegramView;
 
+namespace {
+
+QString unconfirmedStop()
+{
+    return Scan::tr("The controller did not confirm that the scan stopped");
+}
+
+} // namespace
+
 Scan::Scan(ControllerLink* link, QObject* parent)
     : QObject(parent)
     , m_link(link)
 {
     m_confirmTimer.setSingleShot(true);
     m_confirmTimer.setInterval(confirmTimeoutMilliseconds);
-    connect(&m_confirmTimer, &QTimer::timeout, this, [this] {
-        const QString what = m_waiting.isEmpty() ? QString() : *m_waiting.constBegin();
-        end(tr("the controller did not confirm %1").arg(what));
-    });
+    connect(&m_confirmTimer, &QTimer::timeout, this, &Scan::onUnconfirmed);
     connect(link, &ControllerLink::acknowledged, this, &Scan::onAcknowledged);
     connect(link, &ControllerLink::told, this, &Scan::onTold);
     connect(link, &ControllerLink::stateChanged, this, &Scan::onLinkState);
@@ -40,12 +47,13 @@ bool Scan::start(const ScanSettings& settings)
         describeFrame(settings, buffer.get());
         buffer->setActive(true);
         m_pool.assign(1, buffer);
-        m_running = std::move(buffer);
+        m_earlier = std::exchange(m_running, std::move(buffer));
     } catch (const OomError&) {
-        end(tr("there is no memory for a frame of %1 samples").arg(size));
+        emit failed(tr("there is no memory for a frame of %1 samples").arg(size), false);
         return true;
     }
-    m_settings = settings;
+    m_earlierSettings = std::exchange(m_settings, settings);
+    m_started = false;
     m_expected = -1;
     m_frameWhole = false;
     m_accepting = false;
@@ -53,8 +61,7 @@ bool Scan::start(const ScanSettings& settings)
     m_restarts = 0;
     setState(State::Preparing);
     // The controller may still be acquiring for someone else, or for a link that was lost.
-    const bool sent = request(controller::acquisition, controller::acquisitionOff, "acquisition off") &&
-                      request(controller::xPixels, settings.xPixels, "x pixels") &&
+    const bool sent = requestStop() && request(controller::xPixels, settings.xPixels, "x pixels") &&
                       request(controller::yPixels, settings.lines(), "y pixels") &&
                       request(controller::frameMode, settings.frameMode(), "frame mode") &&
                       request(controller::lineRate, settings.rate, "rate") &&
@@ -68,17 +75,24 @@ void Scan::stop()
     if (isIdle() || m_state == State::Stopping) return;
     m_waiting.clear();
     setState(State::Stopping);
-    if (!request(controller::acquisition, controller::acquisitionOff, "acquisition off"))
-        end(tr("the request to stop could not be sent"));
+    if (!requestStop()) stopHasFailed(tr("the request to stop could not be sent"));
 }
 
 bool Scan::request(int address, qint64 value, const char* name)
 {
     const int number = m_link->set(address, static_cast<int>(value));
     if (number == 0) return false;
-    m_waiting.insert(number, QStringLiteral("%1 = %2").arg(QLatin1String(name)).arg(value));
+    const QString words = QLatin1String(name);
+    // An acquisition's number would say nothing to the operator.
+    m_waiting.insert(
+        number, address == controller::acquisition ? words : QStringLiteral("%1 = %2").arg(words).arg(value));
     m_confirmTimer.start();
     return true;
+}
+
+bool Scan::requestStop()
+{
+    return request(controller::acquisition, controller::acquisitionOff, "acquisition off");
 }
 
 void Scan::onAcknowledged(int number, int /*address*/, int /*index*/, int reason, int /*value*/)
@@ -86,13 +100,48 @@ void Scan::onAcknowledged(int number, int /*address*/, int /*index*/, int reason
     const auto waiting = m_waiting.constFind(number);
     if (waiting == m_waiting.constEnd()) return;
     if (reason != controller::reasonOk) {
-        end(tr("the controller refused %1: %2").arg(*waiting, QLatin1String(tracePrintReason(reason))));
+        const QLatin1String why(tracePrintReason(reason));
+        if (isStopUnderWay())
+            goOn(tr("the controller refused to stop: %1").arg(why));
+        else
+            end(tr("the controller refused %1: %2").arg(*waiting, why));
         return;
     }
     m_waiting.erase(waiting);
     if (!m_waiting.isEmpty()) return;
     m_confirmTimer.stop();
     proceed();
+}
+
+void Scan::onUnconfirmed()
+{
+    if (isStopUnderWay())
+        goOn(unconfirmedStop());
+    else
+        end(tr("the controller did not confirm %1")
+                .arg(m_waiting.isEmpty() ? QString() : *m_waiting.cbegin()));
+}
+
+// Samples come as long as the controller has not confirmed the stop.
+bool Scan::isStopUnderWay() const
+{
+    return m_accepting && (m_state == State::Stopping || m_state == State::RestartStopping);
+}
+
+void Scan::stopHasFailed(const QString& text)
+{
+    if (isStopUnderWay())
+        goOn(text);
+    else
+        end(text);
+}
+
+void Scan::goOn(const QString& text)
+{
+    m_waiting.clear();
+    m_confirmTimer.stop();
+    setState(State::Running);
+    emit stopFailed(text);
 }
 
 // Everything that was asked for is confirmed: the next step.
@@ -105,7 +154,7 @@ void Scan::proceed()
         // Samples may arrive before the confirmation does.
         m_accepting = true;
         setState(State::Running);
-        sent = request(controller::acquisition, m_settings.acquisition(), "acquisition");
+        sent = request(controller::acquisition, m_settings.acquisition(), "acquisition on");
         m_limitReached = false;
         break;
     case State::RestartStopping:
@@ -117,9 +166,12 @@ void Scan::proceed()
         sent = request(controller::samplePosition, m_expected, "position");
         break;
     case State::Stopping:
-        proceedToIdle();
+        goIdle();
+        emit stopped();
         break;
     case State::Running:
+        m_started = true;
+        m_earlier.reset();
         // A frame may have reached the bound before the start was confirmed.
         if (m_limitReached) restartIfDue(m_expected);
         break;
@@ -137,16 +189,22 @@ void Scan::onLinkState()
         return;
     }
     // The operator has closed it.
-    m_waiting.clear();
-    proceedToIdle();
+    goIdle();
+    emit stopFailed(unconfirmedStop());
 }
 
-void Scan::proceedToIdle()
+void Scan::goIdle()
 {
+    m_waiting.clear();
     m_confirmTimer.stop();
     m_accepting = false;
+    if (!m_started && m_expected < 0) {
+        m_settings = m_earlierSettings;
+        m_running = std::move(m_earlier);
+        m_pool.clear();
+    }
+    m_earlier.reset();
     setState(State::Idle);
-    emit stopped();
 }
 
 void Scan::setState(State state)
@@ -157,15 +215,11 @@ void Scan::setState(State state)
 
 void Scan::end(const QString& failure)
 {
-    m_waiting.clear();
-    m_confirmTimer.stop();
-    m_accepting = false;
-    if (!isIdle()) {
-        if (m_link->state() == ControllerLink::Connected)
-            m_link->set(controller::acquisition, controller::acquisitionOff);
-        setState(State::Idle);
-    }
-    emit failed(failure);
+    const bool started = m_started || m_expected >= 0;
+    if (m_link->state() == ControllerLink::Connected)
+        m_link->set(controller::acquisition, controller::acquisitionOff);
+    goIdle();
+    emit failed(failure, started);
 }
 
 void Scan::onTold(const TelegramView& telegram)
@@ -239,8 +293,7 @@ void Scan::restartIfDue(qint64 nextPosition)
     m_limitReached = true;
     if (!m_waiting.isEmpty()) return; // the start is not confirmed yet; `proceed` comes back here
     setState(State::RestartStopping);
-    if (!request(controller::acquisition, controller::acquisitionOff, "acquisition off"))
-        end(tr("the request to stop could not be sent"));
+    if (!requestStop()) stopHasFailed(tr("the request to stop could not be sent"));
 }
 
 // Nobody but the pool holds it. A picture that shows a finished frame keeps that one from being used again.

@@ -50,14 +50,16 @@ public:
 
     /// Starts to set up a scan. False when one is running or the link is not connected.
     bool start(const ScanSettings& settings);
-    /// Stops; `stopped` follows when the controller has confirmed. Nothing happens when idle.
+    /// Stops; `stopped` follows when the controller has confirmed, else `stopFailed`. Nothing happens when
+    /// idle.
     void stop();
 
     State state() const { return m_state; }
     bool isIdle() const { return m_state == State::Idle; }
     const ScanSettings& settings() const { return m_settings; }
 
-    /// The frame that is being filled; null before the first scan.
+    /// The frame that is being filled; null before the first scan. A scan that the controller did not start
+    /// leaves frame and settings of the one before.
     const FrameBuffer* running() const { return m_running.get(); }
 
     /// Counters since construction, but `restarts`: since the start of the scan.
@@ -76,10 +78,13 @@ signals:
     void samplesAdded(const int* data, int count);
     /// A frame is whole: every sample of it was received, in order. Comes after its last `samplesAdded`.
     void frameDone(const bench::SharedFrame& frame);
-    /// The scan has ended as it was asked to, or with a link that was closed on purpose.
+    /// The scan has ended as it was asked to, and the controller has confirmed that.
     void stopped();
-    /// The scan has ended otherwise; `text` is for people.
-    void failed(const QString& text);
+    /// The controller may go on: it refused to stop or did not confirm it, and the scan is running still; or
+    /// the link was closed on purpose, and the scan is idle. `text` is for people.
+    void stopFailed(const QString& text);
+    /// The scan has ended otherwise; `text` is for people. `started`: the controller had confirmed the start.
+    void failed(const QString& text, bool started);
 
 private:
     void onAcknowledged(int number, int address, int index, int reason, int value);
@@ -93,14 +98,22 @@ private:
     std::shared_ptr<FrameBuffer> freeBuffer();
 
     bool request(int address, qint64 value, const char* name);
+    bool requestStop();
     void proceed();
-    void proceedToIdle();
+    void onUnconfirmed();
+    bool isStopUnderWay() const;
+    void stopHasFailed(const QString& text);
+    void goOn(const QString& text);
+    void goIdle();
     void setState(State state);
     void end(const QString& failure);
 
     ControllerLink* m_link;
     ScanSettings m_settings;
     State m_state = State::Idle;
+    ScanSettings m_earlierSettings; ///< until the start is confirmed
+    std::shared_ptr<FrameBuffer> m_earlier;
+    bool m_started = false; ///< the controller has confirmed the start
     qint64 m_firstPosition = 0;
     QHash<int, QString> m_waiting; ///< requests without an answer: number to what was asked, in words
     QTimer m_confirmTimer;

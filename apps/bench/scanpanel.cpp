@@ -56,7 +56,7 @@ ScanPanel::ScanPanel(QWidget* parent)
     connect(m_start, &QPushButton::clicked, this, [this] { emit startRequested(settings()); });
     connect(m_stop, &QPushButton::clicked, this, &ScanPanel::stopRequested);
     setSettings(ScanSettings());
-    setState(false, false);
+    setState(false, false, false);
 }
 
 ScanSettings ScanPanel::settings() const
@@ -80,11 +80,11 @@ void ScanPanel::setSettings(const ScanSettings& settings)
     updateFields();
 }
 
-void ScanPanel::setState(bool canStart, bool running)
+void ScanPanel::setState(bool canStart, bool running, bool canStop)
 {
     m_running = running;
     m_start->setEnabled(canStart && !running);
-    m_stop->setEnabled(running);
+    m_stop->setEnabled(canStop);
     updateFields();
 }
 

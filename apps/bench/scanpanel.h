@@ -21,8 +21,9 @@ public:
     ScanSettings settings() const;
     void setSettings(const ScanSettings& settings);
 
-    /// What can be done now: start when `canStart`, stop when `running`; fields rest while running.
-    void setState(bool canStart, bool running);
+    /// What can be done now: start when `canStart` and not `running`, stop when `canStop`; fields rest while
+    /// running.
+    void setState(bool canStart, bool running, bool canStop);
 
 signals:
     void startRequested(const bench::ScanSettings& settings);

@@ -6,7 +6,8 @@
 #include <QTcpSocket>
 #include <QVector>
 
-/// A controller that confirms every request at once and tells only what a test hands it.
+/// A controller that confirms every request at once, but for what a test says, and tells only what a test
+/// hands it.
 class FakeController : public QTcpServer
 {
 public:
@@ -26,6 +27,9 @@ public:
         m_socket->write(bytes.data(), qint64(bytes.size()));
     }
 
+    int acquisition = 0; ///< as it was set last
+    int stopReason = 0;  ///< answer to a stop; below 0: none
+
 private:
     void answer()
     {
@@ -36,7 +40,13 @@ private:
             controller::TelegramReader reader(m_bytes.constData(), std::size_t(4 + length));
             controller::TelegramView request;
             ASSERT_TRUE(reader.next(&request));
-            send(controller::typeAck, request.address, request.index, request.number, {0, request.word(0)});
+            const bool isScan = request.address == controller::acquisition;
+            const bool isSet = isScan && request.type == controller::typeSet;
+            const int reason = isSet && request.word(0) == 0 ? stopReason : 0;
+            if (isSet && reason == 0) acquisition = request.word(0);
+            if (reason < 0) continue;
+            send(controller::typeAck, request.address, request.index, request.number,
+                 {reason, isScan ? acquisition : request.word(0)});
         }
     }
 

@@ -55,7 +55,7 @@ TEST_F(ProgramTest, SaysWhatIsWrongWithItsCallOrItsFolder)
         {{"--rate", "100001"}, 2, "--rate"}, {{"--dark", "--light"}, 2, "--"},
         {{"--headless", "--out", "/dev/null/x"}, 1, "vorelbench: /dev/null/x cannot be written to\n"},
         {{"--headless", "--out", "OUT", "--style", "no"}, 1, "vorelbench: there is no style no\n"},
-        {{"--headless", "--out", "OUT", "--seconds", "0.1"}, 1, " was not done within 0.1 seconds (link: "},
+        {{"--headless", "--out", "OUT", "--seconds", "0.1"}, 1, " was not done within 0.1 s (link: "},
         {{"--headless", "--out", "OUT", "--seconds", "1", "--port", "1"}, 1, "connecting was not done within 1 "},
     };
     // clang-format on

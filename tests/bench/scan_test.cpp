@@ -1,4 +1,5 @@
 #include "apps/bench/console.h"
+#include "apps/bench/mainwindow.h"
 #include "apps/bench/scanimage.h"
 #include "apps/controller/controllerlink.h"
 #include "apps/simulator/simulator.h"
@@ -202,10 +203,34 @@ TEST_F(ScanTest, FloodLeavesRoomForTheOperator)
         if (ready) console.startScan({ScanKind::Area, 16, 16, 3, 10000});
     });
     connectToSimulator(0, QStringLiteral("flood"));
-    ASSERT_TRUE(waitFor([&] { return ticks >= 10; }));
-    EXPECT_EQ(console.link()->state(), ControllerLink::Off);
+    ASSERT_TRUE(waitFor([&] { return ticks >= 10 && console.link()->state() == ControllerLink::Off; }));
     EXPECT_TRUE(console.scan()->isIdle());
     EXPECT_EQ(failure, QString());
+}
+
+TEST_F(ScanTest, SaysOfAStopWhatTheControllerSaidOfIt)
+{
+    FakeController fake;
+    QString message;
+    QObject::connect(&console, &Console::message, [&](const QString& text) { message = text; });
+    const auto isTold = [&](const char* text) { return waitFor([&] { return message == text; }); };
+    for (const auto& [reason, text] : {std::pair(0, "The scan was stopped"),
+                                       {-1, "The controller did not confirm that the scan stopped"}}) {
+        fake.acquisition = 2; // for someone else
+        connectTo(fake.serverPort());
+        ASSERT_TRUE(isTold("the controller is still acquiring"));
+        ASSERT_TRUE(console.canStop() && console.startScan({ScanKind::Area, 8, 1, 3, 1000}));
+        ASSERT_TRUE(waitFor([&] { return fake.acquisition == 1; }));
+        fake.stopReason = 99;
+        console.stopScan();
+        ASSERT_TRUE(isTold("the controller refused to stop: unknown error") && console.canStop());
+        fake.stopReason = reason;
+        MainWindow window(&console);
+        EXPECT_FALSE(window.close()); // it waits for the answer
+        ASSERT_TRUE(isTold(text) && waitFor([&] { return console.link()->state() == ControllerLink::Off; }));
+        EXPECT_EQ(fake.acquisition, reason == 0 ? 0 : 1);
+        fake.stopReason = 0;
+    }
 }
 
 TEST_F(ScanTest, SaysWhyAScanEnds)
