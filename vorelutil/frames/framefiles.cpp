@@ -18,16 +18,9 @@ using frametext::printLine;
 using frametext::Scaling;
 using frametext::TimeStamp;
 using frametext::Unit;
+using namespace frametext::result;
 
 namespace {
-
-enum Result : int
-{
-    Written = 0,
-    NothingToWrite = 1,
-    CannotOpen = 2,
-    NoMemory = 3
-};
 
 constexpr int voidPixel = 0x7FFFFFFA; ///< in the image: no sample here
 

@@ -9,6 +9,17 @@ class FrameBuffer;
 /// What the frame writers share: scaling, and numbers and times as text, the same bytes in every locale.
 namespace frametext {
 
+/// What the writers return.
+namespace result {
+enum Result : int
+{
+    Written = 0,
+    NothingToWrite = 1,
+    CannotOpen = 2,
+    NoMemory = 3
+};
+} // namespace result
+
 /// From stored integers to values of a base unit.
 struct Unit
 {

@@ -12,17 +12,7 @@ using frametext::printLine;
 using frametext::Scaling;
 using frametext::TimeStamp;
 using frametext::Unit;
-
-namespace {
-
-enum Result : int
-{
-    Written = 0,
-    NothingToWrite = 1,
-    CannotOpen = 2
-};
-
-} // namespace
+using namespace frametext::result;
 
 int FrameBuffer::saveLineCsv(const char* path, const char* channel) const
 {
