@@ -1,0 +1,212 @@
+#include "numbermodel.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <QStringBuilder>
+#include <QStringView>
+#include <vorelutil/algo/prefix.h>
+#include <vorelutil/algo/rounding.h>
+
+namespace {
+
+constexpr double notANumber = std::numeric_limits<double>::quiet_NaN();
+
+// No double has more significant digits than this, and no exponent is as large: more do not change the text,
+// they only take memory.
+constexpr int mostDigits = 800;
+
+constexpr double secondsOfHour = 3600;
+constexpr double secondsOfMinute = 60;
+constexpr double timeFrom = 60;
+constexpr double timeBefore = 9223372036854775808.0; // 2^63
+
+/// The value of a conversion formula, NaN when it does not evaluate.
+double formulaValue(const std::string& formula, double scale, double offset, double x)
+{
+    (void)formula;
+    (void)scale;
+    (void)offset;
+    (void)x;
+    return notANumber;
+}
+
+int roundedRaw(double raw, bool isUnsigned)
+{
+    return isUnsigned ? static_cast<int>(algoNearestU(raw)) : algoNearest(raw);
+}
+
+QString timeText(double seconds)
+{
+    const auto whole = static_cast<long long>(seconds);
+    const auto twoDigits = [](long long n) {
+        return n < 10 ? QString(QLatin1Char('0') % QString::number(n)) : QString::number(n);
+    };
+    return twoDigits(whole / 3600) % QLatin1Char(':') % twoDigits(whole / 60 % 60) % QLatin1Char(':') %
+           twoDigits(whole % 60) % QLatin1String(" h");
+}
+
+/// "h:m:s", without blanks; 0 unless there are three parts, and a part that is no number counts as 0.
+double parseTime(const QString& text, bool* valid)
+{
+    const int first = text.indexOf(QLatin1Char(':'));
+    const int second = first < 0 ? -1 : text.indexOf(QLatin1Char(':'), first + 1);
+    if (second < 0 || text.indexOf(QLatin1Char(':'), second + 1) >= 0) {
+        if (valid != nullptr) *valid = false;
+        return 0;
+    }
+    bool hoursValid = false;
+    bool minutesValid = false;
+    bool secondsValid = false;
+    const auto hours = static_cast<double>(text.leftRef(first).toLongLong(&hoursValid));
+    const auto minutes =
+        static_cast<double>(text.midRef(first + 1, second - first - 1).toLongLong(&minutesValid));
+    const auto seconds = static_cast<double>(text.midRef(second + 1).toLongLong(&secondsValid));
+    if (valid != nullptr) *valid = hoursValid && minutesValid && secondsValid;
+    return hours * secondsOfHour + minutes * secondsOfMinute + seconds;
+}
+
+enum class UnitFound
+{
+    None,
+    Part,
+    Whole
+};
+
+/// How much of `unit` (lower case) ends `lower`; the number of its characters goes to `*length`.
+UnitFound findUnit(const QString& lower, const QString& unit, int* length)
+{
+    *length = unit.size();
+    if (unit.isEmpty()) return UnitFound::None;
+    if (lower.endsWith(unit)) return UnitFound::Whole;
+    for (*length = std::min(unit.size() - 1, lower.size()); *length > 0; --*length) {
+        if (QStringView(lower).endsWith(QStringView(unit).left(*length))) return UnitFound::Part;
+    }
+    return UnitFound::None;
+}
+
+/// Drops the end of `text` that fills `count` characters in lower case. A few characters are longer there.
+void chopLower(QString* text, int count)
+{
+    int kept = text->size();
+    while (count > 0 && kept > 0) {
+        --kept;
+        count -= QString(text->at(kept)).toLower().size();
+    }
+    text->truncate(kept);
+}
+
+/// The last character, when something stands before it; '*' is never a prefix.
+char prefixCandidate(const QString& text)
+{
+    const ushort last = text.size() < 2 ? '*' : text.at(text.size() - 1).unicode();
+    return last > 0xFF ? '*' : static_cast<char>(last);
+}
+
+} // namespace
+
+double NumberModel::value2Number(int v) const
+{
+    const double x = unsignedInput ? static_cast<double>(static_cast<unsigned>(v)) : static_cast<double>(v);
+    const double unit = algoGetPrefixFactor(inputPf);
+    if (value2NumberFormula.empty()) return (x - offset) * unit * factor;
+    return formulaValue(value2NumberFormula, factor, offset, x) * unit;
+}
+
+int NumberModel::number2Value(double n) const
+{
+    const double x = n / algoGetPrefixFactor(inputPf);
+    const double raw = number2ValueFormula.empty() ? x / factor + offset
+                                                   : formulaValue(number2ValueFormula, factor, offset, x);
+    return roundedRaw(raw, unsignedInput);
+}
+
+int NumberModel::prefixedNumber2Value(double n) const
+{
+    return roundedRaw(offset + n / factor, unsignedInput);
+}
+
+bool NumberModel::checkNumberValid(double n) const
+{
+    const int v = number2Value(n);
+    const double back = value2Number(v);
+    // Written so that NaN is not valid.
+    if (!(std::fabs(algoGetPrefixFactor(inputPf) * factor) > std::fabs(n - back))) return false;
+    return !limitsOn() || (minimum <= v && v <= maximum);
+}
+
+double NumberModel::rawStep(int v) const
+{
+    const bool last = unsignedInput ? static_cast<unsigned>(v) == std::numeric_limits<unsigned>::max()
+                                    : v == std::numeric_limits<int>::max();
+    const auto neighbour = static_cast<int>(static_cast<unsigned>(v) + (last ? ~0U : 1U));
+    return std::fabs(value2Number(v) - value2Number(neighbour));
+}
+
+QString NumberModel::normalizedText(double n, char* pfOut) const
+{
+    const char largest = inputPf == 'X' ? 'X' : ' ';
+    char pf = ' ';
+    switch (outputPfSelect) {
+    case PfStatic:
+        pf = algoNormalizeFixed(&n, largest, inputPf);
+        break;
+    case PfUseInput:
+        pf = algoNormalizeFixed(&n, largest, currentPf);
+        break;
+    case PfDynamic:
+    default:
+        pf = algoNormalize(&n, largest, nullptr, resolution);
+        break;
+    }
+    if (n == 0.0) pf = currentPf;
+    if (pfOut != nullptr) *pfOut = pf;
+    return numberText(n, pf, baseUnit, resolution);
+}
+
+double NumberModel::parse(const QString& text, bool* valid, char* prefix, bool* incomplete) const
+{
+    return parseNumber(text, baseUnit, currentPf, valid, prefix, incomplete);
+}
+
+QString numberText(double n, char prefix, const QString& baseUnit, int resolution)
+{
+    if (baseUnit.size() == 1 && baseUnit.at(0) == QLatin1Char('s')) {
+        const double seconds = algoGetPrefixFactor(prefix) * n;
+        if (seconds >= timeFrom && seconds < timeBefore) return timeText(seconds);
+    }
+    const QString number = QString::number(n, 'g', std::min(resolution, mostDigits));
+    if (prefix == ' ') return number % QLatin1Char(' ') % baseUnit;
+    return number % QLatin1Char(' ') % algoGetPrintablePrefix(prefix) % baseUnit;
+}
+
+double parseNumber(const QString& text, const QString& baseUnit, char defaultPf, bool* valid, char* prefix,
+                   bool* incomplete)
+{
+    QString rest = text.simplified();
+    const QString lower = rest.toLower();
+    const QString unit = baseUnit.trimmed().toLower();
+    int unitLength = 0;
+    const UnitFound found = findUnit(lower, unit, &unitLength);
+
+    if (found == UnitFound::None && unit == QLatin1String("s") && lower.endsWith(QLatin1Char('h'))) {
+        if (incomplete != nullptr) *incomplete = false;
+        rest.chop(1);
+        return parseTime(rest.remove(QLatin1Char(' ')), valid);
+    }
+
+    if (found != UnitFound::None) chopLower(&rest, unitLength);
+    char pf = prefixCandidate(rest);
+    if (algoGetPrefixFactor(pf) == 0.0) {
+        pf = found != UnitFound::None ? ' ' : prefix != nullptr ? *prefix : defaultPf;
+    } else {
+        rest.chop(1);
+    }
+    if (prefix != nullptr) *prefix = pf;
+
+    bool converts = false;
+    const double number = rest.remove(QLatin1Char(' ')).toDouble(&converts);
+    if (valid != nullptr) *valid = converts;
+    if (incomplete != nullptr) *incomplete = found != UnitFound::Whole;
+    return algoGetPrefixFactor(pf) * number;
+}
