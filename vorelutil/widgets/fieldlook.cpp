@@ -1,0 +1,216 @@
+#include "fieldlook.h"
+
+#include "qthelpers.h"
+
+#include <QEvent>
+#include <QHash>
+#include <QPalette>
+#include <QWidget>
+
+#include <algorithm>
+#include <cmath>
+
+namespace {
+
+constexpr double wantedContrast = 4.5;
+constexpr QPalette::ColorGroup groups[] = {QPalette::Active, QPalette::Inactive, QPalette::Disabled};
+
+/// Relative luminance of a colour as WCAG 2 defines it: 0 black, 1 white.
+double luminance(QColor const& color)
+{
+    auto const linear = [](double c) {
+        return c <= 0.03928 ? c / 12.92 : std::pow((c + 0.055) / 1.055, 2.4);
+    };
+    return 0.2126 * linear(color.redF()) + 0.7152 * linear(color.greenF()) + 0.0722 * linear(color.blueF());
+}
+
+double contrast(QColor const& a, QColor const& b)
+{
+    double const first = luminance(a);
+    double const second = luminance(b);
+    return (std::max(first, second) + 0.05) / (std::min(first, second) + 0.05);
+}
+
+/// `part` of `upper` over the rest of `lower`.
+QColor mix(QColor const& upper, QColor const& lower, double part)
+{
+    auto const channel = [part](int u, int l) {
+        return static_cast<int>(std::lround(part * u + (1 - part) * l));
+    };
+    return QColor(channel(upper.red(), lower.red()), channel(upper.green(), lower.green()),
+                  channel(upper.blue(), lower.blue()));
+}
+
+/// What the eye sees of a colour that may be transparent.
+QColor seen(QColor const& color, QColor const& behind)
+{
+    return mix(color, behind, color.alphaF());
+}
+
+QColor strongTextOn(QColor const& background)
+{
+    return contrast(Qt::black, background) >= contrast(Qt::white, background) ? Qt::black : Qt::white;
+}
+
+/// The faintest mix of the strong text colour with the background that still has the contrast.
+QColor mutedTextOn(QColor const& background)
+{
+    QColor const strong = strongTextOn(background);
+    for (int percent = 40; percent < 100; percent += 5) {
+        QColor const muted = mix(strong, background, percent / 100.0);
+        if (contrast(muted, background) >= wantedContrast) return muted;
+    }
+    return strong;
+}
+
+/// The look of one field: its child, and the filter that hears of palette changes.
+class Look : public QObject
+{
+public:
+    explicit Look(QWidget* field);
+    ~Look() override;
+
+    static Look* of(QWidget* field);
+    void setBackground(QColor const& color);
+
+protected:
+    bool eventFilter(QObject* watched, QEvent* event) override;
+
+private:
+    void keepReadable();
+    void giveBackText();
+    void takeText(QPalette const& callers);
+    bool ownsText() const;
+
+    QWidget* const m_field;
+    bool m_changing = false;      ///< a palette change that comes now is our own
+    bool m_hasBackground = false; ///< `m_background` is what the field's palette has
+    bool m_tookText = false;
+    QColor m_background;
+    QPalette m_callers; ///< the field's palette when its text was taken
+    QPalette m_taken;   ///< the field's palette with the text that we gave it
+};
+
+QHash<QWidget*, Look*>& looks()
+{
+    static auto& all = *new QHash<QWidget*, Look*>;
+    return all;
+}
+
+Look::Look(QWidget* field)
+    : QObject(field)
+    , m_field(field)
+{
+    looks().insert(field, this);
+    field->installEventFilter(this);
+}
+
+Look::~Look()
+{
+    looks().remove(m_field);
+}
+
+Look* Look::of(QWidget* field)
+{
+    Look* const look = looks().value(field);
+    return look != nullptr ? look : new Look(field);
+}
+
+void Look::setBackground(QColor const& color)
+{
+    if (m_hasBackground && m_background == color) return;
+    m_changing = true;
+    qth_setWidgetColor(m_field, color, false);
+    m_changing = false;
+    m_background = color;
+    m_hasBackground = true;
+    keepReadable();
+}
+
+bool Look::eventFilter(QObject* watched, QEvent* event)
+{
+    bool const palette =
+        event->type() == QEvent::PaletteChange || event->type() == QEvent::ApplicationPaletteChange;
+    if (palette && watched == m_field && !m_changing) {
+        // Somebody else may have given the field another background: then the next call is none of the same.
+        QPalette const now = m_field->palette();
+        for (auto const group : groups) {
+            m_hasBackground = m_hasBackground && now.color(group, m_field->backgroundRole()) == m_background;
+        }
+        keepReadable();
+    }
+    return QObject::eventFilter(watched, event);
+}
+
+void Look::keepReadable()
+{
+    m_changing = true;
+    giveBackText();
+    QPalette const callers = m_field->palette();
+    bool readable = true;
+    for (auto const group : groups) {
+        QColor const background =
+            seen(callers.color(group, m_field->backgroundRole()), callers.color(group, QPalette::Window));
+        QColor const text = seen(callers.color(group, m_field->foregroundRole()), background);
+        readable = readable && contrast(text, background) >= wantedContrast;
+    }
+    if (!readable) takeText(callers);
+    m_changing = false;
+}
+
+bool Look::ownsText() const
+{
+    QPalette const now = m_field->palette();
+    return m_tookText && std::all_of(std::begin(groups), std::end(groups), [&](auto group) {
+               return now.color(group, m_field->foregroundRole()) ==
+                      m_taken.color(group, m_field->foregroundRole());
+           });
+}
+
+/// Text and placeholder get the colours back that they had before, or would have by now: those that the field
+/// was given itself, and for the rest those that it inherits.
+void Look::giveBackText()
+{
+    if (ownsText()) {
+        QPalette palette = m_field->palette();
+        for (auto const role : {m_field->foregroundRole(), QPalette::PlaceholderText}) {
+            uint const bit = 1U << role;
+            if ((m_callers.resolve() & bit) == 0) {
+                palette.resolve(palette.resolve() & ~bit);
+            } else {
+                for (auto const group : groups) palette.setBrush(group, role, m_callers.brush(group, role));
+            }
+        }
+        m_field->setPalette(palette);
+    }
+    m_tookText = false;
+}
+
+void Look::takeText(QPalette const& callers)
+{
+    QPalette palette = callers;
+    for (auto const group : groups) {
+        QColor const background =
+            seen(callers.color(group, m_field->backgroundRole()), callers.color(group, QPalette::Window));
+        auto const keepReadableRole = [&](QPalette::ColorRole role, QColor const& otherwise) {
+            bool const readable =
+                contrast(seen(callers.color(group, role), background), background) >= wantedContrast;
+            palette.setColor(group, role, readable ? callers.color(group, role) : otherwise);
+        };
+        QColor const muted = mutedTextOn(background);
+        keepReadableRole(m_field->foregroundRole(),
+                         group == QPalette::Disabled ? muted : strongTextOn(background));
+        keepReadableRole(QPalette::PlaceholderText, muted);
+    }
+    m_field->setPalette(palette);
+    m_callers = callers;
+    m_taken = palette;
+    m_tookText = true;
+}
+
+} // namespace
+
+void fieldlook::setBackground(QWidget* field, QColor const& color)
+{
+    Look::of(field)->setBackground(color);
+}
