@@ -16,6 +16,8 @@ struct SimArguments
     std::int64_t port = 0;
     std::int64_t position = 0;
     std::int64_t confirm = 50;
+    std::int64_t refuseEvery = 0;
+    double ownChanges = 0.0;
     std::int64_t seed = 1;
     std::string surface;
     QVector<Simulator::Fault> faults;
@@ -30,6 +32,8 @@ int simulate(const SimArguments& arguments)
     options.port = int(arguments.port);
     options.position = int(arguments.position);
     options.confirmMilliseconds = int(arguments.confirm);
+    options.refuseEvery = int(arguments.refuseEvery);
+    options.ownChangesSeconds = arguments.ownChanges;
     options.seed = quint32(arguments.seed);
     options.surfaceFile = QString::fromLocal8Bit(arguments.surface.c_str());
     options.faults = arguments.faults;
@@ -55,6 +59,10 @@ void addSimCommand(CLI::App& app, Work* work)
     addNumber(*command, "--port", 0, 65535, &arguments->port, "TCP port; 0, the default, takes a free one");
     addNumber(*command, "--position", 0, 2147483647, &arguments->position, "Position of the first sample");
     addNumber(*command, "--confirm", 0, 60000, &arguments->confirm, "Milliseconds to an answer (50)");
+    addNumber(*command, "--refuse-every", 0, 1000000, &arguments->refuseEvery,
+              "Refuse every so-manieth setting of a value; 0, the default, none");
+    addSeconds(*command, "--own-changes", &arguments->ownChanges,
+               "Change a value by itself every so many seconds; 0, the default, never");
     addNumber(*command, "--seed", 0, 4294967295, &arguments->seed, "Another number, another surface (1)");
     command->add_option("--surface", arguments->surface,
                         "Write the samples to this file as they are sent (int32, little-endian)");

@@ -21,6 +21,12 @@ enum Address : std::int32_t
     lineRate = 0x0044,        ///< lines (stream: samples) per second, 1 to 100000
     samplePosition = 0x0045,  ///< position of the next sample, 0 to 2147483647
     samples = 0x0100,         ///< told: `Ind` = absolute position of the first sample, data = samples
+    sweepPoint = 0x1070,      ///< number of the point that was just set, from 0 on
+    sweepStart = 0x1071,      ///< in the scale that `sweepUnit` names, as `sweepEnd`
+    sweepEnd = 0x1072,
+    sweepSteps = 0x1073,    ///< points of a sweep in one direction, 2 or more
+    sweepUnit = 0x1074,     ///< a unit code as `algoGetBaseUnit` takes it
+    sweepBothWays = 0x1075, ///< 1: forward and back
 };
 
 enum Acquisition : std::int32_t

@@ -31,10 +31,22 @@ constexpr Parameter parameters[] = {
     {controller::frameMode,         true,    2,            6,           4},
     {controller::lineRate,          true,    1,            100000,      500},
     {controller::samplePosition,    true,    0,            2147483647,  0},
+    {controller::sweepPoint,        true,    0,            2147483647,  0},
+    {controller::sweepStart,        true,   -2147483648LL, 2147483647,  0},
+    {controller::sweepEnd,          true,   -2147483648LL, 2147483647,  0},
+    {controller::sweepSteps,        true,    2,            2147483647,  2},
+    {controller::sweepUnit,         true,    0,            65535,       0x80},
+    {controller::sweepBothWays,     true,    0,            1,           0},
 };
 // clang-format on
 
 constexpr std::size_t parameterCount = sizeof parameters / sizeof *parameters;
+
+/// What an operator sets, and neither a scan nor a sweep.
+constexpr bool isOperatorsValue(std::int32_t address)
+{
+    return address >= controller::outputVoltage && address <= controller::attenuator;
+}
 
 /// Place of an address in `parameters`; -1: no such parameter.
 constexpr int findParameter(std::int32_t address)

@@ -27,8 +27,9 @@ constexpr std::size_t headerBytes = 20;
 
 } // namespace
 
-Server::Server(const Simulator::Options& options)
+Server::Server(const Simulator::Options& options, const Simulator::Manner& manner)
     : m_options(options)
+    , m_manner(manner)
     , m_source(options.seed)
     , m_position(std::uint32_t(std::max(options.position, 0)))
     , m_block(headerBytes + 4 * blockSamples)
@@ -113,8 +114,7 @@ void Server::serve(Client* client)
            client->takeRequest(&request)) {
         ++client->waiting;
         m_pending.push_back(
-            {client, request,
-             m_clock.nsecsElapsed() + std::int64_t(std::max(m_options.confirmMilliseconds, 0)) * 1000000});
+            {client, request, m_clock.nsecsElapsed() + std::int64_t(m_manner.confirmMilliseconds) * 1000000});
     }
     if (m_flooding) flood(client);
     if (!m_pending.empty() && !m_confirmTimer.isActive()) confirmDue();
@@ -149,6 +149,8 @@ void Server::confirm(Client* client, const Client::Request& request)
     } else if (request.type == typeSet && request.hasWord && parameters[found].writable) {
         if (request.word < parameters[found].first || request.word > parameters[found].last)
             reason = reasonOutOfRange;
+        else if (isOperatorsValue(request.address) && refusesNow())
+            reason = reasonUnknownError;
         else
             assign(std::size_t(found), request.word);
     } else if (request.type != typeGet) {
@@ -158,6 +160,15 @@ void Server::confirm(Client* client, const Client::Request& request)
     const std::vector<char> ack =
         encodeTelegram(typeAck, request.address, request.index, request.number, words, 2);
     client->send(ack.data(), ack.size());
+}
+
+/// Counts a value that is being set; every so-manieth is refused.
+bool Server::refusesNow()
+{
+    const int every = m_manner.refuseEvery;
+    if (std::exchange(m_refuseTurn, m_manner.refuseTurn) != m_refuseTurn) m_settings = 0;
+    m_settings = every > 0 ? m_settings % every + 1 : 0;
+    return every > 0 && m_settings == every;
 }
 
 std::int32_t Server::value(std::size_t parameter)
@@ -269,11 +280,16 @@ void Server::endSurface()
 
 // Tells
 
+std::uint32_t Server::random()
+{
+    m_noise = m_noise * 1664525u + 1013904223u;
+    return m_noise >> 16;
+}
+
 /// The voltage with noise of up to 5 mV.
 std::int32_t Server::readBack()
 {
-    m_noise = m_noise * 1664525u + 1013904223u;
-    return current(outputVoltage) + std::int32_t(m_noise >> 16) % 11 - 5;
+    return current(outputVoltage) + std::int32_t(random()) % 11 - 5;
 }
 
 std::vector<char> Server::readBackTelegram()
@@ -285,6 +301,26 @@ std::vector<char> Server::readBackTelegram()
 void Server::tellReadBack()
 {
     const std::vector<char> bytes = readBackTelegram();
+    for (Client* client : m_clients)
+        if (client->unsentBytes() < maxUnsent) client->send(bytes.data(), bytes.size());
+    const std::int64_t interval = m_manner.ownChangesNs;
+    if (interval > 0 && m_clock.nsecsElapsed() - m_ownChangedNs >= interval) tellOwnChange();
+}
+
+/// Frequency and exposure time in turn, by up to 5 % up or down, and at least by 1.
+void Server::tellOwnChange()
+{
+    m_ownChangedNs = m_clock.nsecsElapsed();
+    m_ownFrequency = !m_ownFrequency;
+    const Parameter& parameter =
+        parameters[findParameter(m_ownFrequency ? controller::frequency : controller::exposureTime)];
+    const std::int64_t before = current(controller::Address(parameter.address));
+    const std::int64_t change = 1 + before * (random() % 50) / 1000;
+    const std::int64_t after =
+        before + (random() % 2 == 0 || before - change < parameter.first ? change : -change);
+    const std::int32_t word = std::int32_t(after > parameter.last ? before - change : after);
+    assign(std::size_t(&parameter - parameters), word);
+    const std::vector<char> bytes = encodeTelegram(typeTell, parameter.address, 0, 0, &word, 1);
     for (Client* client : m_clients)
         if (client->unsentBytes() < maxUnsent) client->send(bytes.data(), bytes.size());
 }

@@ -21,7 +21,8 @@ class Server : public QObject
     Q_OBJECT
 
 public:
-    explicit Server(const Simulator::Options& options);
+    /// `manner` must outlive the server; other threads may change it.
+    Server(const Simulator::Options& options, const Simulator::Manner& manner);
 
     /// Opens surface file and port. False with `*error` in words when that fails.
     bool open(QString* error);
@@ -46,7 +47,10 @@ private:
     void assign(std::size_t parameter, std::int32_t value);
     void applyScan();
 
+    bool refusesNow();
     void tellReadBack();
+    void tellOwnChange();
+    std::uint32_t random();
     std::int32_t readBack();
     std::vector<char> readBackTelegram();
     bool scanHeldBack() const;
@@ -59,6 +63,7 @@ private:
     void flood(Client* client);
 
     const Simulator::Options m_options;
+    const Simulator::Manner& m_manner;
     QTcpServer m_server;
     QElapsedTimer m_clock;
     QTimer m_confirmTimer;
@@ -78,6 +83,10 @@ private:
     std::vector<std::int32_t> m_samples;
 
     bool m_refusing = false;
+    int m_refuseTurn = 0;            ///< the last one seen in `m_manner`
+    int m_settings = 0;              ///< values set in this turn
+    std::int64_t m_ownChangedNs = 0; ///< when a value changed by itself last
+    bool m_ownFrequency = false;     ///< it was the frequency
     bool m_flooding = false;
     std::uint32_t m_noise = 1;
     QVector<Simulator::FaultKind> m_awaiting; ///< faults that want a connection and found none

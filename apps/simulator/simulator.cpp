@@ -2,12 +2,16 @@
 
 #include "server.h"
 
+#include <algorithm>
 #include <QEventLoop>
 #include <QTimer>
 
 Simulator::Simulator(const Options& options)
     : m_options(options)
 {
+    setConfirmMilliseconds(options.confirmMilliseconds);
+    setRefuseEvery(options.refuseEvery);
+    setOwnChanges(options.ownChangesSeconds);
 }
 
 Simulator::~Simulator()
@@ -36,12 +40,29 @@ int Simulator::port() const
     return m_port;
 }
 
+void Simulator::setConfirmMilliseconds(int milliseconds)
+{
+    m_manner.confirmMilliseconds = std::max(milliseconds, 0);
+}
+
+void Simulator::setRefuseEvery(int every)
+{
+    m_manner.refuseEvery = every;
+    ++m_manner.refuseTurn;
+}
+
+void Simulator::setOwnChanges(double seconds)
+{
+    const bool ever = seconds > 0.0; // false for a NaN, too
+    m_manner.ownChangesNs = ever ? std::int64_t(std::min(seconds, 1e6) * 1e9) : 0;
+}
+
 /// The thread's body. The server is made, used and destroyed here; port and error are the caller's until the
 /// port is told, 0 for a failure.
 void Simulator::serve(std::promise<int>* port, QString* error)
 {
     QEventLoop loop; // first: it gives the thread the dispatcher that timers and sockets need
-    Server server(m_options);
+    Server server(m_options, m_manner);
     if (!server.open(error)) {
         port->set_value(0);
         return;

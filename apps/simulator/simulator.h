@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstdint>
 #include <future>
 #include <QString>
 #include <QVector>
@@ -10,8 +11,9 @@
 ///
 /// Answers requests, tells its read-back and the samples of a running acquisition. What it samples is a pure
 /// function of seed, acquisition, frame mode, geometry and position, so that two runs give the same samples
-/// however fast they go. All functions are called from one thread, while a `QCoreApplication` exists; the
-/// server's own thread is inside. See docs/simulator.md for what it answers.
+/// however fast they go. All functions are called from one thread, while a `QCoreApplication` exists, but for
+/// the setters, which any thread may call at any time; the server's own thread is inside. See
+/// docs/simulator.md for what it answers.
 class Simulator
 {
 public:
@@ -33,9 +35,11 @@ public:
     struct Options
     {
         QString address = QStringLiteral("127.0.0.1");
-        int port = 0;                 ///< 0: the system chooses
-        int confirmMilliseconds = 50; ///< from a request to its "ACK"
-        int position = 0;             ///< of the first sample
+        int port = 0;                   ///< 0: the system chooses
+        int confirmMilliseconds = 50;   ///< from a request to its "ACK"; below 0 acts as 0
+        int refuseEvery = 0;            ///< every so-manieth "SET" of a value is refused; below 1: none
+        double ownChangesSeconds = 0.0; ///< time between changes of its own; not above 0: none
+        int position = 0;               ///< of the first sample
         /// Where samples go as they are sent, each once, in order (int32, little-endian). Whole when an
         /// acquisition has stopped and at the end. Empty: nowhere; "-": standard output.
         QString surfaceFile;
@@ -54,6 +58,24 @@ public:
     /// The port that is listened on; 0 before `start`.
     int port() const;
 
+    /// Counts for the requests that arrive from then on.
+    void setConfirmMilliseconds(int milliseconds);
+    /// Every `every`-th "SET" of 0x0021 to 0x0025 that would be taken is refused with reason 99, counted from
+    /// now on; below 1: none.
+    void setRefuseEvery(int every);
+    /// Frequency or exposure time change by themselves every `seconds`, as if somebody turned a knob, and are
+    /// told. Not above 0: never.
+    void setOwnChanges(double seconds);
+
+    /// What the setters change while the server runs.
+    struct Manner
+    {
+        std::atomic<int> confirmMilliseconds;
+        std::atomic<int> refuseEvery;
+        std::atomic<int> refuseTurn = 0; ///< counts the calls of the setter
+        std::atomic<std::int64_t> ownChangesNs;
+    };
+
     /// "drop", "stall@2.5" ...: a fault by name. False when the text is no fault.
     static bool parseFault(const QString& text, Fault* fault);
 
@@ -61,6 +83,7 @@ private:
     void serve(std::promise<int>* port, QString* error);
 
     const Options m_options;
+    Manner m_manner;
     int m_port = 0;
     std::atomic<bool> m_stop = false; ///< asks the server's thread to end
     std::thread m_thread;             ///< joinable while started

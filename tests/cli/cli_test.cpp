@@ -113,6 +113,8 @@ TEST(Vorel, TellsWrongUsage)
         {"set 1 4294967296 --port 1", 2, "", usage + "VALUE: \"4294967296\"" + wordRange},
         {"sim --port 65536", 2, "", usage + "--port: \"65536\" is no number from 0 to 65535" + help},
         {"sim --fault fire", 2, "", usage + "--fault: \"fire\" is no fault: KIND or KIND@SECONDS, 0 to 1000000 seconds" + help},
+        {"sim --refuse-every -1", 2, "", usage + "--refuse-every: \"-1\" is no number from 0 to 1000000" + help},
+        {"sim --own-changes nan", 2, "", usage + "--own-changes: \"nan\" is no number of seconds" + help},
         {"monitor --port 1 --seconds 1,5", 2, "", usage + "--seconds: \"1,5\" is no number of seconds" + help},
         {"sim --surface /nonexistent/x", 1, "",
          "vorel: Simulator: cannot write /nonexistent/x: No such file or directory\n"},
@@ -123,7 +125,7 @@ TEST(Vorel, TellsWrongUsage)
 
 TEST(Vorel, GetsAndSets)
 {
-    Sim sim({"--fault", "stall"});
+    Sim sim({"--fault", "stall", "--refuse-every", "4"});
     // clang-format off
     expectRows({ // the first connection meets silence, later ones work
         {"get 0x22", 1, "", "vorel: Link: no answer from 127.0.0.1:" + sim.port + '\n'},
@@ -131,6 +133,7 @@ TEST(Vorel, GetsAndSets)
         {"set 0x21 -0x10", 0, "", ""}, {"get 0x21", 0, "-16\n", ""},
         {"set 0x24 0xFFFFFFFE 3", 0, "", ""}, {"get 0x24", 0, "-2\n", ""},
         {"set 0x25 010", 0, "", ""}, {"get 0x25", 0, "10\n", ""},
+        {"set 0x25 11", 1, "", "vorel: Refused: unknown error\n"}, // the fourth
         {"set 0x21 10001", 1, "", "vorel: Refused: out of range\n"},
         {"get -1", 1, "", "vorel: Refused: invalid address\n"},
         {"set 0x26 1", 1, "", "vorel: Refused: unknown error\n"}}, sim.option);

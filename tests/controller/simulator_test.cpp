@@ -86,6 +86,8 @@ TEST(Simulator, AnswersByTheTable)
         {0, 0x43, {1}, 2, 4}, {0, 0x43, {7}, 2, 4}, {0, 0x44, {100001}, 2, 500},
         {0, 0x45, {-1}, 2, 0}, {0, 0x45, {2147483647}, 0, 2147483647}, {1, 0x45, {}, 0, 2147483647},
         {0, 0x25, {7, 9000, 1}, 0, 7}, // only the first word counts
+        {0, 0x1071, {least}, 0, least}, {0, 0x1072, {-1}, 0, -1}, {0, 0x1073, {1}, 2, 2}, // a sweep
+        {0, 0x1074, {0x280}, 0, 0x280}, {0, 0x1075, {1}, 0, 1}, {0, 0x1075, {2}, 2, 1}, {0, 0x1070, {19}, 0, 19},
         {1, 0x99, {}, 1, 0}, {1, 0x100, {}, 1, 0}, {0, 0x50, {1}, 1, 0}, // unknown, told only, not there yet
         {0, 0x22, {}, 99, 50000000}, {2, 0x22, {}, 99, 50000000}, {9, 0x22, {}, 99, 50000000}, // no data, types
     };
@@ -115,6 +117,49 @@ TEST(Simulator, ConfirmsLaterAndInOrder)
         EXPECT_EQ((Samples{ack.length, ack.index, ack.number, ack.words.back()}), (Samples{24, -i, i, i}));
     }
     EXPECT_GE(clock.elapsed(), 59);
+}
+
+TEST(Simulator, ChangesItsMannerWhileItRuns)
+{
+    Rig rig;
+    Probe& probe = rig.probe;
+    const auto reasons = [&probe](int from, int to) { // of settings of the attenuator
+        std::string text;
+        for (qint32 i = from; i < to; ++i) {
+            const Samples answer = probe.ask(0, 0x25, {i});
+            EXPECT_EQ(answer, (answer[0] == 0 ? Samples{0, i} : Samples{99, i - 1})); // refused: as before
+            text += answer[0] == 0 ? '.' : 'x';
+        }
+        return text;
+    };
+    EXPECT_EQ(reasons(1, 5), "....");
+    rig.setRefuseEvery(3);
+    EXPECT_EQ(reasons(5, 7), "..");
+    for (const qint32 address : {0x25, 0x41, 0x1070}) // out of range, the scan's, a sweep's: none counts
+        EXPECT_NE(probe.ask(0, address, {address == 0x25 ? 5000 : 7})[0], 99);
+    EXPECT_EQ(reasons(7, 13), "x..x..");
+    rig.setRefuseEvery(1); // counted anew
+    EXPECT_EQ(reasons(13, 14), "x");
+    rig.setRefuseEvery(0);
+
+    QElapsedTimer clock;
+    clock.start();
+    rig.setConfirmMilliseconds(100);
+    probe.ask(1, 0x21);
+    EXPECT_GE(clock.elapsed(), 99);
+    rig.setConfirmMilliseconds(-1);
+
+    rig.setOwnChanges(0.001);
+    for (const auto& [address, before] : {std::pair(0x22, 1000000), std::pair(0x23, 100)}) {
+        const qint32 told = probe.next(4, address).words.at(0);
+        EXPECT_NE(told, before);
+        EXPECT_NEAR(told, before, 0.05 * before + 1);
+    }
+    rig.setOwnChanges(0);
+    probe.ask(1, 0x21); // whatever was under way is here
+    const qint32 frequency = probe.ask(1, 0x22)[1];
+    for (int tells = 0; tells < 4; ++tells) ASSERT_EQ(probe.next().address, 0x27);
+    EXPECT_EQ(probe.ask(1, 0x22)[1], frequency);
 }
 
 TEST(Simulator, ShowsOneSurfaceInEveryMode)
