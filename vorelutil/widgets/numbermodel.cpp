@@ -2,11 +2,14 @@
 
 #include <algorithm>
 #include <cmath>
+#include <exception>
 #include <limits>
 #include <QStringBuilder>
 #include <QStringView>
 #include <vorelutil/algo/prefix.h>
 #include <vorelutil/algo/rounding.h>
+#include <vorelutil/eval/evaluator.h>
+#include <vorelutil/trace/error.h>
 
 namespace {
 
@@ -24,10 +27,15 @@ constexpr double timeBefore = 9223372036854775808.0; // 2^63
 /// The value of a conversion formula, NaN when it does not evaluate.
 double formulaValue(const std::string& formula, double scale, double offset, double x)
 {
-    (void)formula;
-    (void)scale;
-    (void)offset;
-    (void)x;
+    try {
+        Evaluator evaluator;
+        evaluator.setVariable("scale", scale);
+        evaluator.setVariable("offset", offset);
+        evaluator.setVariable("x", x);
+        return evaluator.evaluateDouble(formula);
+    } catch (const Error&) {          // the formula
+    } catch (const std::exception&) { // the memory
+    }
     return notANumber;
 }
 
