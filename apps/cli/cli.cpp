@@ -17,6 +17,17 @@ void handleMessage(QtMsgType type, const QMessageLogContext&, const QString& tex
     diagnose("Warning", text.toStdString());
 }
 
+/// What is wrong with a command line. The parser misses a command before it looks at what stands in its
+/// place.
+std::string usageText(const CLI::App& app, const CLI::ParseError& error)
+{
+    const CLI::App* command = &app;
+    while (!command->get_subcommands().empty()) command = command->get_subcommands().front();
+    if (command->get_require_subcommand_min() > 0 && command->remaining_size() > 0)
+        return '"' + command->remaining().front() + "\" is no command";
+    return error.what();
+}
+
 int parseAndWork(CLI::App& app, Work& work, int argc, char** argv)
 {
     try {
@@ -26,7 +37,7 @@ int parseAndWork(CLI::App& app, Work& work, int argc, char** argv)
             app.exit(error);
             return exitDone;
         }
-        diagnose("Usage", std::string(error.what()) + " (try --help)");
+        diagnose("Usage", usageText(app, error) + " (try --help)");
         return exitUsage;
     }
     try {
@@ -53,6 +64,7 @@ int run(int argc, char** argv)
     addSimCommand(app, &work);
     addLinkCommands(app, &work);
     addFrameCommands(app, &work);
+    addEvalCommand(app, &work);
 
     const int code = parseAndWork(app, work, argc, argv);
     if ((std::fflush(stdout) != 0 || std::ferror(stdout) != 0) && code == exitDone) {

@@ -26,6 +26,7 @@ using Work = std::function<int()>;
 void addSimCommand(CLI::App& app, Work* work);
 void addLinkCommands(CLI::App& app, Work* work);
 void addFrameCommands(CLI::App& app, Work* work);
+void addEvalCommand(CLI::App& app, Work* work);
 
 /// Runs `vorel`. A `QCoreApplication` must exist. Result: the exit code.
 int run(int argc, char** argv);

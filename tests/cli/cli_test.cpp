@@ -108,6 +108,8 @@ TEST(Vorel, TellsWrongUsage)
     // clang-format off
     expectRows({
         {"frame", 2, "", usage + "A subcommand is required" + help},
+        {"foo --port 1", 2, "", usage + "\"foo\" is no command" + help},
+        {"frame foo x", 2, "", usage + "\"foo\" is no command" + help},
         {"get 0x21", 2, "", usage + "--port is required" + help},
         {"set 1 0x1G --port 1", 2, "", usage + "VALUE: \"0x1G\"" + wordRange},
         {"set 1 4294967296 --port 1", 2, "", usage + "VALUE: \"4294967296\"" + wordRange},
@@ -121,6 +123,23 @@ TEST(Vorel, TellsWrongUsage)
     });
     // clang-format on
     EXPECT_EQ(run("--help").code, 0);
+}
+
+TEST(Vorel, EvaluatesFormulas)
+{
+    const QByteArray variable = " is no NAME=VALUE with a number for VALUE (try --help)\n";
+    // clang-format off
+    expectRows({
+        {"eval --var x=5 --var scale=0x1F +(*(x,scale),offset) --var offset=-0.5", 0, "154.5\n", ""},
+        {"eval -(1,3)", 0, "-2\n", ""}, {"eval -- -(1,3)", 0, "-2\n", ""}, {"eval -7", 0, "-7\n", ""},
+        {"eval *(0.1,3)", 0, "0.30000000000000004\n", ""}, {"eval /(-1,0)", 0, "-inf\n", ""},
+        {"eval --var x=-0x10 +(1)", 1, "", "vorel: XML Error: Parameter count doesn't match in \"+(1)\"\n"},
+        {"eval", 2, "", "vorel: Usage: EXPR is required (try --help)\n"},
+        {"eval -(1,3) 4", 2, "", "vorel: Usage: The following argument was not expected: -(1,3) (try --help)\n"},
+        {"eval x --var x=1,5", 2, "", "vorel: Usage: --var: \"x=1,5\"" + variable},
+        {"eval x --var =1", 2, "", "vorel: Usage: --var: \"=1\"" + variable},
+    });
+    // clang-format on
 }
 
 TEST(Vorel, GetsAndSets)
