@@ -81,7 +81,7 @@ enum class UnitFound
     Whole
 };
 
-/// How much of `unit` (lower case) ends `lower`; the number of its characters goes to `*length`.
+/// How much of `unit` stands at the end of `lower`; the number of its characters goes to `*length`.
 UnitFound findUnit(const QString& lower, const QString& unit, int* length)
 {
     *length = unit.size();
@@ -192,8 +192,9 @@ double parseNumber(const QString& text, const QString& baseUnit, char defaultPf,
                    bool* incomplete)
 {
     QString rest = text.simplified();
-    const QString lower = rest.toLower();
     const QString unit = baseUnit.trimmed().toLower();
+    // The end alone: the toolkit takes quadratic time for some letters. One more for a split pair.
+    const QString lower = rest.right(unit.size() + 1).toLower();
     int unitLength = 0;
     const UnitFound found = findUnit(lower, unit, &unitLength);
 
