@@ -16,7 +16,7 @@
 ///
 /// - Numbers are decimal ("2.5", "-1e3", "+.5"; the decimal point in every locale), or "0x" and a signed
 /// 32-bit
-///   hexadecimal number ("0x1F"). Kept: blanks, a sign or a further "0x" may follow the "0x", as stream
+///   hexadecimal number ("0x1F"). Kept: blanks, a sign and a second "0x" may follow the "0x", as stream
 ///   extraction takes them. What such a read would not take to the end ("12abc", "1e", "0X1F", "inf",
 ///   "1e400", "0x80000000") is no number but a name; what is too small for a double ("1e-400") is 0.
 /// - A name with exactly one "#" outside parentheses is composed: what follows the "#" is evaluated, written

@@ -16,7 +16,7 @@ bool readHexadecimal(std::string_view digits, double* value)
     while (!digits.empty() && isSpace(digits.front())) digits.remove_prefix(1);
     const bool negative = !digits.empty() && digits.front() == '-';
     if (negative || (!digits.empty() && digits.front() == '+')) digits.remove_prefix(1);
-    while (digits.size() >= 2 && digits[0] == '0' && (digits[1] == 'x' || digits[1] == 'X'))
+    if (digits.size() >= 2 && digits[0] == '0' && (digits[1] == 'x' || digits[1] == 'X'))
         digits.remove_prefix(2);
 
     std::uint32_t magnitude = 0;
