@@ -8,6 +8,7 @@
 
 #include <cmath>
 #include <QFontMetrics>
+#include <QMenu>
 #include <QSignalBlocker>
 #include <QTimer>
 #include <utility>
@@ -65,7 +66,13 @@ UnitEdit::UnitEdit(QWidget* parent, DfltInputPf dfltInputPf, const bool* selectO
     setMinimumWidth(fontMetrics().horizontalAdvance(QStringLiteral("1234.567 mm")));
 }
 
-UnitEdit::~UnitEdit() = default;
+UnitEdit::~UnitEdit()
+{
+    // The menu may be at work still, with the very entry that deletes the field: who runs it deletes it.
+    if (!m_openMenu) return;
+    m_openMenu->setParent(nullptr);
+    m_openMenu->close();
+}
 
 double UnitEdit::value2Number(int v) const
 {

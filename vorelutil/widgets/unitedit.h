@@ -38,9 +38,9 @@ struct NumberModel;
 ///     connect(exposure, &UnitEdit::changed, this, &Panel::sendExposure);
 ///     exposure->setValue(250);                          // "250 ms"
 ///
-/// Thread: GUI thread. Nothing is thrown. A slot of any signal may delete the field, unless the signal comes
-/// out of a key or focus event (Return): there the toolkit itself goes on with the field, so use
-/// `deleteLater`.
+/// Thread: GUI thread. Nothing is thrown. A slot of any signal, and an entry of the menu, may delete the
+/// field. The exception is `changed` when the focus is lost or a key is pressed: there the toolkit itself
+/// goes on with the field, so use `deleteLater`.
 ///
 /// `value` is the USER property. It has no NOTIFY signal: `changed` tells only what the user commits, and
 /// what the program sets is not announced to the program.
@@ -373,8 +373,8 @@ protected:
     void keyPressEvent(QKeyEvent* event) override;
     void wheelEvent(QWheelEvent* event) override;
 
-    /// Runs a menu modally and deletes it; null and a menu or field that is deleted meanwhile are fine.
-    static void runMenu(QMenu* menu, const QPoint& globalPos);
+    /// Runs a menu of this field modally and deletes it, also when the field is deleted meanwhile.
+    void runMenu(QMenu* menu, const QPoint& globalPos);
 
 private:
     /// What the last rendering showed: the same value need not be rendered again.
@@ -412,6 +412,7 @@ private:
 
     QTimer* m_commitTimer;
     QPointer<StepDialog> m_stepDialog;
+    QPointer<QMenu> m_openMenu;
     std::unique_ptr<NumberModel> m_model; ///< prefixes, factor, offset, unit, limits, resolution, formulas
     double m_tolerance = 0.0;
     Savable m_absStep;

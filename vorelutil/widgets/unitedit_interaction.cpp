@@ -307,13 +307,13 @@ QMenu* UnitEdit::createContextMenu()
 void UnitEdit::contextMenuEvent(QContextMenuEvent* event)
 {
     const QPoint position = event->globalPos();
-    runMenu(createContextMenu(), position);
+    if (const QPointer<QMenu> menu = createContextMenu()) runMenu(menu, position);
 }
 
 void UnitEdit::runMenu(QMenu* menu, const QPoint& globalPos)
 {
-    if (menu == nullptr) return;
     const QPointer<QMenu> alive(menu);
+    m_openMenu = menu;
     menu->exec(globalPos);
     delete alive.data();
 }
