@@ -1,61 +1,21 @@
 #include <vorelutil/widgets/fieldlook.h>
 
-#include <algorithm>
-#include <cmath>
 #include <gtest/gtest.h>
 #include <QApplication>
-#include <QHash>
 #include <QLineEdit>
-#include <QStyle>
+#include <QSet>
 #include <QStyleFactory>
 
 namespace {
 
-double luminance(QRgb pixel)
+QPalette palette(char const* text, char const* disabled, char const* base)
 {
-    auto const linear = [](int channel) {
-        double const c = channel / 255.0;
-        return c <= 0.03928 ? c / 12.92 : std::pow((c + 0.055) / 1.055, 2.4);
-    };
-    return 0.2126 * linear(qRed(pixel)) + 0.7152 * linear(qGreen(pixel)) + 0.0722 * linear(qBlue(pixel));
-}
-
-double contrast(QRgb a, QRgb b)
-{
-    auto const [dark, bright] = std::minmax({luminance(a), luminance(b)});
-    return (bright + 0.05) / (dark + 0.05);
-}
-
-/// What a user sees of a field: the commonest pixel, and the one that stands out most from it.
-struct Seen
-{
-    explicit Seen(QLineEdit& field)
-    {
-        QImage const image = field.grab(field.rect().adjusted(4, 4, -4, -4)).toImage();
-        QHash<QRgb, int> counts;
-        for (int y = 0; y < image.height(); ++y) {
-            for (int x = 0; x < image.width(); ++x) ++counts[image.pixel(x, y)];
-        }
-        background = std::max_element(counts.begin(), counts.end()).key();
-        text = background;
-        for (auto it = counts.begin(); it != counts.end(); ++it) {
-            if (contrast(it.key(), background) > contrast(text, background)) text = it.key();
-        }
-    }
-    QRgb background;
-    QRgb text;
-};
-
-QPalette palette(QColor const& text, QColor const& disabled, QColor const& base)
-{
-    QPalette p(text, base, base.lighter(), base.darker(), Qt::gray, text, Qt::white, base, base);
+    QPalette p{QColor(base)};
+    p.setColor(QPalette::Text, text);
     p.setColor(QPalette::Disabled, QPalette::Text, disabled);
     p.setColor(QPalette::PlaceholderText, disabled);
     return p;
 }
-
-QPalette const light = palette("#101010", "#bebebe", "#efefef");
-QPalette const dark = palette("#e0e0e0", "#505050", "#202020");
 
 class FieldLook : public testing::TestWithParam<char const*>
 {
@@ -65,102 +25,99 @@ protected:
         QApplication::setStyle(QStyleFactory::create(GetParam()));
         field.resize(140, 48);
         QFont font;
-        font.setPixelSize(24);
+        font.setPixelSize(24); // strokes of several pixels, so that some have the text's very colour
         font.setBold(true);
         field.setFont(font);
         field.setText("HEH");
     }
     ~FieldLook() override { QApplication::setPalette(m_former); }
 
+    bool shows(char const* background, char const* text)
+    {
+        QImage const image = field.grab(field.rect().adjusted(4, 4, -4, -4)).toImage();
+        QSet<QRgb> pixels;
+        for (int i = 0; i < image.width() * image.height(); ++i)
+            pixels << image.pixel(i % image.width(), i / image.width());
+        return pixels.contains(QColor(background).rgb()) && pixels.contains(QColor(text).rgb());
+    }
+
     QPalette const m_former = QApplication::palette();
+    QPalette const light = palette("#101010", "#bebebe", "#efefef");
+    QPalette const dark = palette("#e0e0e0", "#505050", "#202020");
     QLineEdit field;
 };
 
-TEST_P(FieldLook, TextIsReadableInEveryState)
+TEST_P(FieldLook, TextIsReadableInEveryStateAndPalette)
 {
     struct Row
     {
-        char const* desc;
         QPalette const& palette;
         char const* background;
         bool enabled;
-        char const* text; ///< null: any that has the contrast
+        char const* text;
     };
     // clang-format off
-    Row const rows[] = {
-        {"idle",                     light, "white",       true,  "#101010"},
-        {"valid",                    light, "lightgreen",  true,  "#101010"},
-        {"invalid",                  light, "red",         true,  "#101010"},
-        {"waiting",                  light, "greenyellow", true,  "#101010"},
-        {"own idle colour",          light, "navy",        true,  "white"},
-        {"readable again",           light, "yellow",      true,  "#101010"},
-        {"idle, disabled",           light, "white",       false, nullptr},
-        {"idle, dark",               dark,  "white",       true,  "black"},
-        {"valid, dark",              dark,  "lightgreen",  true,  "black"},
-        {"invalid, dark",            dark,  "red",         true,  "black"},
-        {"waiting, dark",            dark,  "greenyellow", true,  "black"},
-        {"own idle colour, dark",    dark,  "#303030",     true,  "#e0e0e0"},
-        {"disabled, dark",           dark,  "#303030",     false, nullptr},
-        {"invalid, disabled, dark",  dark,  "red",         false, nullptr},
-        {"disabled, idle, dark",     dark,  "white",       false, "#505050"},
-        {"light again",              light, "white",       true,  "#101010"},
+    Row const rows[] = { // in this order: colours must also come back
+        {light, "white",       true,  "#101010"},
+        {light, "lightgreen",  true,  "#101010"},
+        {light, "red",         true,  "#101010"},
+        {light, "greenyellow", true,  "#101010"},
+        {light, "navy",        true,  "white"},
+        {light, "white",       true,  "#101010"},
+        {light, "white",       false, "#737373"}, // 4.7:1, and not as black as enabled text
+        {dark,  "white",       false, "#505050"},
+        {dark,  "white",       true,  "black"},
+        {dark,  "lightgreen",  true,  "black"},
+        {dark,  "red",         true,  "black"},
+        {dark,  "greenyellow", true,  "black"},
+        {dark,  "#303030",     true,  "#e0e0e0"},
+        {dark,  "#303030",     false, "#989898"}, // 4.6:1
+        {light, "white",       true,  "#101010"},
     };
     // clang-format on
     for (auto const& row : rows) {
-        SCOPED_TRACE(row.desc);
-        QApplication::setPalette(row.palette);
+        QApplication::setPalette(row.palette); // while the field has the former row's background
         field.setEnabled(row.enabled);
         fieldlook::setBackground(&field, row.background);
         for (bool const readOnly : {false, true}) {
             field.setReadOnly(readOnly);
-            Seen const seen(field);
-            EXPECT_EQ(QColor(seen.background).name().toStdString(),
-                      QColor(row.background).name().toStdString());
-            EXPECT_GE(contrast(seen.text, seen.background), 4.5);
-            if (row.text) {
-                EXPECT_EQ(QColor(seen.text).name().toStdString(), QColor(row.text).name().toStdString());
-            } else {
-                EXPECT_LT(contrast(seen.text, seen.background), 6.0) << "does not look disabled";
-            }
+            EXPECT_TRUE(shows(row.background, row.text)) << row.background << ' ' << row.text;
         }
     }
 }
 
-TEST_P(FieldLook, FollowsThePaletteWhileTheApplicationRuns)
+TEST_P(FieldLook, FollowsThePaletteWithoutACall)
 {
     fieldlook::setBackground(&field, Qt::white);
     QPalette onlyText = light;
     onlyText.setColor(QPalette::Text, "#ffffe0");
-    for (auto const& [given, expected] : {std::pair{light, "#101010"},
-                                          {dark, "#000000"},
-                                          {light, "#101010"},
-                                          {onlyText, "#000000"},
-                                          {light, "#101010"}}) {
+    for (auto const& [given, text] :
+         {std::pair{dark, "black"}, {light, "#101010"}, {onlyText, "black"}, {light, "#101010"}}) {
         QApplication::setPalette(given);
-        EXPECT_EQ(QColor(Seen(field).text).name().toStdString(), expected);
+        EXPECT_TRUE(shows("white", text)) << text;
     }
     field.clear();
     field.setPlaceholderText("HEH");
+    EXPECT_TRUE(shows("white", "#737373"));
     QApplication::setPalette(dark);
-    EXPECT_GE(contrast(Seen(field).text, 0xffffffff), 4.5);
+    EXPECT_TRUE(shows("white", "#505050"));
 }
 
 TEST_P(FieldLook, KeepsTheColoursThatTheOwnerGave)
 {
-    QApplication::setPalette(light);
     QPalette own = field.palette();
     own.setColor(QPalette::Text, "#000080");
     field.setPalette(own);
-    for (auto const& [background, expected] :
-         {std::pair{"white", "#000080"}, {"#202020", "#ffffff"}, {"white", "#000080"}}) {
+    for (auto const& [background, text] :
+         {std::pair{"white", "#000080"}, {"#202020", "white"}, {"white", "#000080"}}) {
         fieldlook::setBackground(&field, background);
-        EXPECT_EQ(QColor(Seen(field).text).name().toStdString(), expected) << background;
+        EXPECT_TRUE(shows(background, text)) << background;
     }
     own.setColor(QPalette::Base, Qt::black); // behind our back
     field.setPalette(own);
-    EXPECT_EQ(QColor(Seen(field).text).name().toStdString(), "#ffffff");
+    EXPECT_TRUE(shows("black", "white"));
     fieldlook::setBackground(&field, "white");
-    EXPECT_EQ(QColor(Seen(field).background), QColor("white"));
+    EXPECT_TRUE(shows("white", "#000080"));
 }
 
 INSTANTIATE_TEST_SUITE_P(Styles, FieldLook, testing::Values("fusion", "windows"),

@@ -79,7 +79,6 @@ protected:
 private:
     void keepReadable();
     void giveBackText();
-    void takeText(QPalette const& callers);
     bool ownsText() const;
 
     QWidget* const m_field;
@@ -147,14 +146,28 @@ void Look::keepReadable()
     m_changing = true;
     giveBackText();
     QPalette const callers = m_field->palette();
-    bool readable = true;
+    QPalette readable = callers;
+    bool differs = false;
     for (auto const group : groups) {
         QColor const background =
             seen(callers.color(group, m_field->backgroundRole()), callers.color(group, QPalette::Window));
-        QColor const text = seen(callers.color(group, m_field->foregroundRole()), background);
-        readable = readable && contrast(text, background) >= wantedContrast;
+        for (auto const role : {m_field->foregroundRole(), QPalette::PlaceholderText}) {
+            QColor const text = seen(callers.color(group, role), background);
+            bool const muted = group == QPalette::Disabled || role == QPalette::PlaceholderText;
+            if (contrast(text, background) >= wantedContrast) {
+                readable.setColor(group, role, callers.color(group, role));
+            } else {
+                readable.setColor(group, role, muted ? mutedTextOn(background) : strongTextOn(background));
+                differs = true;
+            }
+        }
     }
-    if (!readable) takeText(callers);
+    if (differs) {
+        m_field->setPalette(readable);
+        m_callers = callers;
+        m_taken = readable;
+        m_tookText = true;
+    }
     m_changing = false;
 }
 
@@ -184,28 +197,6 @@ void Look::giveBackText()
         m_field->setPalette(palette);
     }
     m_tookText = false;
-}
-
-void Look::takeText(QPalette const& callers)
-{
-    QPalette palette = callers;
-    for (auto const group : groups) {
-        QColor const background =
-            seen(callers.color(group, m_field->backgroundRole()), callers.color(group, QPalette::Window));
-        auto const keepReadableRole = [&](QPalette::ColorRole role, QColor const& otherwise) {
-            bool const readable =
-                contrast(seen(callers.color(group, role), background), background) >= wantedContrast;
-            palette.setColor(group, role, readable ? callers.color(group, role) : otherwise);
-        };
-        QColor const muted = mutedTextOn(background);
-        keepReadableRole(m_field->foregroundRole(),
-                         group == QPalette::Disabled ? muted : strongTextOn(background));
-        keepReadableRole(QPalette::PlaceholderText, muted);
-    }
-    m_field->setPalette(palette);
-    m_callers = callers;
-    m_taken = palette;
-    m_tookText = true;
 }
 
 } // namespace

@@ -12,13 +12,13 @@ namespace fieldlook {
 ///
 /// Does nothing, and costs one look-up, when the field has that background already. Where the contrast of the
 /// palette's text with the background is below 4.5:1 the text turns black or white, whichever contrasts more.
-/// The text of the disabled group, and the placeholder text, become a mix of that colour and the background
-/// that still has the 4.5:1: a disabled field shows live values and looks disabled all the same. Text that is
+/// Text of the disabled group, and placeholder text, turns into a mix of that colour and the background that
+/// still has the 4.5:1: a disabled field shows live values, and looks disabled all the same. Text that is
 /// readable keeps the palette's colour, and gets it back when the background or the palette becomes readable
 /// again, also when the application's palette changes while it runs. Selected text keeps the palette's pair
-/// of colours, which stand on each other and not on the background.
+/// of colours, which do not stand on the background.
 ///
-/// The field must outlive nothing: what is kept about it belongs to it and goes with it.
+/// What is kept about a field belongs to it and goes with it.
 void setBackground(QWidget* field, QColor const& color);
 
 } // namespace fieldlook

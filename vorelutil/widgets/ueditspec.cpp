@@ -41,8 +41,10 @@ UEditSpec::UEditSpec(QWidget* parent, UnitEdit::DfltInputPf dfltInputPf, bool co
     , m_delayTimer(new QTimer(this))
     , m_confirmTimer(new QTimer(this))
 {
-    m_delayTimer->setSingleShot(true);
-    m_confirmTimer->setSingleShot(true);
+    for (auto* const timer : {m_delayTimer, m_confirmTimer}) {
+        timer->setSingleShot(true);
+        timer->setTimerType(Qt::PreciseTimer);
+    }
     connect(m_delayTimer, &QTimer::timeout, this, &UEditSpec::makeStep);
     connect(m_confirmTimer, &QTimer::timeout, this, &UEditSpec::stop);
 }

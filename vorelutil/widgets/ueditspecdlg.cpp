@@ -84,9 +84,10 @@ UEditSpecDlg::~UEditSpecDlg()
     if (_instance == this) _instance = nullptr;
 }
 
-/// Fills in the settings of the field, where it has any.
+/// Fills in the settings of the field, where it has any. A number is first read with the field's own prefix.
 void UEditSpecDlg::showParams()
 {
+    m_startPf = m_endPf = m_edit->currentPrefix();
     if (m_edit->sweepSteps() > 0) {
         double number = m_edit->value2Number(m_edit->sweepStart());
         m_start->setText(m_edit->normalizedText(&m_startPf, &number));
