@@ -1,7 +1,10 @@
 #include "numbermodel.h"
 
 #include <algorithm>
+#include <charconv>
 #include <cmath>
+#include <cstdint>
+#include <cstring>
 #include <exception>
 #include <limits>
 #include <QStringBuilder>
@@ -42,6 +45,37 @@ double formulaValue(const std::string& formula, double scale, double offset, dou
 int roundedRaw(double raw, bool isUnsigned)
 {
     return isUnsigned ? static_cast<int>(algoNearestU(raw)) : algoNearest(raw);
+}
+
+// Fields show values as fast as they come, so what normalising leaves, at usual resolutions, is written here.
+constexpr int usualDigits = 9;
+constexpr double powersOfTen[usualDigits + 1] = {1, 1e1, 1e2, 1e3, 1e4, 1e5, 1e6, 1e7, 1e8, 1e9};
+constexpr double nearTie = 1e-5; ///< far above what a product below 1e9 is rounded by
+
+/// Writes what `QString::number(n, 'g', digits)` does and returns the end, or null where it takes the toolkit
+/// to tell: outside 1 to 1000, with unusual digits, next to a tie, and where rounding adds a digit.
+char* writeUsual(double n, int digits, char* out)
+{
+    const double size = std::fabs(n);
+    if (!(size >= 1 && size < 1000)) return nullptr;
+    const int whole = size < 10 ? 1 : size < 100 ? 2 : 3;
+    if (digits < whole || digits > usualDigits) return nullptr;
+
+    int decimals = digits - whole;
+    const double scaled = size * powersOfTen[decimals];
+    const double cut = std::floor(scaled);
+    if (std::fabs(scaled - cut - 0.5) < nearTie) return nullptr;
+    auto number = static_cast<std::uint32_t>(cut) + (scaled - cut > 0.5 ? 1U : 0U);
+    if (number >= powersOfTen[digits]) return nullptr;
+    for (; decimals > 0 && number % 10 == 0; --decimals) number /= 10;
+
+    if (n < 0) *out++ = '-';
+    char* const end = std::to_chars(out, out + usualDigits, number).ptr;
+    if (decimals == 0) return end;
+    char* const point = end - decimals;
+    std::memmove(point + 1, point, static_cast<std::size_t>(decimals));
+    *point = '.';
+    return end + 1;
 }
 
 QString timeText(double seconds)
@@ -183,9 +217,13 @@ QString numberText(double n, char prefix, const QString& baseUnit, int resolutio
         const double seconds = algoGetPrefixFactor(prefix) * n;
         if (seconds >= timeFrom && seconds < timeBefore) return timeText(seconds);
     }
-    const QString number = QString::number(n, 'g', std::min(resolution, mostDigits));
-    if (prefix == ' ') return number % QLatin1Char(' ') % baseUnit;
-    return number % QLatin1Char(' ') % algoGetPrintablePrefix(prefix) % baseUnit;
+    const QString printable = prefix == ' ' ? QString() : algoGetPrintablePrefix(prefix);
+    char usual[usualDigits + 2]; // a sign and a point
+    if (const char* const end = writeUsual(n, resolution, usual)) {
+        return QLatin1String(usual, static_cast<int>(end - usual)) % QLatin1Char(' ') % printable % baseUnit;
+    }
+    return QString::number(n, 'g', std::min(resolution, mostDigits)) % QLatin1Char(' ') % printable %
+           baseUnit;
 }
 
 double parseNumber(const QString& text, const QString& baseUnit, char defaultPf, bool* valid, char* prefix,
