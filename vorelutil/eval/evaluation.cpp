@@ -12,10 +12,9 @@
 // looked at a bounded number of times.
 //
 // Only the outermost formula can have parentheses that do not match: the arguments lie between a call's
-// parenthesis and its match, and so each is balanced in itself. It can be told from its first character on
-// whether an argument is a call (a parenthesis comes before its end), with one exception: a "#" outside
-// parentheses, however late, makes a token of it. Where a formula has any "#", a pass ahead marks those
-// arguments.
+// parenthesis and its match, and so each is balanced in itself. Whether an argument is a call shows at its
+// start (a parenthesis comes before its end), with one exception: a "#" outside parentheses, however late,
+// makes a token of it. Where a formula has any "#", a pass ahead marks those arguments.
 
 namespace {
 
@@ -130,8 +129,7 @@ double Evaluation::evaluateCall(std::string_view expr, const Outline& outline) c
     calls.reserve(16);
     values.reserve(16);
 
-    // The text of the argument that starts at `start`, or of the whole; `from` lies in it, outside
-    // parentheses.
+    // The text of the argument from `start` on, or the whole; `from` lies in it, outside parentheses.
     const auto textOf = [&](std::size_t start, std::size_t from) {
         return calls.empty() ? expr : eval::strip(expr.substr(start, endOfArgument(expr, from) - start));
     };

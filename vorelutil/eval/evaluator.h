@@ -15,37 +15,37 @@
 /// whole formula does not count. Names are bytes, case matters.
 ///
 /// - Numbers are decimal ("2.5", "-1e3", "+.5"; the decimal point in every locale), or "0x" and a signed
-/// 32-bit
-///   hexadecimal number ("0x1F"). Kept: blanks, a sign and a second "0x" may follow the "0x", as stream
-///   extraction takes them. What such a read would not take to the end ("12abc", "1e", "0X1F", "inf",
+///   32-bit hexadecimal number ("0x1F"). Kept: blanks, a sign and a second "0x" may follow the "0x", as
+///   stream extraction takes them. What such a read would not take to the end ("12abc", "1e", "0X1F", "inf",
 ///   "1e400", "0x80000000") is no number but a name; what is too small for a double ("1e-400") is 0.
-/// - A name with exactly one "#" outside parentheses is composed: what follows the "#" is evaluated, written
-///   with six significant digits, and appended to what precedes it. "gain#+(x,1)" with x = 5 is the variable
-///   "gain6". Kept: with two or more "#" the text itself is the name.
+/// - A name with exactly one "#" is composed: what follows the "#" is evaluated, written with six significant
+///   digits, and appended to what precedes it. "gain#+(x,1)" with x = 5 is the variable "gain6". Kept: with
+///   two or more "#" the text itself is the name. A "#" outside parentheses, even behind a call, makes a
+///   name of the whole ("f(1)#2").
 /// - Kept: there are no grouping parentheses; "(1)" is an error. Text after the parenthesis that closes a
-/// call
-///   is ignored. "f()" has one empty argument, which is an error of its own. A formula whose first
+///   call is ignored. "f()" has one empty argument, which is an error of its own. A formula whose first
 ///   parenthesis never closes is taken for a name.
 ///
 /// All arguments are evaluated, from left to right; there is no short cut ("?(c,a,b)" evaluates a and b).
 /// Nesting is limited by memory alone, and the time grows with the length of the formula.
 ///
-/// The constructor provides these functions; "rounded" is `algoNearest`, so that NaN and what does not fit 32
-/// bits becomes -2147483648:
+/// The constructor provides these functions, here with the number of their arguments; "rounded" is
+/// `algoNearest`, so that NaN and what does not fit 32 bits becomes -2147483648:
 ///
-/// | name | arguments | result |
-/// |---|---|---|
-/// | + * | 2 to 10 | sum, product, from left to right |
-/// | - / | 2 | difference, quotient (by 0: an infinity or NaN, no error) |
-/// | % | 2 | remainder of the rounded arguments, sign of the dividend; 0 where it is not defined (a divisor
-/// that rounds to 0; -2147483648 and -1) | | == != > >= < <= | 2 | 1 or 0; with a NaN 0, but 1 for != | | ? |
-/// 3 | the second if the first is not 0 (NaN is not 0), else the third | | ?? | 3 to 10 | the further
-/// argument that the first, cut to an integer, counts to (from 0). Kept: a first argument outside is the
-/// result itself | | and or | 2 to 10 | 1 or 0, of the rounded arguments: 0.4 is false | | ! | 1 | 1 if the
-/// argument is 0, else 0. Kept: it is not rounded, so that 0.4 is true here; NaN gives 0 | | band bor | 2 to
-/// 10 | bits of the rounded arguments, as a signed 32-bit number | | exp2 | 1 | 1 shifted left by the lowest
-/// five bits of the rounded argument, signed: Kept: 31 and -1 give -2147483648, 32 gives 1 | | log2 | 1 |
-/// binary logarithm |
+/// - "+", "*" (2 to 10): sum, product, from left to right.
+/// - "-", "/" (2): difference, quotient (by 0: an infinity or NaN, no error).
+/// - "%" (2): remainder of the rounded arguments, with the sign of the dividend; 0 where it is not defined (a
+///   divisor that rounds to 0) and for -2147483648 and -1.
+/// - "==", "!=", ">", ">=", "<", "<=" (2): 1 or 0; with a NaN 0, but "!=" 1.
+/// - "?" (3): the second if the first is not 0 (a NaN is not 0), else the third.
+/// - "??" (3 to 10): the first, cut to an integer, says which of the others, counted from 0. Kept: where it
+///   is below 0 or beyond the last of them (or NaN) it is itself the result, uncut.
+/// - "and", "or" (2 to 10): 1 or 0, of the rounded arguments, so that 0.4 is false.
+/// - "!" (1): 1 if the argument is 0, else 0. Kept: it is not rounded: 0.4 and NaN give 0.
+/// - "band", "bor" (2 to 10): bits of the rounded arguments, as a signed 32-bit number.
+/// - "exp2" (1): 1 shifted left by the lowest five bits of the rounded argument, as a signed 32-bit number.
+///   Kept: 31 and -1 give -2147483648, 32 gives 1.
+/// - "log2" (1): logarithm to the base 2.
 ///
 /// The evaluating functions do not change the evaluator; several threads may evaluate on one evaluator as
 /// long as none changes its tables at the same time. Constructing one is cheap: the built-in table is shared
@@ -70,15 +70,16 @@ public:
     /// Evaluates `expr`. `source` and `line` say where the formula came from; they appear in the error only.
     ///
     /// Every failure of the formula is an `XmlError` with `source` and `line`; "..." stands for the text that
-    /// failed: the whole formula as passed, or an argument without the white space around it.
+    /// failed: the whole formula as passed, an argument without the white space around it, or what follows
+    /// a "#". The first failure from left to right is the one that is thrown.
     /// - "Empty expression": nothing but white space.
-    /// - "Unbalanced Parentheses in "..."": it begins with a parenthesis. Kept: a whole formula that has
-    /// white
-    ///   space in front of it is a call of the function with the empty name instead.
-    /// - "Can't evaluate "..."": no such variable, or no such function (found before its arguments are
-    /// evaluated).
+    /// - "Unbalanced Parentheses in "..."": it begins with a parenthesis. Kept: a whole formula with white
+    ///   space in front of the parenthesis calls the function of the empty name instead.
+    /// - "Can't evaluate "..."": no such variable or function; of a function this is found before its
+    ///   arguments are evaluated.
     /// - "Parameter count doesn't match in "..."": outside the function's bounds (found after the arguments
     ///   have been evaluated). Kept: it carries line -1.
+    ///
     /// With `debug`, each evaluation that succeeds writes "Evaluated: ... --> VALUE" (six significant digits)
     /// as a line to standard output, arguments before their call. Length and depth make that quadratic.
     double evaluateDouble(const std::string& expr, const std::string& source = {}, int line = -1,
@@ -96,16 +97,15 @@ public:
     /// `function` must not be null. A name with "(", "#" or white space at its ends cannot be called.
     void setFunction(const std::string& name, Function function, int minArgs, int maxArgs);
 
-    /// Sets a primary variable, adding it if absent; they are looked up before the secondary ones. Kept: one whose
-    /// name reads as a number ("5") is reached as "#5" only.
+    /// Sets a primary variable, adding it if absent; they are looked up before the secondary ones. Kept: one
+    /// whose name reads as a number ("5") is reached as "#5" only.
     void setVariable(const std::string& name, double value);
 
     /// Removes the primary variable of this name, if there is one.
     void removeVariable(const std::string& name);
 
     /// Writes the variables to standard output: the line "Evaluator Variable Dump", then "Primary:   NAME =
-    /// VALUE" and "Secondary: NAME = VALUE" lines, each table in ascending byte order, six significant
-    /// digits.
+    /// VALUE" and "Secondary: NAME = VALUE" lines, both in ascending byte order, six significant digits.
     void dumpEnvironment() const;
 
 private:
