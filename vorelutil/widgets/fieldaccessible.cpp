@@ -57,6 +57,9 @@ public:
     {
     }
 
+    /// Not while the field is being destroyed and is only a widget any more.
+    bool isValid() const override { return qobject_cast<Field*>(object()) != nullptr; }
+
     void* interface_cast(QAccessible::InterfaceType type) override
     {
         if (type == QAccessible::TextInterface) return static_cast<QAccessibleTextInterface*>(this);
@@ -68,8 +71,9 @@ public:
 
     QString text(QAccessible::Text what) const override
     {
-        if (what == QAccessible::Value) return field().text();
         QString const own = QAccessibleWidget::text(what);
+        if (!isValid()) return own;
+        if (what == QAccessible::Value) return field().text();
         if (what != QAccessible::Description) return own;
         return own.isEmpty() ? stateInWords(field()) : own + QStringLiteral(", ") + stateInWords(field());
     }
@@ -87,6 +91,7 @@ public:
     QAccessible::State state() const override
     {
         QAccessible::State state = QAccessibleWidget::state();
+        if (!isValid()) return state;
         state.editable = true;
         state.selectableText = true;
         state.readOnly = field().isReadOnly();

@@ -6,10 +6,10 @@ class QWidget;
 ///
 /// Role: editable text, not spin box, because the field is typed into and committed, its unit belongs to what
 /// is read out (a spin box is read as a bare number), and its steps are no fixed amount; "Increase" and
-/// "Decrease" are offered as actions all the same. Name: the accessible name, else the text of the label whose
-/// buddy the field is. Value: the text with its unit. Description: the field's own, or its tool tip, then the
-/// state in words: "editing", "invalid input", "waiting for the controller" or "idle". A field that waits is
-/// read-only and busy.
+/// "Decrease" are offered as actions all the same. Name: the accessible name, else the text of the label
+/// whose buddy the field is. Value: the text with its unit. Description: the field's own, or its tool tip,
+/// then the state in words: "editing", "invalid input", "waiting for the controller" or "idle". A field that
+/// waits is read-only and busy.
 ///
 /// GUI thread only. Not installed: the constructors and `setStatus` of the fields call it.
 namespace fieldaccessible {

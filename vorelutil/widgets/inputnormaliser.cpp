@@ -37,7 +37,9 @@ InputNormaliser::InputNormaliser(QLineEdit* field)
 
 InputNormaliser::~InputNormaliser()
 {
-    if (m_field && m_field->validator() == this) m_field->setValidator(m_former);
+    // Not when the field itself is being destroyed: it is no line edit any more then.
+    auto* const field = qobject_cast<QLineEdit*>(parent());
+    if (field && field->validator() == this) field->setValidator(m_former);
 }
 
 QString InputNormaliser::normalised(QString text)
@@ -60,7 +62,7 @@ QString InputNormaliser::normalised(QString text)
 
 QValidator::State InputNormaliser::validate(QString& text, int& cursor) const
 {
-    if (m_field && !m_field->signalsBlocked()) text = normalised(text);
+    if (!m_field->signalsBlocked()) text = normalised(text);
     return m_former ? m_former->validate(text, cursor) : Acceptable;
 }
 

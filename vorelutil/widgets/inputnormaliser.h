@@ -25,9 +25,9 @@ class QLineEdit;
 /// text is not a number: "1,000.5", "1.000,5" and "1,000,000" are refused by the field and never read as
 /// something else. The number ends at the first letter; behind it only the other three rows apply.
 ///
-/// What is typed, and what is pasted by key, is changed before it reaches the field: each is one step of the
-/// field's undo, and one `textChanged`. What arrives in another way (menu, drop, input method) is changed by
-/// the validator: also one `textChanged`, but the field's undo history then starts anew. Text that the
+/// What is typed, and what is pasted by key, is changed before it reaches the field, whose undo takes it back
+/// as it would without: one `textChanged`. What arrives in another way (menu, drop, input method) is changed
+/// by the validator: also one `textChanged`, but the field's undo history then starts anew. Text that the
 /// program sets with the field's signals blocked, as value fields do, is left as it is.
 ///
 /// Owned by the field. It becomes the field's validator and asks the former one, if there is one, about the
@@ -54,6 +54,6 @@ protected:
 private:
     QString asInserted(QString const& text) const;
 
-    QPointer<QLineEdit> m_field;
+    QLineEdit* const m_field; ///< the parent
     QPointer<QValidator const> m_former;
 };

@@ -56,7 +56,7 @@ UEditSpecDlg::UEditSpecDlg(UEditSpec* edit)
     grid->addWidget(m_forwardBackward, grid->rowCount(), 1);
     m_progress = new QProgressBar(this);
     m_progress->setAccessibleName(QStringLiteral("Progress"));
-    outer->addWidget(m_progress);
+    grid->addWidget(m_progress, grid->rowCount(), 0, 1, 2);
     outer->addStretch();
 
     auto* const buttons = new QHBoxLayout;

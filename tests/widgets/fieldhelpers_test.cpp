@@ -1,0 +1,144 @@
+#include <vorelutil/widgets/dbledit.h>
+#include <vorelutil/widgets/inputnormaliser.h>
+#include <vorelutil/widgets/ueditspec.h>
+#include <vorelutil/widgets/wheelguard.h>
+
+#include <gtest/gtest.h>
+#include <QAccessible>
+#include <QApplication>
+#include <QClipboard>
+#include <QLabel>
+#include <QScrollArea>
+#include <QScrollBar>
+#include <QTest>
+
+namespace {
+
+TEST(FieldAccessible, TellsRoleNameValueAndStateInWords)
+{
+    QWidget window;
+    QLabel label("&Exposure", &window);
+    UEditSpec field(&window);
+    label.setBuddy(&field);
+    field.configure("s", 'm', 1, 0, 0, 1000);
+    field.setValue(250);
+    auto* const told = QAccessible::queryAccessibleInterface(&field);
+    auto const tells = [&](char const* value, char const* state) {
+        EXPECT_EQ(told->text(QAccessible::Value).toStdString(), value);
+        EXPECT_EQ(told->text(QAccessible::Description).toStdString(), state);
+    };
+    EXPECT_EQ(told->role(), QAccessible::EditableText);
+    EXPECT_EQ(told->text(QAccessible::Name), "Exposure");
+    tells("250 ms", "idle");
+    told->editableTextInterface()->insertText(6, "x");
+    tells("250 msx", "invalid input");
+    told->editableTextInterface()->replaceText(0, 7, "300 ms");
+    tells("300 ms", "editing");
+    QTest::keyClick(&field, Qt::Key_Return);
+    field.setToolTip("How long");
+    told->editableTextInterface()->insertText(0, "7"); // read-only
+    tells("300 ms", "How long, waiting for the controller");
+    EXPECT_TRUE(told->state().busy && told->state().readOnly);
+    field.setValue(300);
+    told->actionInterface()->doAction(QAccessibleActionInterface::increaseAction());
+    tells("303 ms", "How long, editing");
+    told->textInterface()->setSelection(0, 1, 3);
+    EXPECT_EQ(field.selectedText(), "03");
+
+    DblEdit other;
+    other.setStatus(DblEdit::EsEditInvalid);
+    EXPECT_EQ(QAccessible::queryAccessibleInterface(&other)->text(QAccessible::Description), "invalid input");
+}
+
+TEST(WheelGuard, LetsTheWheelStepOnlyTheFieldWithTheFocus)
+{
+    for (bool const guarded : {false, true}) {
+        QScrollArea area;
+        auto* const page = new QWidget;
+        page->setMinimumHeight(2000);
+        UnitEdit field(page);
+        DblEdit other(page);
+        field.configure({}, ' ', 1, 0, 0, 0);
+        field.setValue(1000);
+        if (guarded) new WheelGuard(page);
+        area.setWidget(page);
+        area.show();
+        QApplication::setActiveWindow(&area);
+        for (QWidget* const focused : {static_cast<QWidget*>(&other), static_cast<QWidget*>(&field)}) {
+            bool const steps = !guarded || focused == &field;
+            focused->setFocus();
+            area.verticalScrollBar()->setValue(0);
+            field.restore();
+            QWheelEvent event({5, 5}, field.mapToGlobal(QPoint(5, 5)), {}, {0, -120}, Qt::NoButton,
+                              Qt::NoModifier, Qt::NoScrollPhase, false);
+            QSpontaneKeyEvent::setSpontaneous(&event); // or it would not reach the widgets below
+            qApp->notify(&field, &event);
+            EXPECT_EQ(field.isTextDirty(), steps) << guarded;
+            EXPECT_EQ(area.verticalScrollBar()->value() == 0, steps) << guarded;
+        }
+    }
+}
+
+TEST(InputNormaliser, MakesANumberOrLeavesAnInvalidText)
+{
+    struct Row
+    {
+        char const* entered;
+        char const* text; ///< null: whatever
+        double number;    ///< 0: none
+    };
+    // clang-format off
+    Row const rows[] = {
+        {"1,5 ms",                     "1.5 ms",        1.5e-3},
+        {"-,5",                        "-.5",           -0.5e-3},
+        {"\u22121,25\u00A0\u03BCs",    "-1.25 \u00B5s", -1.25e-6},
+        {"1\u202F000,5\u2009ms",       "1 000.5 ms",    1.0005},
+        {"1\u2007000 s",               "1 000 s",       1000.0},
+        {"1,5e3 ms",                   "1.5e3 ms",      1.5},
+        {"1,000",                      "1.000",         1e-3},
+        {"1.000,5",                    "1.000,5",       0},
+        {"1,000.5",                    nullptr,         0},
+        {"1,000,000",                  nullptr,         0},
+    };
+    // clang-format on
+    for (auto const& row : rows) {
+        QString const entered = QString::fromUtf8(row.entered);
+        QApplication::clipboard()->setText(entered);
+        for (int way = 0; way < 3; ++way) { // pasted by key, pasted by menu, typed
+            SCOPED_TRACE(std::string(row.entered) + " " + std::to_string(way));
+            UnitEdit field;
+            field.configure("s", 'm', 1e-3, 0, 0, 0);
+            new InputNormaliser(&field);
+            if (way == 0) QTest::keyClick(&field, Qt::Key_V, Qt::ControlModifier);
+            if (way == 1) field.paste();
+            for (int i = 0; way == 2 && i < entered.size(); ++i) {
+                QKeyEvent key(QEvent::KeyPress, 0, Qt::NoModifier, entered.mid(i, 1));
+                QApplication::sendEvent(&field, &key);
+            }
+            EXPECT_TRUE(!row.text || field.text() == QString::fromUtf8(row.text));
+            bool valid = false;
+            double const number = field.getNumber(&valid);
+            EXPECT_DOUBLE_EQ(valid ? number : 0, row.number);
+        }
+    }
+}
+
+TEST(InputNormaliser, KeepsCursorUndoAndWhatTheProgramSets)
+{
+    DblEdit field;
+    field.setBaseUnit(QString::fromUtf8("\u03BCx"));
+    auto* const normaliser = new InputNormaliser(&field);
+    field.setNumber(15);
+    EXPECT_EQ(field.text(), QString::fromUtf8("15 \u03BCx"));
+    field.setText("15");
+    field.setCursorPosition(1);
+    QTest::keyClicks(&field, ",");
+    EXPECT_EQ(field.text(), "1.5");
+    EXPECT_EQ(field.cursorPosition(), 2);
+    field.undo();
+    EXPECT_EQ(field.text(), "15");
+    delete normaliser;
+    EXPECT_EQ(field.validator(), nullptr);
+}
+
+} // namespace
