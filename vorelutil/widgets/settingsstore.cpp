@@ -17,8 +17,9 @@ using settingstext::Values;
 namespace {
 
 constexpr int lockWaitMs = 3000;
-// A process that was killed between making its lock and signing it leaves one that only age betrays.
-constexpr int unsignedLockMs = 2000;
+// A process that was killed between making its lock and signing it leaves one that only age betrays. One of a
+// living process, which has the file locked with the system, too, is not removed, however old.
+constexpr int unsignedLockMs = 500;
 
 /// The file that a save starts from.
 struct Base
