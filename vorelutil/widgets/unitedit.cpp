@@ -378,9 +378,10 @@ void UnitEdit::followStep()
 
 void UnitEdit::updateDisplay(bool force)
 {
+    const QString current = text();
     const bool isShown = m_rendered.fresh && m_rendered.value == m_value &&
                          m_rendered.valueShown == m_valueShown &&
-                         m_rendered.currentPf == m_model->currentPf && m_rendered.text == text();
+                         m_rendered.currentPf == m_model->currentPf && m_rendered.text == current;
     if (isShown) {
         m_valid = m_rendered.valid;
         m_textDirty = false;
@@ -388,7 +389,7 @@ void UnitEdit::updateDisplay(bool force)
     }
 
     const double n = m_model->value2Number(m_value);
-    if (!force && m_valid && m_tolerance >= leastTolerance && !text().isEmpty()) {
+    if (!force && m_valid && m_tolerance >= leastTolerance && !current.isEmpty()) {
         const double shown = parsedText().number;
         // Two zeros, or two infinities, do not differ; NaN differs from every number.
         if (n == shown || std::fabs(n / shown - 1) <= m_tolerance) {
@@ -398,17 +399,14 @@ void UnitEdit::updateDisplay(bool force)
     }
 
     char* const pfOut = m_dfltInputPf == DfltPfLastShown ? &m_model->currentPf : nullptr;
-    showText(normalizedText(pfOut, &n));
+    const QString shown = normalizedText(pfOut, &n);
+    if (shown != current) {
+        const QSignalBlocker blocker(this);
+        const int cursor = cursorPosition();
+        setText(shown);
+        setCursorPosition(cursor);
+    }
     m_valid = std::isfinite(n);
     m_textDirty = false;
-    m_rendered = {true, m_valueShown, m_valid, m_model->currentPf, m_value, text()};
-}
-
-void UnitEdit::showText(const QString& shown)
-{
-    if (text() == shown) return;
-    const QSignalBlocker blocker(this);
-    const int cursor = cursorPosition();
-    setText(shown);
-    setCursorPosition(cursor);
+    m_rendered = {true, m_valueShown, m_valid, m_model->currentPf, m_value, shown};
 }

@@ -407,7 +407,6 @@ private:
     bool average(int* v);
     void followStep();
     bool isCommittable(int v, double n) const;
-    void showText(const QString& shown);
     void showStatus(EditStatus s, const QColor& color);
 
     QTimer* m_commitTimer;
