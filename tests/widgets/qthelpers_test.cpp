@@ -17,7 +17,7 @@ TEST(QtHelpers, ColourGoesToOneRoleInAllGroups)
     EXPECT_FALSE(edit.autoFillBackground());
     qth_setWidgetColor(&edit, Qt::green, false);
     for (const auto group : {QPalette::Active, QPalette::Inactive, QPalette::Disabled}) {
-        const QPalette now = edit.palette();
+        const QPalette& now = edit.palette();
         EXPECT_TRUE(now.brush(group, QPalette::Text) == QBrush(Qt::red) && now.brush(group, QPalette::Base) == QBrush(Qt::green));
         EXPECT_EQ(now.brush(group, QPalette::Window), before.brush(group, QPalette::Window));
     }

@@ -168,10 +168,10 @@ TEST_F(Settings, KilledSaverLeavesAGoodFile)
     for (int round = 0; round < 30; ++round) {
         const std::string before = read();
         const pid_t child = fork();
-        for (int i = 0; child == 0; ++i) {
-            a.setValue(QString(1 + (i * 977) % 20000, QChar('a' + i % 26)));
+        if (child == 0) for (;;) {
             b.setValue(a);
-            m_store.save();
+            if (!m_store.save()) _exit(1);
+            a.setValue(QString((a.getValue().size() + 977) % 20000 + 1, QChar('a' + a.getValue().size() % 26)));
         }
         for (int looks = 0; looks < 2 * round || (read() == before && looks < 100000); ++looks) {
             SettingsStore store(m_path);
