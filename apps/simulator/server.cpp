@@ -113,8 +113,7 @@ void Server::serve(Client* client)
     while (client->waiting < maxWaiting && client->unsentBytes() < maxUnsent &&
            client->takeRequest(&request)) {
         ++client->waiting;
-        m_pending.push_back(
-            {client, request, m_clock.nsecsElapsed() + std::int64_t(m_manner.confirmMilliseconds) * 1000000});
+        m_pending.push_back({client, request, m_clock.nsecsElapsed()});
     }
     if (m_flooding) flood(client);
     if (!m_pending.empty() && !m_confirmTimer.isActive()) confirmDue();
@@ -124,15 +123,17 @@ void Server::serve(Client* client)
 
 void Server::confirmDue()
 {
-    const std::int64_t now = m_clock.nsecsElapsed();
-    while (!m_pending.empty() && m_pending.front().dueNs <= now) {
+    const std::int64_t latest =
+        m_clock.nsecsElapsed() - std::int64_t(m_manner.confirmMilliseconds) * 1000000; // that is due
+    while (!m_pending.empty() && m_pending.front().arrivedNs <= latest) {
         const Pending pending = m_pending.front();
         m_pending.pop_front();
         if (pending.client.isNull() || !pending.client->isLive()) continue;
         --pending.client->waiting;
         confirm(pending.client, pending.request);
     }
-    if (!m_pending.empty()) m_confirmTimer.start(int((m_pending.front().dueNs - now + 999999) / 1000000));
+    if (!m_pending.empty())
+        m_confirmTimer.start(int((m_pending.front().arrivedNs - latest + 999999) / 1000000));
     // Those that had reached their bound may go on.
     for (Client* client : m_clients)
         if (client->waiting == 0) QMetaObject::invokeMethod(client, &Client::active, Qt::QueuedConnection);
@@ -305,6 +306,7 @@ void Server::tellReadBack()
         if (client->unsentBytes() < maxUnsent) client->send(bytes.data(), bytes.size());
     const std::int64_t interval = m_manner.ownChangesNs;
     if (interval > 0 && m_clock.nsecsElapsed() - m_ownChangedNs >= interval) tellOwnChange();
+    if (!m_pending.empty()) confirmDue(); // the time to an answer may have changed
 }
 
 /// Frequency and exposure time in turn, by up to 5 % up or down, and at least by 1.

@@ -33,7 +33,7 @@ private:
     {
         QPointer<Client> client;
         Client::Request request;
-        std::int64_t dueNs = 0;
+        std::int64_t arrivedNs = 0;
     };
 
     void accept();

@@ -57,8 +57,10 @@ public:
     bool start(QString* error);
     /// The port that is listened on; 0 before `start`.
     int port() const;
+    /// As it was made, whatever the setters did since.
+    const Options& options() const { return m_options; }
 
-    /// Counts for the requests that arrive from then on.
+    /// Counts within 50 ms, for the requests that wait for an answer, too.
     void setConfirmMilliseconds(int milliseconds);
     /// Every `every`-th "SET" of 0x0021 to 0x0025 that would be taken is refused with reason 99, counted from
     /// now on; below 1: none.

@@ -147,7 +147,10 @@ TEST(Simulator, ChangesItsMannerWhileItRuns)
     rig.setConfirmMilliseconds(100);
     probe.ask(1, 0x21);
     EXPECT_GE(clock.elapsed(), 99);
-    rig.setConfirmMilliseconds(-1);
+    rig.setConfirmMilliseconds(60000);
+    probe.request(1, 0x21);
+    rig.setConfirmMilliseconds(-1); // that one, too
+    EXPECT_EQ(probe.next(3, 0x21).type, 3);
 
     rig.setOwnChanges(0.001);
     for (const auto& [address, before] : {std::pair(0x22, 1000000), std::pair(0x23, 100)}) {
