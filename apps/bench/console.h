@@ -56,6 +56,9 @@ public:
     bool isLogging() const { return m_log.isRunning(); }
     qint64 loggedCount() const { return m_log.count(); }
 
+    /// Tells the operator: emits `message`, and writes to the trace log.
+    void tell(const QString& text, bool isProblem);
+
 signals:
     void readyChanged(bool ready);
     /// The controller goes on, or no longer goes on, with what is no scan of this console.
@@ -75,7 +78,6 @@ private:
     void breathe();
     void onAcknowledged(int number, int address, int index, int reason, int value);
     void setReady(bool ready);
-    void tell(const QString& text, bool isProblem);
     SaveResult told(const SaveResult& result);
 
     ControllerLink* m_link;

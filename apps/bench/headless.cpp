@@ -2,6 +2,8 @@
 
 #include "apps/controller/controllerlink.h"
 #include "mainwindow.h"
+#include "sweepwatch.h"
+#include "valuepanel.h"
 
 #include <cmath>
 #include <QDir>
@@ -11,6 +13,7 @@
 #include <QPixmap>
 #include <vorelutil/frames/framebuffer.h>
 #include <vorelutil/trace/tracelog.h>
+#include <vorelutil/widgets/ueditspec.h>
 
 namespace bench {
 
@@ -19,19 +22,22 @@ namespace {
 struct Value
 {
     int address;
-    int value;
+    const char* text; ///< that is entered
+    int value;        ///< that it means
     const char* name;
 };
 
 // clang-format off
 constexpr Value values[] = {
-    {controller::outputVoltage, 1234,    "output voltage"},
-    {controller::frequency,     2500000, "frequency"},
-    {controller::exposureTime,  40,      "exposure time"},
-    {controller::xPosition,     -75000,  "x position"},
-    {controller::attenuator,    512,     "attenuator"},
+    {controller::outputVoltage, "1.234 V",    1234,    "output voltage"},
+    {controller::frequency,     "2.5 MHz",    2500000, "frequency"},
+    {controller::exposureTime,  "0:02:05 h",  125000,  "exposure time"},
+    {controller::xPosition,     "-75000 pm",  -75000,  "x position"},
+    {controller::attenuator,    "16 dB",      1024,    "attenuator"},
 };
 // clang-format on
+constexpr int voltage = 0;       ///< index of the value that is swept
+constexpr int relativeStep = 20; ///< 2 %
 constexpr int valueCount = static_cast<int>(std::size(values));
 
 } // namespace
@@ -50,9 +56,11 @@ HeadlessRun::HeadlessRun(Console* console, MainWindow* window, const QString& fo
         if (ready) begin(m_step);
     });
     connect(console->link(), &ControllerLink::acknowledged, this,
-            [this](int number, int address, int, int reason, int value) {
-                onAcknowledged(number, address, reason, value);
-            });
+            [this](int number, int, int, int reason, int value) { onAcknowledged(number, reason, value); });
+    connect(console, &Console::message, this, [this](const QString& text, bool isProblem) {
+        if (isProblem) m_problem = text;
+    });
+    connect(window->values()->sweepWatch(), &SweepWatch::ended, this, &HeadlessRun::onSweepEnded);
     connect(console, &Console::frameDone, this, &HeadlessRun::onFrame);
     connect(console->scan(), &Scan::stopped, this, &HeadlessRun::onStopped);
     connect(console->scan(), &Scan::failed, this, &HeadlessRun::onScanFailed);
@@ -73,6 +81,8 @@ QString HeadlessRun::stepName() const
     switch (m_step) {
     case Step::Values:
         return m_console->isReady() ? tr("setting values") : tr("connecting");
+    case Step::Sweep:
+        return tr("the sweep");
     case Step::Area:
         return tr("the area scan");
     case Step::Line:
@@ -94,7 +104,10 @@ void HeadlessRun::begin(Step step)
     ScanSettings settings = m_settings;
     switch (step) {
     case Step::Values:
-        sendValues();
+        enterValues();
+        return;
+    case Step::Sweep:
+        startSweep();
         return;
     case Step::Area:
     case Step::Dwell:
@@ -119,35 +132,81 @@ void HeadlessRun::begin(Step step)
     }
 }
 
-void HeadlessRun::sendValues()
+void HeadlessRun::enterValues()
 {
-    m_setting.clear();
+    m_entered.clear();
     m_reading.clear();
-    for (int i = 0; i < valueCount; ++i)
-        m_setting.insert(m_console->link()->set(values[i].address, values[i].value), i);
+    // The fields of a group share their steps; one that is not as at first is kept with the settings.
+    const ValuePanel& panel = *m_window->values();
+    UnitEdit* first = panel.field(values[voltage].address);
+    first->changeStepInt(true, true, relativeStep, first->absoluteStep());
+    if (panel.sweepField()->relativeStep() != relativeStep) fail(tr("a group does not share its step"));
+    for (int i = 0; i < valueCount && !m_over; ++i) {
+        UnitEdit* field = panel.field(values[i].address);
+        field->setText(QString::fromUtf8(values[i].text));
+        if (field->status() != UnitEdit::EsEditValid)
+            fail(tr("the field of the %1 does not take %2")
+                     .arg(QLatin1String(values[i].name), QLatin1String(values[i].text)));
+        m_entered.append(i);
+        field->commit();
+    }
 }
 
-// Each value is read back when its setting is confirmed, and compared.
-void HeadlessRun::onAcknowledged(int number, int address, int reason, int value)
+// Each value is read back when its field has left the waiting state, and compared. This is called after the
+// fields have had the answer.
+void HeadlessRun::onAcknowledged(int number, int reason, int value)
 {
-    if (m_over || m_step != Step::Values || number == 0) return;
-    const bool wasSet = m_setting.contains(number);
-    if (!wasSet && !m_reading.contains(number)) return;
-    const int i = wasSet ? m_setting.take(number) : m_reading.take(number);
-    const Value& wanted = values[i];
-    if (reason != controller::reasonOk) {
-        fail(tr("the controller refused the %1: %2")
+    if (m_over || (m_step != Step::Values && m_step != Step::Sweep)) return;
+    checkFields();
+    if (m_over || !m_reading.contains(number)) return;
+    const Value& wanted = values[m_reading.take(number)];
+    if (reason != controller::reasonOk)
+        fail(tr("the controller refused to tell the %1: %2")
                  .arg(QLatin1String(wanted.name), QLatin1String(tracePrintReason(reason))));
-    } else if (wasSet) {
-        m_reading.insert(m_console->link()->get(address), i);
-    } else if (value != wanted.value) {
-        fail(tr("the %1 was set to %2 and reads back %3")
+    else if (const int shown = m_window->values()->field(wanted.address)->getValue(); value != shown)
+        fail(tr("the field of the %1 shows %2 and the controller has %3")
                  .arg(QLatin1String(wanted.name))
-                 .arg(wanted.value)
+                 .arg(shown)
                  .arg(value));
-    } else if (m_setting.isEmpty() && m_reading.isEmpty()) {
-        begin(Step::Area);
+    else if (m_entered.isEmpty() && m_reading.isEmpty())
+        begin(m_step == Step::Values ? Step::Sweep : Step::Area);
+}
+
+void HeadlessRun::checkFields()
+{
+    for (int i = m_entered.size() - 1; i >= 0 && !m_over; --i) {
+        const Value& wanted = values[m_entered[i]];
+        const UnitEdit* field = m_window->values()->field(wanted.address);
+        if (field->status() == UnitEdit::EsCommitted) continue;
+        if (field->getValue() != wanted.value)
+            fail(tr("the %1 was entered as %2 and is %3 (%4)")
+                     .arg(QLatin1String(wanted.name))
+                     .arg(wanted.value)
+                     .arg(field->getValue())
+                     .arg(m_problem));
+        m_reading.insert(m_console->link()->get(wanted.address), m_entered[i]);
+        m_entered.remove(i);
     }
+}
+
+void HeadlessRun::startSweep()
+{
+    m_entered.clear();
+    m_reading.clear();
+    UEditSpec* field = m_window->values()->sweepField();
+    field->stop(); // one that a lost link has left
+    if (field->setSpecParams(-500, 500, 6, 20, true))
+        field->run();
+    else
+        fail(tr("%1 could not be started").arg(stepName()));
+}
+
+// The field returns to its value before; the answer to the last request comes after that.
+void HeadlessRun::onSweepEnded(bool done)
+{
+    if (m_over || m_step != Step::Sweep || m_console->link()->state() != ControllerLink::Connected) return;
+    if (!done) return fail(m_problem);
+    m_reading.insert(m_console->link()->get(values[voltage].address), voltage);
 }
 
 void HeadlessRun::onFrame(ScanKind kind)
@@ -169,6 +228,7 @@ void HeadlessRun::onFrame(ScanKind kind)
         break;
     }
     case Step::Values:
+    case Step::Sweep:
     case Step::Dwell:
     case Step::Ending:
         return;
@@ -201,6 +261,7 @@ void HeadlessRun::onStopped()
         finish();
         break;
     case Step::Values:
+    case Step::Sweep:
     case Step::Dwell:
         break;
     }
@@ -236,7 +297,7 @@ void HeadlessRun::onTimeOver()
         return;
     }
     m_step = Step::Ending;
-    if (!writePicture()) return;
+    if (!writePictures()) return;
     if (m_console->scan()->isIdle())
         finish();
     else
@@ -248,13 +309,17 @@ void HeadlessRun::interrupt()
     fail(tr("interrupted during %1").arg(stepName()));
 }
 
-bool HeadlessRun::writePicture()
+bool HeadlessRun::writePictures()
 {
-    m_window->refreshNow();
-    const QString file = path("bench.png");
-    if (m_window->grab().save(file)) return true;
-    fail(tr("%1 could not be written").arg(file));
-    return false;
+    for (const bool showValues : {true, false}) {
+        m_window->showValues(showValues);
+        m_window->refreshNow();
+        const QString file = path(showValues ? "values.png" : "bench.png");
+        if (m_window->grab().save(file)) continue;
+        fail(tr("%1 could not be written").arg(file));
+        return false;
+    }
+    return true;
 }
 
 bool HeadlessRun::writeSummary()

@@ -4,13 +4,14 @@
 
 #include <QHash>
 #include <QTimer>
+#include <QVector>
 
 namespace bench {
 
 class MainWindow;
 
-/// Takes the console's roads by itself: values, an area, a line, a stream with its log; then the area goes on
-/// until the time is over.
+/// Takes the console's roads by itself: values through their fields, a sweep, an area, a line, a stream with
+/// its log; then the area goes on until the time is over.
 ///
 /// The files hold the first whole frame of each kind, and of the stream's samples exactly that frame's, so
 /// that their contents depend on the controller alone.
@@ -35,6 +36,7 @@ private:
     enum class Step
     {
         Values,
+        Sweep,
         Area,
         Line,
         Stream,
@@ -43,8 +45,11 @@ private:
     };
 
     void begin(Step step);
-    void sendValues();
-    void onAcknowledged(int number, int address, int reason, int value);
+    void enterValues();
+    void startSweep();
+    void onAcknowledged(int number, int reason, int value);
+    void checkFields();
+    void onSweepEnded(bool done);
     void onFrame(ScanKind kind);
     void onStopped();
     void onScanFailed(const QString& text);
@@ -53,7 +58,7 @@ private:
     void save(Snapshot snapshot, ScanKind kind, const char* name);
     void fail(const QString& text);
     void finish();
-    bool writePicture();
+    bool writePictures();
     bool writeSummary();
     QString path(const char* name) const;
     QString stepName() const;
@@ -65,9 +70,10 @@ private:
     double m_seconds;
     QTimer m_deadline;
     Step m_step = Step::Values;
-    QHash<int, int> m_setting; ///< requests that are under way: number to index of the value
-    QHash<int, int> m_reading;
-    bool m_haveFrame = false; ///< of this step
+    QVector<int> m_entered;    ///< indices of the values that are not confirmed yet
+    QHash<int, int> m_reading; ///< requests that are under way: number to index of the value
+    QString m_problem;         ///< the last one that the console told
+    bool m_haveFrame = false;  ///< of this step
     bool m_over = false;
 };
 

@@ -13,8 +13,12 @@
 #include <QDir>
 #include <QLoggingCategory>
 #include <QStandardPaths>
+#include <QTimer>
+#include <vorelutil/widgets/settingsstore.h>
 
 namespace {
+
+constexpr int saveMilliseconds = 5000; ///< settings that changed are saved after so long at the latest
 
 int complain(const QString& text)
 {
@@ -32,6 +36,16 @@ bool hasDisplay()
 #else
     return true;
 #endif
+}
+
+/// Where settings are kept; its folder is made. A headless run uses nothing of the user's.
+QString settingsFile(const bench::Options& options)
+{
+    if (!options.settingsFile.isEmpty()) return options.settingsFile;
+    if (options.headless) return QDir(options.outFolder).filePath(QStringLiteral("settings.ini"));
+    const QDir folder(QStandardPaths::writableLocation(QStandardPaths::AppConfigLocation));
+    folder.mkpath(QStringLiteral("."));
+    return folder.filePath(QStringLiteral("settings.ini"));
 }
 
 int runHeadless(bench::Console* console, bench::MainWindow* window, const bench::Options& options,
@@ -93,7 +107,11 @@ int main(int argc, char** argv)
 
     std::unique_ptr<Simulator> simulator;
     if (options.host.isEmpty()) {
-        simulator = std::make_unique<Simulator>(Simulator::Options());
+        Simulator::Options manner;
+        manner.confirmMilliseconds = options.confirmMilliseconds;
+        manner.refuseEvery = options.refuseEvery;
+        manner.ownChangesSeconds = options.ownChangesSeconds;
+        simulator = std::make_unique<Simulator>(manner);
         QString error;
         if (!simulator->start(&error)) return complain(error);
         options.host = QStringLiteral("127.0.0.1");
@@ -101,16 +119,31 @@ int main(int argc, char** argv)
     }
 
     bench::Console console;
-    bench::MainWindow window(&console);
+    bench::MainWindow window(&console, simulator.get());
     window.setAddress(options.host, options.port);
     window.setScanSettings(options.scan);
     window.followLog(trace.currentFile());
     QObject::connect(&trace, &bench::TraceFiles::fileChanged, &window, &bench::MainWindow::followLog);
+    SettingsStore store(settingsFile(options));
+    if (!store.load() || !store.errorText().isEmpty()) console.tell(store.errorText(), true);
+    store.offer();
     window.show();
 
     StopSignal stop;
-    if (options.headless) return runHeadless(&console, &window, options, &stop);
+    if (options.headless) {
+        const int code = runHeadless(&console, &window, options, &stop);
+        return store.save() ? code : complain(store.errorText());
+    }
+    QString failure; // told once
+    const auto save = [&] {
+        if (!store.save() && failure != store.errorText()) console.tell(store.errorText(), true);
+        failure = store.errorText();
+    };
+    QTimer saving;
+    QObject::connect(&saving, &QTimer::timeout, &window, save);
+    saving.start(saveMilliseconds);
     QObject::connect(&stop, &StopSignal::received, &window, &QWidget::close);
     console.connectTo(options.host, options.port);
-    return QApplication::exec();
+    const int code = QApplication::exec();
+    return store.save() ? code : complain(store.errorText());
 }

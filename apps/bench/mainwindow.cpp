@@ -6,13 +6,13 @@
 #include "logview.h"
 #include "profileplot.h"
 #include "scanpanel.h"
+#include "valuepanel.h"
 
 #include <new>
 #include <QCloseEvent>
 #include <QComboBox>
 #include <QCoreApplication>
 #include <QFileDialog>
-#include <QFormLayout>
 #include <QLabel>
 #include <QLineEdit>
 #include <QMessageBox>
@@ -21,6 +21,7 @@
 #include <QSpinBox>
 #include <QSplitter>
 #include <QStatusBar>
+#include <QTabWidget>
 #include <QVBoxLayout>
 #include <QWindow>
 #include <vorelutil/frames/framebuffer.h>
@@ -54,37 +55,28 @@ QWidget* withHeading(const QString& heading, QWidget* content, QWidget* parent)
 
 } // namespace
 
-MainWindow::MainWindow(Console* console, QWidget* parent)
+MainWindow::MainWindow(Console* console, Simulator* simulator, QWidget* parent)
     : QMainWindow(parent)
     , m_console(console)
     , m_gate([this] { repaintPlots(); })
 {
     setWindowTitle(tr("vorelbench"));
-    m_image = new ImagePlot(this);
-    m_line = new ProfilePlot(ProfilePlot::Line, this);
-    m_stream = new ProfilePlot(ProfilePlot::Stream, this);
     m_log = new LogView(this);
-
-    auto* profiles = new QSplitter(Qt::Vertical, this);
-    profiles->addWidget(withHeading(tr("Current line"), m_line, profiles));
-    profiles->addWidget(withHeading(tr("Stream"), m_stream, profiles));
-    auto* plots = new QSplitter(Qt::Horizontal, this);
-    plots->addWidget(makeImagePanel());
-    plots->addWidget(profiles);
-    plots->setStretchFactor(0, 3);
-    plots->setStretchFactor(1, 2);
-    plots->setSizes({670, 300});
-    auto* right = new QSplitter(Qt::Vertical, this);
-    right->addWidget(plots);
-    right->addWidget(withHeading(tr("Trace log"), m_log, right));
-    right->setStretchFactor(0, 4);
-    right->setStretchFactor(1, 1);
-    right->setSizes({540, 170});
+    m_values = new ValuePanel(console, simulator, this);
+    m_pages = new QTabWidget(this);
+    m_pages->addTab(makeScanPage(), tr("Scan"));
+    m_pages->addTab(m_values, tr("Values"));
+    auto* parts = new QSplitter(Qt::Vertical, this);
+    parts->addWidget(m_pages);
+    parts->addWidget(withHeading(tr("Trace log"), m_log, parts));
+    parts->setStretchFactor(0, 4);
+    parts->setStretchFactor(1, 1);
+    parts->setSizes({570, 130});
 
     auto* centre = new QWidget(this);
-    auto* layout = new QHBoxLayout(centre);
-    layout->addWidget(makeControls());
-    layout->addWidget(right, 1);
+    auto* layout = new QVBoxLayout(centre);
+    layout->addWidget(makeLinkRow());
+    layout->addWidget(parts, 1);
     setCentralWidget(centre);
     makeStatusBar();
     connectSignals();
@@ -97,33 +89,56 @@ MainWindow::MainWindow(Console* console, QWidget* parent)
 
 MainWindow::~MainWindow() = default;
 
-QWidget* MainWindow::makeControls()
+QWidget* MainWindow::makeScanPage()
 {
-    auto* controls = new QWidget(this);
-    controls->setFixedWidth(controlsWidth);
-    auto* layout = new QVBoxLayout(controls);
-    layout->setContentsMargins(0, 0, 0, 0);
-    layout->addWidget(makeLinkGroup());
-    m_scanPanel = new ScanPanel(controls);
-    layout->addWidget(m_scanPanel);
-    layout->addWidget(makeSaveGroup());
-    layout->addStretch(1);
-    return controls;
+    m_image = new ImagePlot(this);
+    m_line = new ProfilePlot(ProfilePlot::Line, this);
+    m_stream = new ProfilePlot(ProfilePlot::Stream, this);
+    m_scanPanel = new ScanPanel(this);
+    auto* profiles = new QSplitter(Qt::Vertical, this);
+    profiles->addWidget(withHeading(tr("Current line"), m_line, profiles));
+    profiles->addWidget(withHeading(tr("Stream"), m_stream, profiles));
+    auto* plots = new QSplitter(Qt::Horizontal, this);
+    plots->addWidget(makeImagePanel());
+    plots->addWidget(profiles);
+    plots->setStretchFactor(0, 3);
+    plots->setStretchFactor(1, 2);
+    plots->setSizes({670, 300});
+
+    auto* page = new QWidget(this);
+    auto* controls = new QVBoxLayout;
+    for (QWidget* group : {static_cast<QWidget*>(m_scanPanel), makeSaveGroup()}) {
+        group->setFixedWidth(controlsWidth);
+        controls->addWidget(group);
+    }
+    controls->addStretch(1);
+    auto* layout = new QHBoxLayout(page);
+    layout->addLayout(controls);
+    layout->addWidget(plots, 1);
+    return page;
 }
 
-QWidget* MainWindow::makeLinkGroup()
+QWidget* MainWindow::makeLinkRow()
 {
-    auto* group = new QGroupBox(tr("Link"), this);
-    auto* form = new QFormLayout(group);
-    m_host = new QLineEdit(QStringLiteral("127.0.0.1"), group);
-    m_port = new QSpinBox(group);
+    auto* row = new QWidget(this);
+    auto* layout = new QHBoxLayout(row);
+    layout->setContentsMargins(0, 0, 0, 0);
+    m_host = new QLineEdit(QStringLiteral("127.0.0.1"), row);
+    m_host->setMaximumWidth(220);
+    m_port = new QSpinBox(row);
     m_port->setRange(1, 65535);
-    m_connect = new QPushButton(tr("&Connect"), group);
-    form->addRow(tr("&Host"), m_host);
-    form->addRow(tr("Por&t"), m_port);
-    form->addRow(m_connect);
+    m_connect = new QPushButton(tr("&Connect"), row);
+    for (const auto& [text, field] : {qMakePair(tr("&Host"), static_cast<QWidget*>(m_host)),
+                                      qMakePair(tr("Por&t"), static_cast<QWidget*>(m_port))}) {
+        auto* label = new QLabel(text, row);
+        label->setBuddy(field);
+        layout->addWidget(label);
+        layout->addWidget(field);
+    }
+    layout->addWidget(m_connect);
+    layout->addStretch(1);
     connect(m_connect, &QPushButton::clicked, this, &MainWindow::toggleLink);
-    return group;
+    return row;
 }
 
 QWidget* MainWindow::makeSaveGroup()
@@ -235,6 +250,11 @@ void MainWindow::setScanSettings(const ScanSettings& settings)
 void MainWindow::followLog(const QString& path)
 {
     m_log->follow(path);
+}
+
+void MainWindow::showValues(bool show)
+{
+    m_pages->setCurrentIndex(show ? 1 : 0);
 }
 
 void MainWindow::refreshNow()

@@ -12,6 +12,8 @@ class QLabel;
 class QLineEdit;
 class QPushButton;
 class QSpinBox;
+class QTabWidget;
+class Simulator;
 
 namespace bench {
 
@@ -20,15 +22,16 @@ class ImagePlot;
 class LogView;
 class ProfilePlot;
 class ScanPanel;
+class ValuePanel;
 
-/// The console's window: image, current line and stream, trace log, and the operator's controls.
+/// The console's window: the link, a page for scans and one for values, and the trace log below both.
 class MainWindow : public QMainWindow
 {
     Q_OBJECT
 
 public:
-    /// `console` must outlive the window.
-    explicit MainWindow(Console* console, QWidget* parent = nullptr);
+    /// `console` must outlive the window, and so must the embedded controller; null: there is none.
+    explicit MainWindow(Console* console, Simulator* simulator = nullptr, QWidget* parent = nullptr);
     ~MainWindow() override;
 
     /// What the fields offer at the start.
@@ -36,6 +39,10 @@ public:
     void setScanSettings(const ScanSettings& settings);
     /// The log that the window follows.
     void followLog(const QString& path);
+
+    ValuePanel* values() const { return m_values; }
+    /// Brings the page of the values to the front, or that of the scans.
+    void showValues(bool show);
 
     /// Brings everything that is shown up to date, as before a picture is taken.
     void refreshNow();
@@ -46,8 +53,8 @@ protected:
     void closeEvent(QCloseEvent* event) override;
 
 private:
-    QWidget* makeControls();
-    QWidget* makeLinkGroup();
+    QWidget* makeLinkRow();
+    QWidget* makeScanPage();
     QWidget* makeSaveGroup();
     QWidget* makeImagePanel();
     void makeStatusBar();
@@ -68,6 +75,8 @@ private:
     bool m_closing = false; ///< the window closes when the link has ended
     QTimer m_textTimer;     ///< progress texts, a few times a second
 
+    QTabWidget* m_pages = nullptr;
+    ValuePanel* m_values = nullptr;
     QLineEdit* m_host = nullptr;
     QSpinBox* m_port = nullptr;
     QPushButton* m_connect = nullptr;

@@ -33,6 +33,7 @@ int parseOptions(int argc, char** argv, Options* options)
     std::string host;
     std::string pixels;
     std::string out;
+    std::string settings;
     std::string style;
     bool dark = false;
     bool light = false;
@@ -58,6 +59,19 @@ int parseOptions(int argc, char** argv, Options* options)
     app.add_option("--rate", options->scan.rate, "Lines per second; of a stream, samples")
         ->check(CLI::Range(1, 100000))
         ->capture_default_str();
+    app.add_option("--settings", settings, "File that keeps settings between runs (default: the user's)");
+    app.add_option("--confirm", options->confirmMilliseconds,
+                   "Simulated controller: milliseconds to an answer")
+        ->check(CLI::Range(0, 60000))
+        ->capture_default_str();
+    app.add_option("--refuse-every", options->refuseEvery,
+                   "Simulated controller: refuse every so-manieth value that is set; 0: none")
+        ->check(CLI::Range(0, 1000));
+    CLI::Option* ownChanges =
+        app.add_option("--own-changes", options->ownChangesSeconds,
+                       "Simulated controller: seconds between changes of its own; 0: never "
+                       "(default 4, in a headless run 0)");
+    ownChanges->check(CLI::Range(0.0, 3600.0));
     app.add_option("--style", style, "Widget style, such as fusion");
     CLI::Option* darkFlag = app.add_flag("--dark", dark, "Dark palette");
     app.add_flag("--light", light, "Light palette")->excludes(darkFlag);
@@ -71,6 +85,8 @@ int parseOptions(int argc, char** argv, Options* options)
     options->host = QString::fromLocal8Bit(host.c_str());
     if (options->host.isEmpty() && port->count() > 0) options->host = QStringLiteral("127.0.0.1");
     options->outFolder = QString::fromLocal8Bit(out.c_str());
+    options->settingsFile = QString::fromLocal8Bit(settings.c_str());
+    if (options->headless && ownChanges->count() == 0) options->ownChangesSeconds = 0.0;
     options->style = QString::fromLocal8Bit(style.c_str());
     if (dark) options->theme = Theme::Dark;
     if (light) options->theme = Theme::Light;

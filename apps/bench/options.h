@@ -11,8 +11,12 @@ struct Options
     QString host; ///< empty: the simulated controller inside this process
     int port = 0;
     bool headless = false;
-    double seconds = 5.0; ///< of a headless run
-    QString outFolder;    ///< of a headless run
+    double seconds = 5.0;         ///< of a headless run
+    QString outFolder;            ///< of a headless run
+    QString settingsFile;         ///< empty: the user's
+    int confirmMilliseconds = 50; ///< of the simulated controller
+    int refuseEvery = 0;
+    double ownChangesSeconds = 4.0; ///< 0 in a headless run, unless asked for
     ScanSettings scan;
     QString style;
     Theme theme = Theme::Platform;

@@ -52,9 +52,12 @@ TEST_F(ProgramTest, SaysWhatIsWrongWithItsCallOrItsFolder)
         {{"--headless", "--out", "x", "--seconds", "-1"}, 2, "--seconds"},
         {{"--pixels", "0x5"}, 2, "--pixels"}, {{"--pixels", "4097x5"}, 2, "--pixels"},
         {{"--pixels", "8x8x8"}, 2, "--pixels"}, {{"--mode", "2"}, 2, "--mode"},
+        {{"--confirm", "-1"}, 2, "--confirm"}, {{"--own-changes", "x"}, 2, "--own-changes"},
         {{"--rate", "100001"}, 2, "--rate"}, {{"--dark", "--light"}, 2, "--"},
         {{"--headless", "--out", "/dev/null/x"}, 1, "vorelbench: /dev/null/x cannot be written to\n"},
         {{"--headless", "--out", "OUT", "--style", "no"}, 1, "vorelbench: there is no style no\n"},
+        {{"--headless", "--out", "OUT", "--refuse-every", "2"}, 1, " is 1000000 (Frequency was refused: "},
+        {{"--headless", "--out", "OUT", "--confirm", "550", "--settings", "/dev/null/x"}, 1, " within 500 ms\n"},
         {{"--headless", "--out", "OUT", "--seconds", "0.1"}, 1, " was not done within 0.1 s (link: "},
         {{"--headless", "--out", "OUT", "--seconds", "1", "--port", "1"}, 1, "connecting was not done within 1 "},
     };
@@ -72,10 +75,13 @@ TEST_F(ProgramTest, HeadlessRunLeavesItsFiles)
     const QString out = folder.filePath(QStringLiteral("new/folder"));
     ASSERT_EQ(run({"--headless", "--out", out, "--seconds", "4", "--pixels", "24x16", "--mode", "6"}), 0)
         << errors.toStdString();
-    for (const char* name :
-         {"area.asc", "area.bcr", "line.csv", "stream.csv", "log.csv", "trace.log", "bench.png"})
+    for (const char* name : {"area.asc", "area.bcr", "line.csv", "stream.csv", "log.csv", "trace.log",
+                             "bench.png", "values.png"})
         EXPECT_GT(QFile(out + '/' + name).size(), 100) << name;
-    EXPECT_EQ(QDir(out).entryList(QDir::Files).size(), 8);
+    EXPECT_EQ(QDir(out).entryList(QDir::Files).size(), 10);
+    QFile settings(out + QStringLiteral("/settings.ini"));
+    ASSERT_TRUE(settings.open(QIODevice::ReadOnly));
+    EXPECT_TRUE(settings.readAll().contains("[OutputVoltage]\nRelStep=20\n"));
     QFile file(out + QStringLiteral("/summary.json"));
     ASSERT_TRUE(file.open(QIODevice::ReadOnly));
     const QJsonObject summary = QJsonDocument::fromJson(file.readAll()).object();
@@ -97,6 +103,7 @@ TEST_F(ProgramTest, SignalsEndItCleanly)
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     environment.insert("QT_QPA_PLATFORM", "offscreen");
     environment.insert("XDG_DATA_HOME", out);
+    environment.insert("XDG_CONFIG_HOME", out);
     process.setProcessEnvironment(environment);
     process.start(program, {"--dark"});
     terminateAt("Link: connected", out + "/vorelbench/logs", "vorelbench-*.log");

@@ -1,0 +1,63 @@
+#pragma once
+
+#include <QElapsedTimer>
+#include <QObject>
+
+class UEditSpec;
+
+namespace bench {
+
+class ValueRoad;
+
+/// Follows a field's sweeps and says how they end.
+///
+/// A sweep stops by itself when a point is not confirmed in time, and does not say so; what stopped it is
+/// seen from the outside: a point without an answer, refused, or answered with another value.
+class SweepWatch : public QObject
+{
+    Q_OBJECT
+
+public:
+    /// The field's points go over `road` to `address`. Both must outlive the watch.
+    SweepWatch(UEditSpec* field, ValueRoad* road, int address, QObject* parent = nullptr);
+
+    bool isRunning() const { return m_running; }
+    /// A sweep runs, and the controller has confirmed the point that it has come to.
+    bool isAtPoint() const;
+    /// The sweep that runs, or ran last, is on its way back.
+    bool isBackward() const { return m_point >= m_steps; }
+
+signals:
+    void started();
+    /// `done`: every point was confirmed.
+    void ended(bool done);
+    /// Something for the operator to read.
+    void message(const QString& text, bool isProblem);
+
+private:
+    enum class Answer
+    {
+        None,
+        Value,
+        Refused
+    };
+
+    void onTelegram(int address, int value);
+    void onAnswered(int address, int reason, int value, int milliseconds, bool isLast);
+    void look();
+    QString whyStopped() const;
+
+    UEditSpec* m_field;
+    const int m_address;
+    bool m_running = false;
+    bool m_late = false; ///< the last sweep stopped before its point was answered
+    int m_steps = 0;     ///< in one direction
+    bool m_bothWays = false;
+    int m_point = 0; ///< that was sent last, from 0 on
+    int m_target = 0;
+    Answer m_answer = Answer::None;
+    int m_answered = 0; ///< value of the answer
+    QElapsedTimer m_sincePoint;
+};
+
+} // namespace bench

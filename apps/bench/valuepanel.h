@@ -1,0 +1,79 @@
+#pragma once
+
+#include <QVector>
+#include <QWidget>
+#include <vorelutil/widgets/savable.h>
+
+class DblEdit;
+class QCheckBox;
+class QFormLayout;
+class QLabel;
+class Simulator;
+class UEditSpec;
+class UnitEdit;
+
+namespace bench {
+
+class Console;
+class GaugeBar;
+class SweepPlot;
+class SweepWatch;
+class TicAxis;
+class ValueRoad;
+
+/// The controller's parameters in value fields, its read-back on a gauge, and a voltage sweep with its plot.
+///
+/// Step widths, the gauge's scale and alarm and the selection switch are settings that a store may keep.
+class ValuePanel : public QWidget
+{
+    Q_OBJECT
+
+public:
+    /// `console` must outlive the panel. `simulator`, whose manners the panel offers to change, may be null;
+    /// else it must outlive the panel, too.
+    ValuePanel(Console* console, Simulator* simulator, QWidget* parent = nullptr);
+    ~ValuePanel() override;
+
+    /// The first field that is bound to an address; null: none.
+    UnitEdit* field(int address) const;
+    UEditSpec* sweepField() const { return m_sweepField; }
+    SweepWatch* sweepWatch() const { return m_sweepWatch; }
+    SweepPlot* sweepPlot() const { return m_sweepPlot; }
+
+protected:
+    void changeEvent(QEvent* event) override;
+
+private slots:
+    void savableChanged(QString name, QString value);
+
+private:
+    QWidget* makeValueGroup();
+    QWidget* makeGaugeGroup();
+    QWidget* makeSweepGroup();
+    QWidget* makeSimulatorGroup(Simulator* simulator);
+    UnitEdit* addField(QFormLayout* form, int address, const QString& label);
+    void bind(int address, UnitEdit* field, const QString& label);
+    void shareSteps();
+    void applyColours();
+    void applyScale();
+    void showReadBack(int raw);
+
+    Console* m_console;
+    ValueRoad* m_road;
+    QVector<QPair<int, UnitEdit*>> m_fields; ///< with their addresses
+    bool m_selectOnFocus = true;             ///< the fields look at it
+    QCheckBox* m_selectBox = nullptr;
+    GaugeBar* m_gauge = nullptr;
+    TicAxis* m_axis = nullptr;
+    DblEdit* m_fullScale = nullptr;
+    DblEdit* m_alarm = nullptr;
+    QLabel* m_alarmText = nullptr;
+    UEditSpec* m_sweepField = nullptr;
+    SweepWatch* m_sweepWatch = nullptr;
+    SweepPlot* m_sweepPlot = nullptr;
+    Savable m_storedScale;
+    Savable m_storedAlarm;
+    Savable m_storedSelection;
+};
+
+} // namespace bench

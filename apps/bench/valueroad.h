@@ -1,0 +1,79 @@
+#pragma once
+
+#include <memory>
+#include <QHash>
+#include <QList>
+#include <QObject>
+#include <QPointer>
+#include <QTimer>
+#include <vector>
+
+class ControllerLink;
+class UnitEdit;
+
+namespace controller {
+struct TelegramView;
+} // namespace controller
+
+namespace bench {
+
+/// The road between value fields and the controller's parameters.
+///
+/// A bound field shows what the controller says of its address: the answer to a "GET" whenever a link stands,
+/// and every "TELL". What is entered in it goes out as a "SET"; the answer brings the value that the
+/// controller has then, so that a refused value gives way to the one that holds. When no answer can come (no
+/// link, a link that is lost, nothing within `answerMilliseconds`), the field returns to the last value that
+/// the controller said, and is empty when it never said one. Whatever went wrong is told through `message`.
+///
+/// While a "SET" is under way, other values of its address are remembered and not shown: the answer, which
+/// follows them, decides; of several "SET"s the last one's. GUI thread only.
+class ValueRoad : public QObject
+{
+    Q_OBJECT
+
+public:
+    static constexpr int answerMilliseconds = 3000;
+    static constexpr int askMilliseconds = 500;
+
+    /// `link` must outlive the road.
+    explicit ValueRoad(ControllerLink* link, QObject* parent = nullptr);
+    ~ValueRoad() override;
+
+    /// Binds a field to an address; several fields may share one. `name` is what messages call it, of the
+    /// first field that is bound. The field may be destroyed at any time.
+    void bind(int address, UnitEdit* field, const QString& name);
+
+    /// Asks for the value every `askMilliseconds`, as it is not told. After `bind`.
+    void askAgain(int address);
+
+signals:
+    /// Something for the operator to read.
+    void message(const QString& text, bool isProblem);
+    /// A "SET" of a bound address was answered, after so many milliseconds. `isLast`: none was sent since.
+    void answered(int address, int reason, int value, int milliseconds, bool isLast);
+
+private:
+    struct Way;
+    struct Request
+    {
+        Way* way = nullptr;
+        bool isSet = false;
+        qint64 sentAt = 0; ///< by `m_clock`, ms
+    };
+
+    Way* find(int address) const;
+    void ask(Way* way);
+    void send(Way* way, int value);
+    void show(Way* way);
+    void giveUp(Way* way, const QString& reason);
+    void onLinkState();
+    void onAcknowledged(int number, int reason, int value);
+    void onTold(const controller::TelegramView& telegram);
+
+    ControllerLink* m_link;
+    std::vector<std::unique_ptr<Way>> m_ways;
+    QHash<int, Request> m_requests; ///< unanswered ones by number
+    QTimer m_askTimer;
+};
+
+} // namespace bench
