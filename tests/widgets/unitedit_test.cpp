@@ -264,7 +264,7 @@ TEST(UnitEdit, SharesItsStepSettingsWithItsGroup)
     }
     QSignalSpy told(&first, &UnitEdit::stepChanged), echoed(&second, &UnitEdit::stepChanged);
     first.changeStepInt(true, false, 20, 0.5);
-    EXPECT_EQ(QList<QVariantList>(told), (QList<QVariantList>{{"volts", false, 20, 0.5}}));
+    EXPECT_TRUE(told == (QList<QVariantList>{{"volts", false, 20, 0.5}}));
     EXPECT_TRUE(echoed.isEmpty() && other.isStepRelative());
     EXPECT_TRUE(second.absoluteStep() == 0.5 && second.relativeStep() == 20 && !second.isStepRelative());
 
@@ -274,7 +274,7 @@ TEST(UnitEdit, SharesItsStepSettingsWithItsGroup)
     EXPECT_TRUE(alone.absoluteStep() == 0.02 && aloneTold.isEmpty());
     alone.configureStep();
     alone.setAbsoluteStepsize("30 mV"); // now its dialog tells, even without a group
-    EXPECT_EQ(QList<QVariantList>(aloneTold), (QList<QVariantList>{{"", true, 5, 0.03}}));
+    EXPECT_TRUE(aloneTold == (QList<QVariantList>{{"", true, 5, 0.03}}));
 }
 
 TEST(StepDialog, SetsTheStepByKeysAlone)
@@ -307,7 +307,7 @@ TEST(StepDialog, SetsTheStepByKeysAlone)
     QTest::keyClicks(text, "2"); // milli, as it was shown
     QTest::keyClick(text, Qt::Key_Return);
     EXPECT_TRUE(!dialog->isVisible() && text->text() == "2 mV");
-    EXPECT_EQ(QList<QVariantList>(told), (QList<QVariantList>{{"volts", false, 10, 0.002}}));
+    EXPECT_TRUE(told == (QList<QVariantList>{{"volts", false, 10, 0.002}}));
 
     edit.changeStep("volts", true, 7, 0.004);
     EXPECT_TRUE(spin->value() == 7 && text->text() == "4 mV" && buttons.at(1)->isChecked());

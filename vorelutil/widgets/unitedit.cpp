@@ -291,8 +291,8 @@ QString UnitEdit::toValueFormula() const
 
 void UnitEdit::setFormulas(QString toNumber, QString toValue)
 {
-    m_model->value2NumberFormula = qth_q2s(std::move(toNumber));
-    m_model->number2ValueFormula = qth_q2s(std::move(toValue));
+    m_model->value2NumberFormula = qth_q2s(toNumber);
+    m_model->number2ValueFormula = qth_q2s(toValue);
     applyModel();
 }
 
