@@ -21,6 +21,9 @@ using Answer = std::function<void(int)>; // what the program does on `changed`
 /// A field of 1 mV a raw step that shows 7 mV, and what it emits: a point as "25", a telegram as "1070=1".
 class Sweep : public testing::Test
 {
+public:
+    ~Sweep() override { delete field; }
+
 protected:
     Sweep()
     {
@@ -35,7 +38,6 @@ protected:
             log << QString::number(addr, 16) + "=" + QString::number(val);
         });
     }
-    ~Sweep() override { delete field; }
 
     std::string untilItEnds()
     {
@@ -73,12 +75,7 @@ protected:
 
 TEST_F(Sweep, SendsThePointsAndThenTheValueBefore)
 {
-    Answer const later = [this](int v) {
-        QTimer::singleShot(1, field, [this, v] {
-            field->setNumber(v / 1000.0);
-            field->setValue(v);
-        });
-    };
+    Answer const later = [this](int v) { QTimer::singleShot(1, field, [this, v] { confirm(v); }); };
     for (auto const& how : {confirm, later}) {
         answer = how;
         EXPECT_EQ(run(0, 100, 5, false), "1071=0 1072=100000000 1073=5 1074=637 1075=0 "
@@ -119,7 +116,8 @@ TEST_F(Sweep, IsStoppedStartedAnewAndDestroyedByItsSlots)
               "1074=636 1075=0 0 1070=0 1 1070=1 7");
     field->openSpectroscopy();
     answer = [this](int) { delete field; };
-    EXPECT_EQ(run(0, 100, 5, false), "1071=0 1072=100000000 1073=5 1074=637 1075=0 0");
+    QTest::keyClick(find<QLineEdit>("Spectroscopy end value."), Qt::Key_Return); // "Start"
+    EXPECT_EQ(untilItEnds(), "1071=0 1072=1000000000 1073=2 1074=636 1075=0 0");
     EXPECT_EQ(UEditSpecDlg::_instance, nullptr);
 }
 
@@ -169,8 +167,7 @@ TEST_F(Sweep, IsRunFromTheDialogByKeys)
     field->openSpectroscopy();
     other.openSpectroscopy();
     EXPECT_EQ(other.dialog(), nullptr);
-    UEditSpecDlg* const dialog = field->dialog();
-    EXPECT_EQ(UEditSpecDlg::_instance, dialog);
+    UEditSpecDlg* const dialog = UEditSpecDlg::_instance;
     EXPECT_EQ(dialog->windowTitle(), "Soft Spectroscopy");
     type({"0", "100", "5", "1"});
     EXPECT_EQ(find<QLabel>("Delay [10ms]")->buddy(), find<QLineEdit>("Time delay between two points."));
@@ -180,15 +177,13 @@ TEST_F(Sweep, IsRunFromTheDialogByKeys)
     EXPECT_EQ(progress->maximum(), 10);
 
     QTest::keyClick(find<QLineEdit>("Spectroscopy start value."), Qt::Key_Return);
-    EXPECT_TRUE(field->isRunning());
-    EXPECT_FALSE(find<QPushButton>("Start")->isEnabled());
-    EXPECT_FALSE(find<QCheckBox>("Forward / Backward")->isEnabled());
-    EXPECT_TRUE(find<QPushButton>("Stop")->isEnabled());
+    auto const enabled = [&](char const* text) { return find<QWidget>(text)->isEnabled(); };
+    EXPECT_TRUE(field->isRunning() && enabled("Stop") && enabled("Close"));
+    EXPECT_FALSE(enabled("Start") || enabled("Forward / Backward") || enabled("Spectroscopy step count."));
     untilItEnds();
     EXPECT_EQ(progress->value(), 10);
-    EXPECT_TRUE(find<QPushButton>("Start")->isEnabled());
-    EXPECT_TRUE(find<QLineEdit>("Spectroscopy step count.")->isEnabled());
-    EXPECT_FALSE(find<QPushButton>("Stop")->isEnabled());
+    EXPECT_TRUE(enabled("Start") && enabled("Forward / Backward") && enabled("Spectroscopy step count."));
+    EXPECT_FALSE(enabled("Stop"));
 
     find<QPushButton>("Start")->click();
     static_cast<QWidget*>(dialog)->close(); // by the window system: the sweep goes on
@@ -201,7 +196,6 @@ TEST_F(Sweep, IsRunFromTheDialogByKeys)
     other.openSpectroscopy();
     field->openSpectroscopy();
     EXPECT_FALSE(dialog->isVisible());
-    other.run();
     delete other.dialog(); // while it is the one
     EXPECT_EQ(UEditSpecDlg::_instance, nullptr);
 }

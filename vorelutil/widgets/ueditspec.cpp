@@ -105,6 +105,7 @@ void UEditSpec::run()
     m_sending = false;
     m_index = 0;
     m_current = m_next;
+    if (m_dialog) m_dialog->begin();
 
     QPointer<UEditSpec> const self(this);
     unsigned const thisRun = ++m_runs;

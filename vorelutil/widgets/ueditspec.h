@@ -162,7 +162,7 @@ public:
     static UEditSpecDlg* _instance;
 
 public slots:
-    /// "Start": runs the sweep; the settings cannot be changed while it runs.
+    /// "Start": runs the sweep, as `UEditSpec::run`. The settings cannot be changed while it runs.
     void accept() override;
 
     /// "Close" and Escape: ends the sweep and closes the dialog.
@@ -184,6 +184,8 @@ protected:
     void closeEvent(QCloseEvent* event) override;
 
 private:
+    friend UEditSpec;
+    void begin(); ///< a sweep has been started
     void showParams();
     void resetProgress();
     void setRunning(bool running);

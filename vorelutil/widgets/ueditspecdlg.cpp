@@ -147,10 +147,13 @@ void UEditSpecDlg::onParamChanged()
 
 void UEditSpecDlg::accept()
 {
-    if (!m_edit) return;
+    if (m_edit) m_edit->run();
+}
+
+void UEditSpecDlg::begin()
+{
     setRunning(true);
     resetProgress();
-    m_edit->run();
 }
 
 void UEditSpecDlg::reject()
