@@ -36,7 +36,7 @@ struct Field
 TEST(DblEdit, JudgesWhatIsTypedAndCommitsOnlyWhatCounts)
 {
     const struct { const char* typed; bool valid; double number; const char* shown; int changes; } rows[] = {
-        {"5", true, 5, "5 V", 1},         {"12.5m", true, 0.0125, "12.5 mV", 1}, {"1500 mV", true, 1.5, "1.5 V", 1},
+        {"10", true, 10, "10 V", 1},       {"12.5m", true, 0.0125, "12.5 mV", 1}, {"1500 mV", true, 1.5, "1.5 V", 1},
         {"3.0", true, 3, "3.0", 0},       {"10.001", false, 3, "10.001", 0},     {"-1 mV", false, 3, "-1 mV", 0},
         {"1,5", false, 3, "1,5", 0},      {"1e999", false, 3, "1e999", 0},       {"nan V", false, 3, "nan V", 0}};
     for (const auto& row : rows) {
@@ -118,6 +118,7 @@ TEST(DblEdit, LeavesTheTextWithinTheTolerance)
         field.edit->setNumber(row.number);
         EXPECT_EQ(field.number(), std::tuple(row.number, row.text, 0));
     }
+    EXPECT_EQ(field.enter("2").text(), "2 V"); // the unit is completed all the same
 }
 
 TEST(DblEdit, SelectsOnFocusWhereTheSwitchSaysSo)

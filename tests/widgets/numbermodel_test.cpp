@@ -11,9 +11,10 @@ using testing::NanSensitiveDoubleEq;
 static constexpr double inf = std::numeric_limits<double>::infinity();
 static constexpr double noNumber = std::numeric_limits<double>::quiet_NaN();
 static constexpr int largestUnsigned = -1; // as it arrives: 0xFFFFFFFF
-static constexpr auto dynamic = NumberModel::PfDynamic, fixed = NumberModel::PfStatic, useInput = NumberModel::PfUseInput;
 
 // clang-format off
+
+static constexpr auto dynamic = NumberModel::PfDynamic, fixed = NumberModel::PfStatic, useInput = NumberModel::PfUseInput;
 
 static void expectTexts()
 {
@@ -25,6 +26,7 @@ static void expectTexts()
         {"",   'k', "2", 2000, true, 'k', true},          {"",   'k', "2 X", 2, true, 'X', true},           {"V",  'k', "", 0, false, 'k', true},
         {"V",  ' ', "5 \xC2\xB5V", 5e-6, true, '\xB5', false}, {"V", 'm', "5 \xCE\xBCV", 0, false, ' ', false}, // micro sign, Greek mu
         {"V",  ' ', "1 000 V", 1000, true, ' ', false},   {"V",  ' ', "1,000.5 V", 0, false, ' ', false},   {"V",  ' ', "0x10", 0, false, ' ', true},
+        {"V",  ' ', "5 \xC5\xABV", 0, false, ' ', false}, // its low byte is k
         {"V",  ' ', "1e999", inf, false, ' ', true},      {"foot-pound", 'k', "f", 0, false, ' ', true},
         {"V",  ' ', "\x01" "5\x7F V", 0, false, ' ', false}, {"V", ' ', "\xD7\x90 5 V", 0, false, ' ', false}, // right to left
         {"xi\xCC\x87", ' ', "5 kX\xC4\xB0", 5000, true, 'k', false}, // a letter that is two in lower case
