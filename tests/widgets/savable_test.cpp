@@ -6,7 +6,7 @@
 
 // clang-format off
 
-// Made before main, wherever the linker puts this file: the list has to be there.
+// Made before main: the list has to be there.
 static Savable earliest(nullptr, "earliest", "statics");
 
 TEST(Savable, NumbersAreTextInAnyLocale)

@@ -78,6 +78,8 @@ TEST_F(Settings, OnlyWhatChangedIsMerged)
     Text twin("a", "9");
     a.setValue(5);
     c.setValue(QString("built in"));
+    b.setValue(QString("built in"));
+    b.freeze(); // its key stays
     fresh.setValue(QString("=\n"));
     ASSERT_TRUE(m_store.save()) << m_store.errorText().toStdString();
     const std::string kept = start + "# mine\r\n[Scan]\r\na=9\nstray\nb=other\nf=1\nlate=1\nd=other\n\n[Unknown] \nk=v\n\n[New\\]]\n";
