@@ -95,6 +95,7 @@ TEST(InputNormaliser, MakesANumberOrLeavesAnInvalidText)
         {"1\u202F000,5\u2009ms",       "1 000.5 ms",    1.0005},
         {"1\u2007000 s",               "1 000 s",       1000.0},
         {"1,5e3 ms",                   "1.5e3 ms",      1.5},
+        {"1,5 a.u.",                   "1.5 a.u.",      0},
         {"1,000",                      "1.000",         1e-3},
         {"1.000,5",                    "1.000,5",       0},
         {"1,000.5",                    nullptr,         0},

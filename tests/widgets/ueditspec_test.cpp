@@ -109,11 +109,12 @@ TEST_F(Sweep, IsStoppedStartedAnewAndDestroyedByItsSlots)
 {
     answer = [this](int) { field->stop(); };
     EXPECT_EQ(run(0, 100, 5, false), "1071=0 1072=100000000 1073=5 1074=637 1075=0 0 7");
-    int runs = 0;
-    answer = [&](int v) { ++runs == 1 ? field->run() : confirm(v); };
-    EXPECT_EQ(run(0, 1, 2, false),
-              "1071=0 1072=1000000000 1073=2 1074=636 1075=0 0 1071=0 1072=1000000000 1073=2 "
-              "1074=636 1075=0 0 1070=0 1 1070=1 7");
+    int points = 0;
+    answer = [&](int v) { ++points == 2 ? field->run() : confirm(v); };
+    field->setSpecParams(0, 1, 2, 510, false); // a pause that is longer than the wait for a confirmation
+    field->run();
+    EXPECT_EQ(untilItEnds(), "1071=0 1072=1000000000 1073=2 1074=636 1075=0 0 1070=0 1 "
+                             "1071=0 1072=1000000000 1073=2 1074=636 1075=0 0 1070=0 1 1070=1 7");
     field->openSpectroscopy();
     answer = [this](int) { delete field; };
     QTest::keyClick(find<QLineEdit>("Spectroscopy end value."), Qt::Key_Return); // "Start"
@@ -138,7 +139,7 @@ TEST_F(Sweep, ChecksItsSettings)
         {"fewer values",            "V",    {"0", "3", "5", "1"},         false},
         {"no delay",                "V",    {"0", "100", "5", "0"},       false},
         {"delay too long",          "V",    {"0", "100", "5", "1001"},    false},
-        {"delay beyond all bounds", "V",    {"0", "100", "5", "429496730"}, false},
+        {"delay beyond all bounds", "V",    {"0", "100", "5", "429496731"}, false},
         {"start empty",             "V",    {"", "100", "5", "1"},        false},
         {"end is no number",        "V",    {"0", "x", "5", "1"},         false},
         {"steps are no integer",    "V",    {"0", "100", "5.5", "1"},     false},

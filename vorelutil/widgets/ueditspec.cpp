@@ -31,7 +31,6 @@ constexpr int confirmationTime = 500; // ms
 constexpr int shortestDelay = 10;     // ms
 constexpr int longestDelay = 10000;   // ms
 constexpr double smallestSpan = 100.0;
-constexpr int noUnit = 0x80;
 
 } // namespace
 
@@ -78,7 +77,7 @@ bool UEditSpec::checkXResolution(int* xStart, int* xEnd, int* unit) const
     int code = algoParseUnit(baseUnit().toUtf8().constData());
     char prefix = 'X';
     algoGetBaseUnit(code, &prefix, nullptr);
-    if (code == noUnit || prefix == 'X') return false;
+    if (prefix == 'X') return false; // unknown, or takes none
     double larger = std::abs(a) >= std::abs(b) ? a : b;
     double const scale = algoRescaleUnit(&larger, &code, false);
     if (!(std::abs(a * scale - b * scale) > smallestSpan)) return false;
@@ -93,7 +92,7 @@ void UEditSpec::run()
 {
     int first = 0;
     int last = 0;
-    int unit = noUnit;
+    int unit = 0;
     if (!checkXResolution(&first, &last, &unit)) {
         stop();
         return;
