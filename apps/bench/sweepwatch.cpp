@@ -26,9 +26,9 @@ SweepWatch::SweepWatch(UEditSpec* field, ValueRoad* road, int address, QObject* 
     connect(road, &ValueRoad::answered, this, &SweepWatch::onAnswered);
 }
 
-bool SweepWatch::isAtPoint() const
+bool SweepWatch::isConfirmed() const
 {
-    return m_running && m_answer == Answer::Value && m_answered == m_target;
+    return m_answer == Answer::Value && m_answered == m_target;
 }
 
 void SweepWatch::onTelegram(int address, int value)
@@ -69,13 +69,14 @@ void SweepWatch::onAnswered(int address, int reason, int value, int milliseconds
     if (!m_running || !isLast) return;
     m_answer = reason == controller::reasonOk ? Answer::Value : Answer::Refused;
     m_answered = value;
+    if (isConfirmed()) emit reached(m_target, m_point >= m_steps);
 }
 
 void SweepWatch::look()
 {
     if (!m_running || m_field->isRunning()) return;
     const int points = m_steps * (m_bothWays ? 2 : 1);
-    const bool confirmed = isAtPoint();
+    const bool confirmed = isConfirmed();
     m_running = false;
     if (confirmed && m_point + 1 >= points)
         emit message(tr("The sweep is done: %1 points").arg(points), false);

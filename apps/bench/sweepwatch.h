@@ -22,13 +22,12 @@ public:
     SweepWatch(UEditSpec* field, ValueRoad* road, int address, QObject* parent = nullptr);
 
     bool isRunning() const { return m_running; }
-    /// A sweep runs, and the controller has confirmed the point that it has come to.
-    bool isAtPoint() const;
-    /// The sweep that runs, or ran last, is on its way back.
-    bool isBackward() const { return m_point >= m_steps; }
 
 signals:
     void started();
+    /// The controller has confirmed the next point. A request that a slot sends is answered before the point
+    /// after it is set. `backward`: on the way back.
+    void reached(int value, bool backward);
     /// `done`: every point was confirmed.
     void ended(bool done);
     /// Something for the operator to read.
@@ -42,6 +41,7 @@ private:
         Refused
     };
 
+    bool isConfirmed() const;
     void onTelegram(int address, int value);
     void onAnswered(int address, int reason, int value, int milliseconds, bool isLast);
     void look();

@@ -239,9 +239,17 @@ QWidget* ValuePanel::makeSweepGroup()
     m_sweepWatch = new SweepWatch(m_sweepField, m_road, controller::outputVoltage, this);
     m_sweepPlot = new SweepPlot(group);
     connect(m_sweepWatch, &SweepWatch::started, m_sweepPlot, [this] {
+        m_readings.clear();
         m_sweepPlot->clear(m_sweepField->value2Number(m_sweepField->sweepStart()),
                            m_sweepField->value2Number(m_sweepField->sweepEnd()));
     });
+
+    connect(m_sweepWatch, &SweepWatch::reached, this, [this](int value, bool backward) {
+        const int number = m_console->link()->get(controller::voltageReadBack);
+        if (number != 0) m_readings.insert(number, {value, backward});
+    });
+    connect(m_console->link(), &ControllerLink::acknowledged, this,
+            [this](int number, int, int, int reason, int value) { plotReadBack(number, reason, value); });
 
     auto* label = new QLabel(name, group);
     label->setBuddy(m_sweepField);
@@ -317,9 +325,15 @@ void ValuePanel::showReadBack(int raw)
 {
     m_gauge->setReading(raw);
     m_alarmText->setText(m_gauge->isAlarmed() ? tr("Alarm") : QString());
-    if (m_sweepWatch->isAtPoint())
-        m_sweepPlot->add(m_sweepField->value2Number(m_sweepField->getValue()),
-                         m_sweepField->value2Number(raw), m_sweepWatch->isBackward());
+}
+
+/// What is read at a point is taken before the next one is set: requests are answered in their order.
+void ValuePanel::plotReadBack(int number, int reason, int raw)
+{
+    if (!m_readings.contains(number)) return;
+    const auto [point, backward] = m_readings.take(number);
+    if (reason == controller::reasonOk)
+        m_sweepPlot->add(m_sweepField->value2Number(point), m_sweepField->value2Number(raw), backward);
 }
 
 void ValuePanel::changeEvent(QEvent* event)

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QHash>
 #include <QVector>
 #include <QWidget>
 #include <vorelutil/widgets/savable.h>
@@ -57,6 +58,7 @@ private:
     void applyColours();
     void applyScale();
     void showReadBack(int raw);
+    void plotReadBack(int number, int reason, int raw);
 
     Console* m_console;
     ValueRoad* m_road;
@@ -71,6 +73,7 @@ private:
     UEditSpec* m_sweepField = nullptr;
     SweepWatch* m_sweepWatch = nullptr;
     SweepPlot* m_sweepPlot = nullptr;
+    QHash<int, QPair<int, bool>> m_readings; ///< under way, by number: point of a sweep, backward
     Savable m_storedScale;
     Savable m_storedAlarm;
     Savable m_storedSelection;

@@ -151,12 +151,11 @@ void ValueRoad::onAcknowledged(int number, int reason, int value)
                          .arg(reason),
                      true);
     const bool decides = way->waitsFor == 0 || way->waitsFor == number;
-    if (decides) {
-        way->waitsFor = 0;
-        way->limit.stop();
-        show(way);
-    }
     if (request.isSet) emit answered(way->address, reason, value, int(now() - request.sentAt), decides);
+    if (!decides) return;
+    way->waitsFor = 0;
+    way->limit.stop();
+    show(way);
 }
 
 void ValueRoad::onTold(const controller::TelegramView& telegram)

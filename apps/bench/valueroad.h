@@ -50,6 +50,7 @@ signals:
     /// Something for the operator to read.
     void message(const QString& text, bool isProblem);
     /// A "SET" of a bound address was answered, after so many milliseconds. `isLast`: none was sent since.
+    /// Emitted before the fields have the value, and so before a sweep sends its next one.
     void answered(int address, int reason, int value, int milliseconds, bool isLast);
 
 private:

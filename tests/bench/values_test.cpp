@@ -200,14 +200,14 @@ TEST_F(Panel, SaysHowASweepEnds)
     UEditSpec* field = panel.sweepField();
     ASSERT_TRUE(field->setSpecParams(100, 1100, 5, 10, true));
     // clang-format off
-    const std::tuple<int, int, bool, QStringList> rows[] = { // confirmation time, refusals; done, messages
-        {20, 0, true, {"The sweep is done: 10 points"}},
-        {20, 3, false, {"Output voltage was refused: unknown error (reason 99)",
+    const std::tuple<int, int, int, QStringList> rows[] = { // confirmation time, refusals; points, messages
+        {20, 0, 10, {"The sweep is done: 10 points"}},
+        {20, 3, 2, {"Output voltage was refused: unknown error (reason 99)",
                         "The sweep has stopped: the controller refused point 3"}},
-        {650, 0, false, {"The sweep has stopped: point 1 was not confirmed within 500 ms",
+        {650, 0, 0, {"The sweep has stopped: point 1 was not confirmed within 500 ms",
                          "Point 1 was answered after 6.. ms; a sweep waits 500 ms"}}};
     // clang-format on
-    for (const auto& [confirm, refuseEvery, done, expected] : rows) {
+    for (const auto& [confirm, refuseEvery, points, expected] : rows) {
         simulator.setConfirmMilliseconds(confirm);
         simulator.setRefuseEvery(refuseEvery);
         messages.clear();
@@ -216,11 +216,12 @@ TEST_F(Panel, SaysHowASweepEnds)
         ASSERT_TRUE(wait([&, count = expected.size()] {
             return messages.size() == count && ended.size() == 1;
         })) << messages.join('\n').toStdString();
-        EXPECT_EQ(ended[0][0].toBool(), done);
+        EXPECT_EQ(ended[0][0].toBool(), points == 10);
         const QRegularExpression pattern(QRegularExpression::anchoredPattern(
             QRegularExpression::escape(expected.join('\n')).replace("6\\.\\.", "[67]..")));
         EXPECT_TRUE(pattern.match(messages.join('\n')).hasMatch()) << messages.join('\n').toStdString();
         EXPECT_TRUE(wait([&] { return field->getValue() == 0; })); // as before
+        EXPECT_EQ(panel.sweepPlot()->pointCount(), points);
     }
 }
 
