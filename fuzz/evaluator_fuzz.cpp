@@ -1,5 +1,6 @@
 // A formula of any bytes, beside a second evaluator that takes the stated steps one by one: it copies every
 // piece and calls itself for every argument. Value, error and what is written on the way must be the same.
+// What a function computes from its arguments is not compared: both take that from the product.
 #include <cmath>
 #include <cstdint>
 #include <cstdio>

@@ -1,5 +1,4 @@
 #include <array>
-#include <climits>
 #include <cmath>
 #include <gtest/gtest.h>
 #include <iostream>
@@ -64,14 +63,12 @@ TEST_F(EvaluatorTest, ReadsNumbersAndNames)
     expectValues({
         {"+(*(x,scale),offset)", 11}, {" \t+\n( x\v,\f2 )\r", 7}, {"+(1,2)zz(3,", 3}, {"+(+(1,2) x(9,9) ,4)", 7},
         {"0x1F", 31}, {"0xfF", 255}, {"0x7FFFFFFF", 2147483647}, {"0x-80000000", -2147483648.0}, {"0x 1f", 31},
-        {"0x+5", 5}, {"0x0x1F", 31}, {"1e3", 1000}, {" 2.5 ", 2.5}, {"+5", 5}, {"-.5", -0.5}, {"5.", 5},
-        {"1E-2", 0.01}, {"1e-400", 0}, {"0.1", 0.1}, {"7", 7}, {"#7", 77},
-        // names that look like numbers
+        {"0x+5", 5}, {"0x0x1F", 31}, {"0x0X1F", 31}, {"/(1,0x-0)", INFINITY}, {"1e3", 1000}, {" 2.5 ", 2.5}, {"+5", 5},
+        {"-.5", -0.5}, {"5.", 5}, {"1E-2", 0.01}, {"1e-400", 0}, {"0.1", 0.1}, {"7", 7}, {"#7", 77},
+        // names that look like numbers; composed names
         {"12abc", 12}, {"0x", 16}, {"1e400", 400}, {"inf", 8}, {"1e", 1.5}, {"0X1F", 32}, {"a b", 9}, {"+", 10},
-        {"nan", NAN}, {"+-5", 55}, {"0x80000000", 2}, {".", 0.5}, {"-", 11},
-        // composed names
-        {"gain#2", 20}, {"gain#+(x,1)", 60}, {"g#/(1,3)", 3}, {"g#1e6", 6}, {"a#b#c", 7}, {"f(1)#2", 12},
-        {"+(gain#*(1,2),gain# 6 )", 80},
+        {"nan", NAN}, {"+-5", 55}, {"0x80000000", 2}, {".", 0.5}, {"-", 11}, {"gain#2", 20}, {"gain#+(x,1)", 60},
+        {"g#/(1,3)", 3}, {"g#1e6", 6}, {"a#b#c", 7}, {"f(1)#2", 12}, {"+(gain#*(1,2),gain# 6 )", 80},
     });
     // clang-format on
 }
@@ -80,20 +77,18 @@ TEST_F(EvaluatorTest, ComputesFunctions)
 {
     // clang-format off
     expectValues({
-        {"+(1,2,3,4,5,6,7,8,9,10)", 55}, {"*(2,2.5,-3)", -15}, {"-(1,3)", -2}, {"/(1,4)", 0.25}, {"/(-1,0)", -INFINITY},
-        {"/(0,0)", NAN}, {"+(1e100,1,-1e100)", 0},
-        {"%(7.6,3)", 2}, {"%(-7,3)", -1}, {"%(7,-3)", 1}, {"%(5,0)", 0}, {"%(5,0.4)", 0}, {"%(-2147483648,-1)", 0},
-        {"%(nan,-1)", 0}, {"%(1e300,10)", -8},
-        {"==(1,1)", 1}, {"==(1,2)", 0}, {"==(nan,nan)", 0}, {"!=(1,1)", 0}, {"!=(1,2)", 1}, {"!=(nan,nan)", 1},
-        {">(2,1)", 1}, {">(1,1)", 0}, {">=(1,1)", 1}, {">=(1,2)", 0}, {"<(1,2)", 1}, {"<(1,1)", 0}, {"<=(1,1)", 1},
-        {"<=(2,1)", 0}, {">(nan,1)", 0}, {">=(1,nan)", 0}, {"<(nan,1)", 0}, {"<=(1,nan)", 0},
-        {"?(0.1,2,3)", 2}, {"?(0,2,3)", 3}, {"?(nan,2,3)", 2},
-        {"?\?(1.7,10,20,30)", 20}, {"?\?(0,10,20)", 10}, {"?\?(3,10,20,30)", 3}, {"?\?(-1,10,20)", -1},
-        {"?\?(-0.5,10,20)", -0.5}, {"?\?(nan,10,20)", NAN}, {"?\?(1.999,10,20)", 20},
+        {"+(1,2,3,4,5,6,7,8,9,10)", 55}, {"*(2,2.5,-3)", -15}, {"-(1,3)", -2}, {"/(1,4)", 0.25},
+        {"/(-1,0)", -INFINITY}, {"/(0,0)", NAN}, {"+(1e100,1,-1e100)", 0}, {"%(7.6,3)", 2}, {"%(-7,3)", -1},
+        {"%(7,-3)", 1}, {"%(5,0)", 0}, {"%(5,0.4)", 0}, {"%(-2147483648,-1)", 0}, {"%(nan,-1)", 0},
+        {"%(1e300,10)", -8}, {"==(1,1)", 1}, {"==(1,2)", 0}, {"==(nan,nan)", 0}, {"!=(1,1)", 0}, {"!=(1,2)", 1},
+        {"!=(nan,nan)", 1}, {">(2,1)", 1}, {">(1,1)", 0}, {">=(1,1)", 1}, {">=(1,2)", 0}, {"<(1,2)", 1}, {"<(1,1)", 0},
+        {"<=(1,1)", 1}, {"<=(2,1)", 0}, {">(nan,1)", 0}, {">=(1,nan)", 0}, {"<(nan,1)", 0}, {"<=(1,nan)", 0},
+        {"?(0.1,2,3)", 2}, {"?(0,2,3)", 3}, {"?(nan,2,3)", 2}, {"?\?(1.7,10,20,30)", 20}, {"?\?(0,10,20)", 10},
+        {"?\?(3,10,20,30)", 3}, {"?\?(-1,10,20)", -1}, {"?\?(-0.5,10,20)", -0.5}, {"?\?(nan,10,20)", NAN},
         {"and(1,0.5,-1)", 1}, {"and(1,0.4)", 0}, {"or(0.4,0)", 0}, {"or(0,0,-0.5)", 1}, {"!(0.4)", 0}, {"!(0)", 1},
-        {"!(nan)", 0}, {"band(6,3)", 2}, {"band(-1,-2,0xFE)", 254}, {"bor(6,3)", 7}, {"bor(0x-80000000,0.5)", -2147483647},
-        {"exp2(0)", 1}, {"exp2(4.5)", 32}, {"exp2(31)", -2147483648.0}, {"exp2(32)", 1}, {"exp2(-1)", -2147483648.0},
-        {"log2(8)", 3}, {"log2(0)", -INFINITY}, {"log2(-1)", NAN},
+        {"!(nan)", 0}, {"band(6,3)", 2}, {"band(-1,-2,0xFE)", 254}, {"bor(6,3)", 7},
+        {"bor(0x-80000000,0.5)", -2147483647}, {"exp2(4.5)", 32}, {"exp2(31)", -2147483648.0}, {"exp2(32)", 1},
+        {"exp2(-1)", -2147483648.0}, {"log2(8)", 3}, {"log2(0)", -INFINITY}, {"log2(-1)", NAN},
     });
     // clang-format on
 }
@@ -101,9 +96,8 @@ TEST_F(EvaluatorTest, ComputesFunctions)
 TEST_F(EvaluatorTest, NamesWhatFailed)
 {
     using namespace std::string_literals;
-    const std::string at = "s line 3: ", cannot = at + "Can't evaluate";
-    const std::string grouped = at + "Unbalanced Parentheses in",
-                      count = "s: Parameter count doesn't match in";
+    const std::string at = "s line 3: ", cannot = at + "Can't evaluate",
+                      grouped = at + "Unbalanced Parentheses in";
     // The first failure from left to right: a function's name, its arguments, their count.
     // clang-format off
     const std::array<std::string, 3> rows[] = {
@@ -111,9 +105,8 @@ TEST_F(EvaluatorTest, NamesWhatFailed)
         {" (1)", cannot, " (1)"}, {"+(1,2", cannot, "+(1,2"}, {")(", cannot, ")("}, {" bad ", cannot, " bad "},
         {"+(1, bad\t)", cannot, "bad"}, {"foo(bad)", cannot, "foo(bad)"}, {"!(1, foo(1) x )", cannot, "foo(1) x"},
         {"x#+(1,1)#", cannot, "x#+(1,1)#"}, {"gain#3", cannot, "gain#3"}, {"*(+(bad)#6,2)", cannot, "+(bad)#6"},
-        {"gain# bad", cannot, " bad"}, {"1\0"s, cannot, "1\0"s}, {"+\0(1,2)"s, cannot, "+\0(1,2)"s},
-        {"+(1)", count, "+(1)"}, {"+(1,2,3,4,5,6,7,8,9,10,11)", count, "+(1,2,3,4,5,6,7,8,9,10,11)"},
-        {"*(2, !(1,2) y)", count, "!(1,2) y"},
+        {"*(+(1,gain#2)#6,2)", cannot, "+(1,gain#2)#6"}, {"gain# bad", cannot, " bad"}, {"1\0"s, cannot, "1\0"s},
+        {"+\0(1,2)"s, cannot, "+\0(1,2)"s}, {"*(2, !(1,2) y)", "s: Parameter count doesn't match in", "!(1,2) y"},
     };
     // clang-format on
     for (const auto& [formula, what, piece] : rows) EXPECT_EQ(failure(formula), what + " \"" + piece + '"');
@@ -122,23 +115,39 @@ TEST_F(EvaluatorTest, NamesWhatFailed)
     EXPECT_EQ(failure("bad", "", -1), "Can't evaluate \"bad\"");
 }
 
+TEST_F(EvaluatorTest, CountsArguments)
+{
+    // clang-format off
+    const std::tuple<const char*, int, int> rows[] = {
+        {"+", 2, 10}, {"*", 2, 10}, {"-", 2, 2}, {"/", 2, 2}, {"%", 2, 2}, {"==", 2, 2}, {"!=", 2, 2}, {">", 2, 2},
+        {">=", 2, 2}, {"<", 2, 2}, {"<=", 2, 2}, {"?", 3, 3}, {"?\?", 3, 10}, {"and", 2, 10}, {"or", 2, 10}, {"!", 1, 1},
+        {"band", 2, 10}, {"bor", 2, 10}, {"exp2", 1, 1}, {"log2", 1, 1}};
+    // clang-format on
+    for (const auto& [name, least, most] : rows) {
+        std::string call = name + std::string("(1");
+        for (int n = 1; n <= 11; ++n, call += ",1")
+            EXPECT_EQ(failure(call + ')').substr(0, 3), n < least || n > most ? "s: " : "val") << call;
+    }
+}
+
 TEST_F(EvaluatorTest, WritesWhatItEvaluatedInnermostFirst)
 {
     const Output output;
+    evaluator.evaluateDouble(" x ", "", -1, true);
     evaluator.evaluateDouble(" +( *( x ,scale) ,gain#/(2,1))", "", -1, true);
     EXPECT_THROW(evaluator.evaluateDouble("!(/(1,3),1)", "", -1, true), XmlError);
     EXPECT_EQ(output.text.str(),
-              "Evaluated: x --> 5\nEvaluated: scale --> 2\nEvaluated: *( x ,scale) --> 10\n"
-              "Evaluated: 2 --> 2\nEvaluated: 1 --> 1\nEvaluated: /(2,1) --> 2\n"
-              "Evaluated: gain#/(2,1) --> 20\nEvaluated:  +( *( x ,scale) ,gain#/(2,1)) --> 30\n"
+              "Evaluated:  x  --> 5\nEvaluated: x --> 5\nEvaluated: scale --> 2\n"
+              "Evaluated: *( x ,scale) --> 10\nEvaluated: 2 --> 2\nEvaluated: 1 --> 1\n"
+              "Evaluated: /(2,1) --> 2\nEvaluated: gain#/(2,1) --> 20\n"
+              "Evaluated:  +( *( x ,scale) ,gain#/(2,1)) --> 30\n"
               "Evaluated: 1 --> 1\nEvaluated: 3 --> 3\nEvaluated: /(1,3) --> 0.333333\nEvaluated: 1 --> 1\n");
 }
 
 TEST(Evaluator, RoundsToIntegers)
 {
     const Evaluator evaluator;
-    EXPECT_EQ(evaluator.evaluate("2.5", "", -1, false), 3);
-    EXPECT_EQ(evaluator.evaluate("/(0,0)", "", -1, false), INT_MIN);
+    EXPECT_EQ(evaluator.evaluate("/(0,0)", "", -1, false), -2147483647 - 1);
     EXPECT_EQ(evaluator.tryToEvaluate("*(2,2.4)", "", -1), "5");
     EXPECT_EQ(evaluator.tryToEvaluate("-2.5", "", -1), "-3");
     EXPECT_EQ(evaluator.tryToEvaluate(" unknown", "", -1), " unknown");
@@ -150,8 +159,7 @@ TEST(Evaluator, KeepsVariablesInOrder)
     const std::pair<const char*, double> rows[] = {
         {"b", 1e9}, {"\xB5", 1.0 / 3.0}, {"a", 1}, {"B", -2.5e-7}, {"a", 1234567}};
     for (const auto& [name, value] : rows) evaluator.setVariable(name, value);
-    evaluator.removeVariable("b");
-    evaluator.removeVariable("unknown");
+    for (const char* name : {"b", "unknown"}) evaluator.removeVariable(name);
     const Output output;
     evaluator.dumpEnvironment();
     EXPECT_EQ(output.text.str(),

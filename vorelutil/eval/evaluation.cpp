@@ -164,11 +164,10 @@ double Evaluation::evaluateCall(std::string_view expr, const Outline& outline) c
             const Call call = calls.back();
             calls.pop_back();
             ++at;
-            const std::size_t count = values.size() - call.firstValue;
-            if (!(call.function->minArgs <= static_cast<int>(count) &&
-                  static_cast<int>(count) <= call.function->maxArgs))
+            const auto count = static_cast<std::ptrdiff_t>(values.size() - call.firstValue);
+            if (!(call.function->minArgs <= count && count <= call.function->maxArgs))
                 fail("Parameter count doesn't match in", textOf(call.start, at), -1);
-            arguments.assign(values.end() - static_cast<std::ptrdiff_t>(count), values.end());
+            arguments.assign(values.end() - count, values.end());
             values.resize(call.firstValue);
             const double value = call.function->function(arguments);
             if (debug) report(textOf(call.start, at), value);

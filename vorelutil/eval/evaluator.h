@@ -94,11 +94,13 @@ public:
     std::string tryToEvaluate(const std::string& expr, const std::string& source = {}, int line = -1) const;
 
     /// Adds a function, or replaces function and bounds of the one with this name, also a built-in one.
-    /// `function` must not be null. A name with "(", "#" or white space at its ends cannot be called.
+    /// `function` must not be null. A name with "(", "#" or white space at its ends cannot be called;
+    /// one with "," or ")", and the empty one, at most as the whole formula.
     void setFunction(const std::string& name, Function function, int minArgs, int maxArgs);
 
-    /// Sets a primary variable, adding it if absent; they are looked up before the secondary ones. Kept: one
-    /// whose name reads as a number ("5") is reached as "#5" only.
+    /// Sets a primary variable, adding it if absent; they are looked up before the secondary ones. Kept: a
+    /// name that reads as a number ("5") is taken for the number; only a composed name ("#5") reaches the
+    /// variable.
     void setVariable(const std::string& name, double value);
 
     /// Removes the primary variable of this name, if there is one.

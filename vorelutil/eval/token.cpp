@@ -24,7 +24,8 @@ bool readHexadecimal(std::string_view digits, double* value)
     const auto [stop, error] = std::from_chars(digits.data(), end, magnitude, 16);
     const std::uint32_t limit = negative ? 0x80000000u : 0x7FFFFFFFu;
     if (error != std::errc() || stop != end || magnitude > limit) return false;
-    *value = negative ? 0.0 - magnitude : magnitude;
+    const std::int64_t whole = magnitude; // whose 0 has no sign
+    *value = static_cast<double>(negative ? -whole : whole);
     return true;
 }
 
