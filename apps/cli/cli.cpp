@@ -30,8 +30,10 @@ std::string usageText(const CLI::App& app, const CLI::ParseError& error)
 
 int parseAndWork(CLI::App& app, Work& work, int argc, char** argv)
 {
+    std::vector<const char*> words(argv, argv + argc);
+    shieldFormulas(&words);
     try {
-        app.parse(argc, argv);
+        app.parse(static_cast<int>(words.size()), words.data());
     } catch (const CLI::ParseError& error) {
         if (error.get_exit_code() == 0) { // --help, --version
             app.exit(error);

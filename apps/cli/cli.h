@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <vector>
 
 namespace CLI {
 class App;
@@ -27,6 +28,9 @@ void addSimCommand(CLI::App& app, Work* work);
 void addLinkCommands(CLI::App& app, Work* work);
 void addFrameCommands(CLI::App& app, Work* work);
 void addEvalCommand(CLI::App& app, Work* work);
+
+/// Puts the formulas among the words of `vorel eval` that the parser would not take for such behind a "--".
+void shieldFormulas(std::vector<const char*>* words);
 
 /// Runs `vorel`. A `QCoreApplication` must exist. Result: the exit code.
 int run(int argc, char** argv);

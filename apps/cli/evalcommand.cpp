@@ -1,5 +1,6 @@
 #include "cli.h"
 
+#include <algorithm>
 #include <charconv>
 #include <CLI/CLI.hpp>
 #include <cmath>
@@ -8,6 +9,7 @@
 #include <memory>
 #include <vector>
 #include <vorelutil/eval/evaluator.h>
+#include <vorelutil/trace/error.h>
 
 namespace cli {
 namespace {
@@ -16,23 +18,32 @@ struct EvalArguments
 {
     Evaluator evaluator;
     std::string formula;
-    bool given = false;
 };
+
+/// A number as in a formula, or a hexadecimal one beyond 32 bits.
+bool parseValue(const std::string& text, double* value)
+{
+    if (text.find('(') != std::string::npos) return false;
+    try {
+        *value = Evaluator().evaluateDouble(text); // no calls, no variables: what is left are numbers
+        return true;
+    } catch (const XmlError&) {
+    }
+    std::int64_t whole = 0;
+    const std::int64_t last = std::numeric_limits<std::int64_t>::max();
+    if (!parseNumber(text, -last, last, &whole)) return false;
+    *value = static_cast<double>(whole);
+    return true;
+}
 
 /// Sets the variable of a text NAME=VALUE. The name ends at the last "=", as a value has none.
 void setVariable(Evaluator& evaluator, const std::string& text)
 {
     const std::size_t equals = text.rfind('=');
-    const std::string value = equals == 0 || equals == std::string::npos ? "" : text.substr(equals + 1);
-    double number = 0.0;
-    if (!parseReal(value, -std::numeric_limits<double>::max(), std::numeric_limits<double>::max(), &number)) {
-        std::int64_t whole = 0;
-        if (!parseNumber(value, -std::numeric_limits<std::int64_t>::max(),
-                         std::numeric_limits<std::int64_t>::max(), &whole))
-            throw CLI::ValidationError("--var", '"' + text + "\" is no NAME=VALUE with a number for VALUE");
-        number = static_cast<double>(whole);
-    }
-    evaluator.setVariable(text.substr(0, equals), number);
+    double value = 0.0;
+    if (equals == 0 || equals == std::string::npos || !parseValue(text.substr(equals + 1), &value))
+        throw CLI::ValidationError("--var", '"' + text + "\" is no NAME=VALUE with a number for VALUE");
+    evaluator.setVariable(text.substr(0, equals), value);
 }
 
 int eval(const EvalArguments& arguments)
@@ -62,21 +73,28 @@ void addEvalCommand(CLI::App& app, Work* work)
         ->allow_extra_args(false)
         ->take_all();
 
-    const auto takeFormula = [arguments](const std::string& text) {
-        if (arguments->given) throw CLI::ExtrasError({text});
-        arguments->formula = text;
-        arguments->given = true;
-    };
-    command->add_option_function<std::string>("EXPR", takeFormula, "The formula; one is required");
-    // A difference, "-(a,b)", looks like an option "-(" with a value.
-    command
-        ->add_option_function<std::string>(
-            "-(", [takeFormula](const std::string& rest) { takeFormula("-(" + rest); })
-        ->group("");
-    command->callback([arguments, work] {
-        if (!arguments->given) throw CLI::RequiredError("EXPR");
+    const CLI::Option* const formula =
+        command->add_option("EXPR", arguments->formula,
+                            "The formula; one is required; put \"--\" before one that begins with \"-\"");
+    command->allow_extras(); // to name what is too much without the "--" in front
+    command->callback([command, formula, arguments, work] {
+        for (const std::string& word : command->remaining())
+            if (word != "--") throw CLI::ExtrasError({word});
+        if (formula->count() == 0) throw CLI::RequiredError("EXPR");
         *work = [arguments] { return eval(*arguments); };
     });
+}
+
+void shieldFormulas(std::vector<const char*>* words)
+{
+    if (words->size() < 2 || std::string((*words)[1]) != "eval") return;
+    // A difference, "-(a,b)", looks like an option; "++" means the end of a command to the parser.
+    const auto isPlain = [](const std::string& word) {
+        return word != "++" && word.compare(0, 2, "-(") != 0;
+    };
+    const auto end = std::find(words->begin(), words->end(), std::string("--"));
+    const auto formulas = std::stable_partition(words->begin(), end, isPlain);
+    if (formulas != end) words->insert(formulas, "--");
 }
 
 } // namespace cli

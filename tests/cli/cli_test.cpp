@@ -127,15 +127,22 @@ TEST(Vorel, TellsWrongUsage)
 
 TEST(Vorel, EvaluatesFormulas)
 {
+    const QByteArray unexpected = "vorel: Usage: The following argument was not expected: ";
     const QByteArray variable = " is no NAME=VALUE with a number for VALUE (try --help)\n";
     // clang-format off
     expectRows({
         {"eval --var x=5 --var scale=0x1F +(*(x,scale),offset) --var offset=-0.5", 0, "154.5\n", ""},
         {"eval -(1,3)", 0, "-2\n", ""}, {"eval -- -(1,3)", 0, "-2\n", ""}, {"eval -7", 0, "-7\n", ""},
-        {"eval *(0.1,3)", 0, "0.30000000000000004\n", ""}, {"eval /(-1,0)", 0, "-inf\n", ""},
+        {"eval -(x,0.5) --var x=+2.5", 0, "2\n", ""}, {"eval x --var x=1e-400", 0, "0\n", ""},
+        {"eval -(", 1, "", "vorel: XML Error: Can't evaluate \"-(\"\n"},
+        {"eval ++", 1, "", "vorel: XML Error: Can't evaluate \"++\"\n"},
+        {"eval --var -gain=4 -- -gain", 0, "4\n", ""}, {"eval *(0.1,3)", 0, "0.30000000000000004\n", ""}, {"eval /(-1,0)", 0, "-inf\n", ""},
         {"eval --var x=-0x10 +(1)", 1, "", "vorel: XML Error: Parameter count doesn't match in \"+(1)\"\n"},
         {"eval", 2, "", "vorel: Usage: EXPR is required (try --help)\n"},
-        {"eval -(1,3) 4", 2, "", "vorel: Usage: The following argument was not expected: -(1,3) (try --help)\n"},
+        {"eval -(1,3) -(3,4)", 2, "", unexpected + "-(3,4) (try --help)\n"},
+        {"eval -gain", 2, "", unexpected + "-gain (try --help)\n"},
+        {"eval -( foo", 2, "", unexpected + "-( (try --help)\n"},
+        {"eval x --var x=+(1,2)", 2, "", "vorel: Usage: --var: \"x=+(1,2)\"" + variable},
         {"eval x --var x=1,5", 2, "", "vorel: Usage: --var: \"x=1,5\"" + variable},
         {"eval x --var =1", 2, "", "vorel: Usage: --var: \"=1\"" + variable},
     });
