@@ -17,8 +17,9 @@
 /// `setValueDefault`, connects `notifyChanged` to a slot that applies the new text, and calls `setValue`
 /// whenever the user changes what is remembered:
 ///
-///     m_step = new Savable(this, "AbsStep", "Scanner", false, SLOT(savableChanged(QString,QString)),
-///     nullptr); m_step->setValue(0.5); m_step->setValueDefault();
+///     m_step = new Savable(this, "AbsStep", "Scanner", false, SLOT(savableChanged(QString,QString)));
+///     m_step->setValue(0.5);
+///     m_step->setValueDefault();
 ///
 /// Numbers are held as text: doubles with six significant digits, integers in decimal, whatever the locale;
 /// read them back with `toDouble` and `toInt`.
@@ -41,7 +42,8 @@ public:
     /// With an empty `name` or `owner` it is frozen. `flag` is kept for the application's own use, see
     /// `getFlag`. `slot`, unless null or empty, is the toolkit's string form of a slot (what SLOT() makes,
     /// "1savableChanged(QString,QString)") of `receiver`, or of `parent` when `receiver` is null; it is
-    /// connected to `notifyChanged`. `parent` may be null.
+    /// connected to `notifyChanged`. Of a slot that the receiver does not have, or whose arguments do not
+    /// fit, the toolkit warns; the setting is made without the connection. `parent` may be null.
     Savable(QObject* parent, const QString& name, const QString& owner, bool flag = false,
             char const* slot = nullptr, QObject* receiver = nullptr);
 

@@ -3,6 +3,7 @@
 #include "savable.h"
 #include "settingstext.h"
 
+#include <cerrno>
 #include <new>
 #include <QFile>
 #include <QFileInfo>
@@ -10,13 +11,13 @@
 #include <QSaveFile>
 #include <QSet>
 #include <QVector>
+#include <vorelutil/platform/files.h>
 
 using settingstext::Changes;
 using settingstext::Values;
 
 namespace {
 
-constexpr int lockWaitMs = 3000;
 // A process that was killed between making its lock and signing it leaves one that only age betrays. One of a
 // living process, which has the file locked with the system, too, is not removed, however old.
 constexpr int unsignedLockMs = 500;
@@ -32,19 +33,36 @@ struct Base
     QString note;
 };
 
-bool readFile(const QString& path, QByteArray* bytes, QString* why)
+QString notAFile()
 {
-    const QFileInfo info(path);
-    QFile file(path);
-    if (info.exists() && !info.isFile()) {
-        *why = QStringLiteral("it is not a file");
-    } else if (info.size() > SettingsStore::maximumFileSize) {
-        *why = QStringLiteral("it is larger than %1 bytes").arg(SettingsStore::maximumFileSize);
-    } else if (info.exists() && !file.open(QIODevice::ReadOnly)) {
+    return QStringLiteral("it is not a file");
+}
+
+/// Reads a whole file. One that is not there is empty, and `isThere` false.
+bool readFile(const QString& path, QByteArray* bytes, bool* isThere, QString* why)
+{
+    std::FILE* const stream = platform::openFile(QFile::encodeName(path).constData(), "rb");
+    const int error = errno;
+    *isThere = stream != nullptr || error != ENOENT;
+    QFile file;
+    if (stream == nullptr) {
+        if (error == EISDIR) {
+            *why = notAFile();
+        } else if (*isThere) {
+            *why = qt_error_string(error);
+        }
+        return why->isEmpty();
+    }
+    file.open(stream, QIODevice::ReadOnly, QFileDevice::AutoCloseHandle);
+    if (!QFileInfo(path).isFile()) {
+        *why = notAFile();
+        return false;
+    }
+    *bytes = file.read(SettingsStore::maximumFileSize + 1);
+    if (file.error() != QFileDevice::NoError) {
         *why = file.errorString();
-    } else if (info.exists()) {
-        *bytes = file.read(SettingsStore::maximumFileSize);
-        if (file.error() != QFileDevice::NoError) *why = file.errorString();
+    } else if (bytes->size() > SettingsStore::maximumFileSize) {
+        *why = QStringLiteral("it is larger than %1 bytes").arg(SettingsStore::maximumFileSize);
     }
     return why->isEmpty();
 }
@@ -53,12 +71,12 @@ Base readBase(const QString& path)
 {
     Base base;
     QString why;
-    if (!readFile(path, &base.bytes, &why)) {
+    bool isThere = false;
+    if (!readFile(path, &base.bytes, &isThere, &why)) {
         base.isReadable = false;
         base.note = QStringLiteral("The settings file %1 cannot be read: %2.").arg(path, why);
         return base;
     }
-    const bool isThere = QFileInfo::exists(path);
     const bool isWhole = settingstext::isWhole(base.bytes);
     base.isMain = isWhole && !base.bytes.isEmpty();
     if (base.isMain || !isThere) return base;
@@ -66,7 +84,7 @@ Base readBase(const QString& path)
     const QString backupPath = path + QStringLiteral(".bak");
     QByteArray backup;
     const bool hasBackup =
-        readFile(backupPath, &backup, &why) && !backup.isEmpty() && settingstext::isWhole(backup);
+        readFile(backupPath, &backup, &isThere, &why) && !backup.isEmpty() && settingstext::isWhole(backup);
     if (isWhole && !hasBackup) return base; // empty
     base.damaged = base.bytes;
     base.bytes = hasBackup ? backup : QByteArray();
@@ -79,30 +97,40 @@ Base readBase(const QString& path)
     return base;
 }
 
-/// What a save has to change in a file that holds `values`. `lastSaved` gives a setting's value at the last
-/// save, null if it was not there.
-template <typename LastSaved>
-Changes changesAgainst(const Values& values, const LastSaved& lastSaved, bool isMain)
+QString notNull(const QString& text)
+{
+    return text.isNull() ? QStringLiteral("") : text;
+}
+
+/// What a save has to change in a file that holds `values`. `baselineOf` gives the value from which a
+/// setting's changes count, null if there is none. Only the file itself (`isMain`) knows of it.
+template <typename BaselineOf>
+Changes changesAgainst(const Values& values, const BaselineOf& baselineOf, bool isMain)
 {
     Changes changes;
-    QSet<settingstext::Key> wanted, leaving;
+    Changes wanted; // the last value of each key
+    QSet<settingstext::Key> leaving;
     for (const Savable* setting : Savable::_savableList) {
         if (setting->isFrozen()) continue;
         const settingstext::Key key(setting->getOwner(), setting->getName());
-        const QString value = setting->getValue();
-        const QString saved = lastSaved(setting);
+        const QString value = notNull(setting->getValue());
+        const QString baseline = baselineOf(setting);
+        const bool hasMoved = !baseline.isNull() && baseline != value;
+        const bool isComparable = isMain && !baseline.isNull();
         const auto stored = values.find(key);
-        const bool isStored = stored != values.end() && *stored == value;
+        const bool differs = stored == values.end() || *stored != value;
         if (setting->getToBeSaved()) {
-            wanted.insert(key);
-            // One that lost against another of the same key does not come back at the next save.
-            const bool hasLost = isMain && !saved.isNull() && saved == value;
-            if (!isStored && !hasLost) changes.insert(key, value.isNull() ? QStringLiteral("") : value);
-        } else if (stored != values.end() && !isStored) {
-            if (setting->hasAcceptedExt() || (!saved.isNull() && saved != value)) leaving.insert(key);
+            wanted.insert(key, value);
+            if (isComparable ? hasMoved : differs) changes.insert(key, value);
+        } else if (isComparable) {
+            if (hasMoved) leaving.insert(key);
+        } else if (stored != values.end() && differs && (hasMoved || setting->hasAcceptedExt())) {
+            leaving.insert(key);
         }
     }
-    for (const settingstext::Key& key : leaving - wanted) changes.insert(key, QString());
+    for (const settingstext::Key& key : qAsConst(leaving)) {
+        if (!changes.contains(key)) changes.insert(key, wanted.value(key)); // null if nobody wants it
+    }
     return changes;
 }
 
@@ -116,10 +144,24 @@ QString fill(QSaveFile* file, const QByteArray& bytes)
         .arg(file->errorString());
 }
 
+QString whyNotLocked(QLockFile::LockError error)
+{
+    switch (error) {
+    case QLockFile::LockFailedError:
+        return QStringLiteral("another process holds its lock");
+    case QLockFile::PermissionError:
+        return QStringLiteral("its folder is write-protected");
+    default:
+        return QStringLiteral("its lock file could not be written, perhaps the disk is full");
+    }
+}
+
 } // namespace
 
-SettingsStore::SettingsStore(const QString& path)
+SettingsStore::SettingsStore(const QString& path, int lockWaitMs)
     : m_path(QFileInfo(path).absoluteFilePath())
+    , m_lockWaitMs(lockWaitMs)
+    , m_baselines(std::make_shared<Baselines>())
 {
 }
 
@@ -132,17 +174,22 @@ bool SettingsStore::load()
     }
 }
 
-void SettingsStore::offer() const
+void SettingsStore::offer()
 {
     // The store may go meanwhile, and any setting.
     const Values values = m_values;
+    const std::shared_ptr<Baselines> baselines = m_baselines;
     QVector<QPointer<Savable>> settings;
     for (Savable* setting : Savable::_savableList) settings.append(setting);
     for (const QPointer<Savable>& setting : settings) {
-        if (setting == nullptr) continue;
+        if (setting == nullptr || setting->hasAcceptedExt()) continue;
         const settingstext::Key key(setting->getOwner(), setting->getName());
         const auto stored = values.find(key);
-        if (stored != values.end()) setting->setValueFromExt(key.first, key.second, *stored);
+        if (stored == values.end()) continue;
+        setting->setValueFromExt(key.first, key.second, *stored);
+        if (setting != nullptr && setting->hasAcceptedExt()) {
+            baselines->insert(setting, {setting, notNull(setting->getValue())});
+        }
     }
 }
 
@@ -165,14 +212,37 @@ QString SettingsStore::path() const
     return m_path;
 }
 
+QString SettingsStore::baselineOf(const Savable* setting) const
+{
+    const auto entry = m_baselines->constFind(setting);
+    // Another setting may have been there before.
+    return entry != m_baselines->constEnd() && entry->first != nullptr ? entry->second : QString();
+}
+
 bool SettingsStore::doLoad()
 {
     const QFileInfo info(m_path);
     const Base base = readBase(info.exists() ? info.canonicalFilePath() : m_path);
     m_errorText = base.note;
     if (!base.isReadable) return false;
-    m_values = settingstext::read(base.bytes);
-    m_saved.clear();
+    const Values values = settingstext::read(base.bytes);
+    Baselines baselines;
+    for (Savable* setting : Savable::_savableList) {
+        const QString value = notNull(setting->getValue());
+        const QString baseline = baselineOf(setting);
+        const auto holds = [&](const Values& stored) {
+            const auto entry = stored.find({setting->getOwner(), setting->getName()});
+            return entry != stored.end() && *entry == value;
+        };
+        const bool isUnchanged = baseline.isNull() && (holds(m_values) || setting->hasAcceptedExt());
+        if (isUnchanged || holds(values)) {
+            baselines.insert(setting, {setting, value});
+        } else if (!baseline.isNull()) {
+            baselines.insert(setting, {setting, baseline});
+        }
+    }
+    m_baselines->swap(baselines);
+    m_values = values;
     return !base.isLost;
 }
 
@@ -181,18 +251,14 @@ bool SettingsStore::doSave()
     m_errorText.clear();
     const QFileInfo info(m_path);
     const QString target = info.exists() ? info.canonicalFilePath() : m_path;
-    const auto lastSaved = [this](const Savable* setting) {
-        const auto entry = m_saved.find(setting);
-        return entry != m_saved.end() && entry->first != nullptr ? entry->second : QString();
-    };
+    const auto baseline = [this](const Savable* setting) { return baselineOf(setting); };
     const auto changesOf = [&](const Base& base) {
-        return changesAgainst(base.isMain ? m_values : settingstext::read(base.bytes), lastSaved,
-                              base.isMain);
+        return changesAgainst(base.isMain ? m_values : settingstext::read(base.bytes), baseline, base.isMain);
     };
 
     Base base = readBase(target);
     if (!base.isReadable) return fail(base.note);
-    if (base.isMain && changesOf(base).isEmpty()) return true;
+    if (base.note.isEmpty() && changesOf(base).isEmpty()) return true;
 
     const QString cannot = QStringLiteral("The settings file %1 cannot be saved: %2.");
     if (!QFileInfo(QFileInfo(target).absolutePath()).isDir()) {
@@ -202,13 +268,13 @@ bool SettingsStore::doSave()
     if (info.exists() && !(QFile::permissions(target) & anyWrite)) {
         return fail(cannot.arg(target, QStringLiteral("it is write-protected")));
     }
-    QLockFile lock(target + QStringLiteral(".lock"));
+    const QFileInfo lockInfo(target + QStringLiteral(".lock"));
+    QLockFile lock(lockInfo.filePath());
     lock.setStaleLockTime(unsignedLockMs);
-    if (!lock.tryLock(lockWaitMs)) {
-        return fail(cannot.arg(target, lock.error() == QLockFile::LockFailedError
-                                           ? QStringLiteral("another process holds its lock")
-                                           : QStringLiteral("its lock file cannot be written")));
+    if (lockInfo.exists() && !lockInfo.isFile()) {
+        return fail(cannot.arg(target, lockInfo.fileName() + QStringLiteral(" is not a file")));
     }
+    if (!lock.tryLock(m_lockWaitMs)) return fail(cannot.arg(target, whyNotLocked(lock.error())));
 
     // From here on no other store changes it.
     base = readBase(target);
@@ -232,21 +298,22 @@ bool SettingsStore::doSave()
                             .arg(target, kept.fileName(), why.isEmpty() ? kept.errorString() : why));
         }
     }
-    if (!file.commit()) return fail(cannot.arg(target, file.errorString()));
-
-    if (!base.isMain) m_values = settingstext::read(base.bytes);
+    Values values = base.isMain ? m_values : settingstext::read(base.bytes);
     for (auto it = changes.begin(); it != changes.end(); ++it) {
         if (it.value().isNull()) {
-            m_values.remove(it.key());
+            values.remove(it.key());
         } else {
-            m_values.insert(it.key(), it.value());
+            values.insert(it.key(), it.value());
         }
     }
-    m_saved.clear();
+    Baselines baselines;
     for (Savable* setting : Savable::_savableList) {
-        const QString value = setting->getValue();
-        m_saved.insert(setting, {setting, value.isNull() ? QStringLiteral("") : value});
+        baselines.insert(setting, {setting, notNull(setting->getValue())});
     }
+    if (!file.commit()) return fail(cannot.arg(target, file.errorString()));
+
+    m_values.swap(values);
+    m_baselines->swap(baselines);
     m_errorText = base.note;
     return true;
 }

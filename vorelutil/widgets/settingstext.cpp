@@ -191,9 +191,9 @@ QByteArray takeLines(Changes* added, const QString& owner)
 bool isWhole(const QByteArray& bytes)
 {
     if (bytes.contains('\0')) return false;
-    bool hasStart = false, hasEnd = false, hasSection = false, hasStrayText = false;
-    for (Lines lines(bytes); lines.next();) {
-        hasStart = hasStart || lines.kind() == Lines::Start;
+    bool isFirst = true, hasStart = false, hasEnd = false, hasSection = false, hasStrayText = false;
+    for (Lines lines(bytes); lines.next(); isFirst = false) {
+        hasStart = hasStart || (isFirst && lines.kind() == Lines::Start);
         hasEnd = hasEnd || lines.kind() == Lines::End;
         hasSection = hasSection || lines.kind() == Lines::Section;
         hasStrayText = hasStrayText || (lines.kind() == Lines::Other && !hasSection);

@@ -21,6 +21,7 @@ public:
     explicit SurvivingProcess(QObject* parent = nullptr);
 
     /// Does not wait for the program, nor kill it. If it runs, `stateChanged(QProcess::NotRunning)` is
-    /// emitted, and no `finished`.
+    /// emitted, and no `finished`. Start nothing from a slot of that signal: the object is about to go, and
+    /// as a plain QProcess it would kill the new program and wait for its end.
     ~SurvivingProcess() override;
 };
