@@ -31,6 +31,7 @@ DblEdit::DblEdit(QWidget* parent, bool const* selectOnFocus)
 {
     m_commitTimer->setSingleShot(true);
     connect(this, &QLineEdit::textChanged, this, &DblEdit::onTextChange);
+    connect(this, &QLineEdit::textEdited, m_commitTimer, &QTimer::stop); // a half-typed number is not due
     connect(this, &QLineEdit::editingFinished, this, &DblEdit::commit);
     connect(m_commitTimer, &QTimer::timeout, this, &DblEdit::commit);
     setMinimumWidth(fontMetrics().horizontalAdvance(QStringLiteral("1234.567 mm")));
@@ -43,6 +44,12 @@ DblEdit::~DblEdit() = default;
 bool DblEdit::checkNumberValid(double n) const
 {
     return !limitsOn() || (m_minimum <= n && n <= m_maximum);
+}
+
+/// Whether a number that the user enters counts.
+bool DblEdit::isAcceptable(double n) const
+{
+    return !std::isnan(n) && checkNumberValid(n);
 }
 
 double DblEdit::parseNumber(bool* valid, char* inputPf, bool* incomplete) const
@@ -69,14 +76,14 @@ void DblEdit::setBaseUnit(QString const& unit)
 {
     if (unit == m_unit) return;
     m_unit = unit.trimmed();
-    updateDisplay(false);
+    updateDisplay(m_textDirty);
 }
 
 void DblEdit::setResolution(int digits)
 {
     if (digits < 0 || digits == m_resolution) return;
     m_resolution = digits;
-    updateDisplay(false);
+    updateDisplay(m_textDirty);
 }
 
 void DblEdit::setTolerance(double tolerance)
@@ -86,6 +93,7 @@ void DblEdit::setTolerance(double tolerance)
 
 void DblEdit::setStatus(EditStatus status)
 {
+    const bool isNew = status != m_status;
     m_status = status;
     switch (status) {
     case EsEditValid:
@@ -99,7 +107,7 @@ void DblEdit::setStatus(EditStatus status)
         fieldlook::setBackground(this, m_defaultColor);
         break;
     }
-    fieldaccessible::statusChanged(this);
+    if (isNew) fieldaccessible::statusChanged(this);
 }
 
 void DblEdit::setDefaultColor(QColor const& color)
@@ -111,7 +119,7 @@ void DblEdit::setDefaultColor(QColor const& color)
 bool DblEdit::setNumber(double v, bool limit)
 {
     m_number = limit && limitsOn() ? std::clamp(v, m_minimum, m_maximum) : v;
-    updateDisplay(false);
+    updateDisplay(m_textDirty);
     return m_number < v || m_number > v;
 }
 
@@ -123,7 +131,7 @@ void DblEdit::commit()
     bool incomplete = false;
     const double n = parseNumber(&converts, &pf, &incomplete);
     if (m_textDirty && n != m_number) {
-        const bool taken = converts && checkNumberValid(n);
+        const bool taken = converts && isAcceptable(n);
         if (taken) {
             m_number = n;
             m_prefix = pf;
@@ -144,22 +152,22 @@ void DblEdit::onTextChange()
     m_textDirty = true;
     bool converts = false;
     const double n = parseNumber(&converts);
-    m_valid = converts && checkNumberValid(n);
+    m_valid = converts && isAcceptable(n);
     setStatus(m_valid ? EsEditValid : EsEditInvalid);
 }
 
 void DblEdit::step(int direction)
 {
-    char pf = ' '; // as a commit reads it
     bool converts = false;
-    const double n = parseNumber(&converts, &pf) * (direction >= 1 ? stepUp : stepDown);
-    if (!converts || !checkNumberValid(n)) return;
-    setText(normalizedText(n));
+    const double n = parseNumber(&converts) * (direction >= 1 ? stepUp : stepDown);
+    if (!converts || !isAcceptable(n)) return;
     m_commitTimer->start(commitDelay);
+    setText(normalizedText(n)); // last: a slot of textChanged() may do anything
 }
 
 void DblEdit::restore()
 {
+    m_commitTimer->stop();
     updateDisplay(true);
     setStatus(EsIdle);
 }
@@ -174,10 +182,10 @@ void DblEdit::keyPressEvent(QKeyEvent* event)
 {
     switch (event->key()) {
     case Qt::Key_Up:
-        step(1);
+        if (!isReadOnly()) step(1);
         break;
     case Qt::Key_Down:
-        step(-1);
+        if (!isReadOnly()) step(-1);
         break;
     case Qt::Key_Escape:
     case Qt::Key_F5:
@@ -193,11 +201,14 @@ void DblEdit::keyPressEvent(QKeyEvent* event)
 void DblEdit::wheelEvent(QWheelEvent* event)
 {
     event->accept();
+    if (isReadOnly()) return;
+    // Slow fingers on a touch pad may move pixels, but not yet an angle.
+    const QPoint moved = event->angleDelta().isNull() ? event->pixelDelta() : event->angleDelta();
     // With Alt the toolkit turns the wheel sideways.
-    const QPoint angle = event->angleDelta();
-    const int delta = angle.y() != 0 ? angle.y() : angle.x();
-    // A touch pad marks the begin and the end of a gesture with a delta of zero; that is no notch.
-    const bool isMark = event->phase() == Qt::ScrollBegin || event->phase() == Qt::ScrollEnd;
+    const int delta = moved.y() != 0 ? moved.y() : moved.x();
+    // A touch pad tells the begin, the end and the dying away of a gesture with a delta of zero: no notch.
+    const Qt::ScrollPhase phase = event->phase();
+    const bool isMark = phase == Qt::ScrollBegin || phase == Qt::ScrollEnd || phase == Qt::ScrollMomentum;
     if (delta != 0 || !isMark) step(delta);
 }
 
@@ -209,7 +220,8 @@ void DblEdit::focusInEvent(QFocusEvent* event)
     if (event->reason() != Qt::ActiveWindowFocusReason) QTimer::singleShot(0, this, &DblEdit::selectContents);
 }
 
-/// Shows the number, unless the text that stands there is within the tolerance and need not change.
+/// Shows the number, unless the text that stands there is within the tolerance and need not change. A text
+/// that was typed and not committed has to go (`force`): it would look as if it were the number.
 void DblEdit::updateDisplay(bool force)
 {
     const bool shown = !force && m_valid && m_tolerance >= leastTolerance && !text().isEmpty() &&

@@ -14,11 +14,13 @@ class QTimer;
 /// the number is taken over, the text rewritten, `changed()` emitted, the background becomes the default
 /// colour. An invalid text is never committed; it stays red.
 ///
-/// Up, Down and the wheel step by 5 % (up: times 1.05, down: divided by it) and commit 100 ms later. Kept:
-/// Control and Shift do not change the width of a wheel's step. Escape and F5 throw away what was typed.
+/// Up, Down and the wheel step by 5 % (up: times 1.05, down: divided by it) and commit 100 ms later, unless
+/// the user types on. They do nothing in a field that is read-only. Kept: Control and Shift do not change the
+/// width of a wheel's step, and a zero delta steps down. Escape and F5 throw away what was typed.
 ///
 /// Kept: while the user types, a number without a prefix letter and without a unit is judged with the prefix
-/// last committed, but the commit, like a step, reads it without a prefix.
+/// last committed, and a step reads it so, but the commit reads it without a prefix. (In a field without a
+/// unit that is also how a step reads a rendered number that needs no prefix.)
 ///
 /// GUI thread only. Owned by its parent. Nothing is thrown. A slot of `changed()` that wants to destroy the
 /// field does so by `deleteLater()`, as the toolkit asks where it emits on a key.
@@ -63,7 +65,8 @@ public:
     EditStatus status() const { return m_status; }   ///< the state that the background shows
     QColor defaultColor() const { return m_defaultColor; }
 
-    /// Whether the limits are off, or n lies within them. Without limits every number counts, NaN included.
+    /// Whether the limits are off, or n lies within them. Without limits NaN is true, too; typed it is
+    /// invalid all the same.
     bool checkNumberValid(double n) const;
 
     /// The number that the text means, in base units; 0 where it does not convert.
@@ -86,8 +89,8 @@ public:
     /// Stores the significant digits and renders the number; ignored below 0. 0 counts as 1.
     void setResolution(int digits);
 
-    /// The relative difference up to which a number leaves the text alone; ignored from 1.0 on (and for NaN).
-    /// Below 1e-10, as at first, every number is rendered. Does not render.
+    /// The relative difference up to which a number leaves a text alone that nobody typed in; ignored from
+    /// 1.0 on (and for NaN). Below 1e-10, as at first, every number is rendered. Does not render.
     void setTolerance(double tolerance);
 
     /// Stored only. The limits are off unless the minimum is below the maximum.
@@ -101,21 +104,22 @@ public:
     void setDefaultColor(QColor const& color);
 
 public Q_SLOTS:
-    /// Takes a number over from the program and shows it, also in place of what the user types. No signal.
+    /// Takes a number over from the program and shows it, always in place of what the user types. No signal.
     ///
     /// With `limit`, and limits that are on, it is brought within them. Returns whether that changed it. NaN
     /// is within every limit. Kept: state and background stay as they are.
     bool setNumber(double v, bool limit = false);
 
     /// Takes over what was typed, as Enter does: only a valid text, and `changed()` only for another number.
-    /// A number that, read without a prefix, is outside the limits is not taken over; the old one is shown.
+    /// A number that, read without a prefix, is outside the limits is not taken over; the stored number is
+    /// shown again.
     void commit();
 
     /// Judges the text anew; connected to `textChanged()`.
     void onTextChange();
 
-    /// One step of 5 %, up from a direction of 1, else down. Nothing happens where the text is no number or
-    /// the step would leave the limits.
+    /// One step of 5 % from the number in the text, up from a direction of 1, else down. Nothing happens
+    /// where the text is no number or the step would leave the limits.
     void step(int direction);
 
     /// Throws away what was typed, as Escape does.
@@ -135,10 +139,11 @@ protected:
 
 private:
     bool limitsOn() const { return m_minimum < m_maximum; }
+    bool isAcceptable(double n) const;
     void updateDisplay(bool force);
 
     double m_number = 0;
-    QTimer* m_commitTimer; ///< single shot, a child
+    QTimer* m_commitTimer; ///< single shot, a child: runs from a step on, until the user types
     QString m_unit;
     char m_prefix = ' ';
     int m_resolution = 4;
