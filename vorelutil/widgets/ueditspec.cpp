@@ -80,6 +80,7 @@ bool UEditSpec::checkXResolution(int* xStart, int* xEnd, int* unit) const
     if (prefix == 'X') return false; // unknown, or takes none
     double larger = std::abs(a) >= std::abs(b) ? a : b;
     double const scale = algoRescaleUnit(&larger, &code, false);
+    if (!std::isfinite(scale)) return false;
     if (!(std::abs(a * scale - b * scale) > smallestSpan)) return false;
 
     if (xStart) *xStart = algoNearest(a * scale);
@@ -99,10 +100,12 @@ void UEditSpec::run()
     }
     m_delayTimer->stop();
     m_confirmTimer->stop();
-    if (!m_running) m_savedValue = getValue();
+    if (!m_running && !m_restoring) m_savedValue = getValue();
     m_running = true;
-    m_sending = false;
+    m_restoring = false;
+    m_sending = true; // no point is out: what is set now confirms none
     m_index = 0;
+    m_progress = 0;
     m_current = m_next;
     if (m_dialog) m_dialog->begin();
 
@@ -117,6 +120,7 @@ void UEditSpec::run()
         emit sendTel(true, address, 0, value);
         if (!self || m_runs != thisRun) return;
     }
+    m_sending = false;
     makeStep();
 }
 
@@ -149,6 +153,7 @@ void UEditSpec::makeStep()
 bool UEditSpec::setValue(int v, bool limit)
 {
     bool const limited = UnitEdit::setValue(v, limit);
+    m_restoring = false;
     if (m_running && v == m_target) {
         if (m_sending) {
             m_confirmed = true;
@@ -163,7 +168,8 @@ bool UEditSpec::setValue(int v, bool limit)
 void UEditSpec::confirmed()
 {
     m_confirmTimer->stop();
-    if (m_dialog) m_dialog->setProgress(static_cast<int>(m_index + 1));
+    m_progress = static_cast<int>(m_index + 1);
+    if (m_dialog) m_dialog->setProgress(m_progress);
     if (m_index < m_current.points()) {
         m_delayTimer->start(m_current.delay);
     } else {
@@ -180,7 +186,9 @@ void UEditSpec::stop()
     if (m_running) {
         m_running = false; // first, so that a stop out of the signal finds nothing to do
         ++m_runs;
+        m_restoring = true;
         emit changed(m_savedValue);
+        if (self) m_restoring = false;
     }
     if (self && m_dialog && !m_running) m_dialog->finish();
 }
@@ -197,6 +205,13 @@ void UEditSpec::openSpectroscopy()
     if (UEditSpecDlg::_instance != nullptr && UEditSpecDlg::_instance != m_dialog) return;
     if (!m_dialog) m_dialog = new UEditSpecDlg(this);
     UEditSpecDlg::_instance = m_dialog;
+    if (!m_dialog->isVisible()) {
+        QWidget* const owner = window() == this ? nullptr : window();
+        if (m_dialog->parentWidget() != owner) m_dialog->setParent(owner, m_dialog->windowFlags());
+        m_dialog->showParams();
+        m_dialog->setRunning(m_running);
+        if (m_running) m_dialog->showProgress(m_current.points(), m_progress);
+    }
     m_dialog->show();
     m_dialog->raise();
     m_dialog->activateWindow();

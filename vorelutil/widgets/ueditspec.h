@@ -31,7 +31,8 @@ class UEditSpecDlg;
 /// time in the process.
 ///
 /// GUI thread only. Nothing is thrown. A slot of its signals may call `stop`, `run` or `setValue`, and may
-/// delete the field.
+/// delete the field. The exception is `changed` when the focus is lost or a key is pressed: there the toolkit
+/// itself goes on with the field, so use `deleteLater`.
 class VORELUTIL_EXPORT UEditSpec : public UnitEdit
 {
     Q_OBJECT
@@ -53,17 +54,17 @@ public:
     ///
     /// `start` and `end` are raw values, unsigned where the input is; `steps` is the number of points one
     /// way, `delay` the pause between points in ms. They can be changed at any time: a sweep that runs keeps
-    /// its own. A dialog that is open does not show them before it is opened anew.
+    /// its own. A dialog that is open does not show them before it is closed and opened anew.
     bool setSpecParams(int start, int end, int steps, int delay, bool forwardBackward);
 
     /// Whether the settings can be run, and what the device is told of them.
     ///
     /// They can with 2 points and more, no fewer raw steps between the ends than between the points, a delay
     /// of 10 to 10000 ms, a base unit of the unit table that takes prefixes (docs: `algoParseUnit`), and ends
-    /// that are finite and more than 100 apart on the device's scale. That scale is a power of 1000 which
-    /// brings the larger magnitude of the two into (1e6, 1e9]: `*xStart` and `*xEnd` are the ends on it,
-    /// rounded, `*unit` is the unit code with the prefix that makes up for it. Each pointer may be null;
-    /// nothing is written when the result is false.
+    /// that are finite and more than 100 apart on the device's scale, which has to be finite, too. That scale
+    /// is a power of 1000 which brings the larger magnitude of the two into (1e6, 1e9]: `*xStart` and `*xEnd`
+    /// are the ends on it, rounded, `*unit` is the unit code with the prefix that makes up for it. Each
+    /// pointer may be null; nothing is written when the result is false.
     bool checkXResolution(int* xStart = nullptr, int* xEnd = nullptr, int* unit = nullptr) const;
 
     /// \name Settings
@@ -89,14 +90,18 @@ public:
 
 public slots:
     /// As `UnitEdit::setValue`; while a sweep runs and `v` (not limited) is the point sent last, it confirms
-    /// that point, also from within `changed` and `sendTel`. The same value again while the sweep pauses
-    /// changes nothing.
+    /// that point, also from within the `changed` and `sendTel` of that point. The same value again while the
+    /// sweep pauses changes nothing. Kept: a point is also confirmed while the user types or a disabled field
+    /// averages, though the field does not show it then.
     bool setValue(int v, bool limit = false) override;
 
-    /// Starts the sweep; with settings that cannot be run it acts as `stop`. One that runs starts anew.
+    /// Starts the sweep; with settings that cannot be run it acts as `stop`. One that runs starts anew, and
+    /// ends with the value from before the first start; so does one that is started out of the `changed` that
+    /// ends another.
     void run();
 
     /// Ends the sweep, with `changed` of the value before it. Without a sweep only the dialog becomes idle.
+    /// Kept: the field shows that value when the program sets it, and nobody waits for that.
     void stop();
 
     /// `stop`, and closes the dialog. Kept: hides `QWidget::close`.
@@ -105,7 +110,11 @@ public slots:
     /// Sends the next point of the sweep that runs; the delay timer calls it.
     void makeStep();
 
-    /// Shows this field's dialog, unless that of another field is open.
+    /// Shows this field's dialog, unless that of another field is open. One that was closed shows the present
+    /// settings, and how far the sweep is.
+    ///
+    /// The dialog is a child of the window that the field is in, and not of the field: who disables the
+    /// field for a sweep can still stop it. It is deleted with the field.
     void openSpectroscopy();
 
 signals:
@@ -138,8 +147,10 @@ private:
     qint64 m_index = 0;     ///< points sent in this run
     int m_target = 0;
     int m_savedValue = 0;
+    int m_progress = 0; ///< what the dialog shows
     bool m_running = false;
-    bool m_sending = false;   ///< within `makeStep`: a confirmation waits until the point is sent
+    bool m_restoring = false; ///< within the `changed` that ends a sweep, and `m_savedValue` is not set yet
+    bool m_sending = false;   ///< telegrams are being sent: a confirmation waits until the point is sent
     bool m_confirmed = false; ///< it came
     unsigned m_runs = 0;      ///< counts starts and ends: tells whether a slot ended the sweep
 };
@@ -147,14 +158,14 @@ private:
 /// The dialog of a `UEditSpec`: settings, start and stop of a sweep, and how far it is.
 ///
 /// Not modal. Tab reaches everything; Return is "Start", or the button that has the focus; Escape is "Close".
-/// Closing it ends the sweep, except by the window's own button: then the sweep goes on to its end. It
-/// belongs to the field and is kept when it is closed.
+/// Closing it ends the sweep. Kept: except by the window's own button: then the sweep goes on to its end. It
+/// belongs to the field, though it is not its child, and is kept when it is closed.
 class VORELUTIL_EXPORT UEditSpecDlg : public QDialog
 {
     Q_OBJECT
 
 public:
-    /// A closed dialog with the settings of `edit`, empty where none were made.
+    /// A closed dialog with the settings of `edit`, empty where none were made. `edit` is not null.
     explicit UEditSpecDlg(UEditSpec* edit);
     ~UEditSpecDlg() override;
 
@@ -177,7 +188,8 @@ public slots:
     /// The sweep has ended: the settings can be changed again. "Start" is enabled where they can be run.
     void finish();
 
-    /// How many points are done; ignored beyond the last.
+    /// How many points are done; ignored beyond the last. Kept: a sweep counts one more, so that the bar is
+    /// full when the last point but one is confirmed.
     void setProgress(int points);
 
 protected:
@@ -187,7 +199,10 @@ private:
     friend UEditSpec;
     void begin(); ///< a sweep has been started
     void showParams();
+    void showRaw(QLineEdit* field, char* pf, int raw) const;
+    int readRaw(QLineEdit const* field, char* pf, bool* reads) const;
     void resetProgress();
+    void showProgress(qint64 points, int done);
     void setRunning(bool running);
 
     QPointer<UEditSpec> m_edit;
@@ -202,5 +217,6 @@ private:
     QProgressBar* m_progress;
     char m_startPf = ' '; ///< the prefix last used in the text field
     char m_endPf = ' ';
+    bool m_filling = false;  ///< settings are being shown, and not read
     bool m_readable = false; ///< both numbers and both integers converted
 };

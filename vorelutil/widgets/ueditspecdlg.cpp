@@ -7,6 +7,7 @@
 #include <QLabel>
 #include <QProgressBar>
 #include <QPushButton>
+#include <QScopedValueRollback>
 
 #include <algorithm>
 #include <limits>
@@ -37,7 +38,7 @@ QLineEdit* addField(QGridLayout* grid, QString const& caption, QString const& to
 UEditSpecDlg* UEditSpecDlg::_instance = nullptr;
 
 UEditSpecDlg::UEditSpecDlg(UEditSpec* edit)
-    : QDialog(edit)
+    : QDialog(edit->window() == edit ? nullptr : edit->window())
     , m_edit(edit)
 {
     setWindowTitle(QStringLiteral("Soft Spectroscopy"));
@@ -68,6 +69,7 @@ UEditSpecDlg::UEditSpecDlg(UEditSpec* edit)
     m_startButton->setDefault(true);
     for (auto* const button : {m_startButton, m_stopButton, m_closeButton}) buttons->addWidget(button);
 
+    m_startPf = m_endPf = edit->currentPrefix();
     showParams();
     setRunning(edit->isRunning());
     for (auto* const field : {m_start, m_end, m_steps, m_delay}) {
@@ -87,26 +89,45 @@ UEditSpecDlg::~UEditSpecDlg()
 /// Fills in the settings of the field, where it has any. A number is first read with the field's own prefix.
 void UEditSpecDlg::showParams()
 {
-    m_startPf = m_endPf = m_edit->currentPrefix();
     if (m_edit->sweepSteps() > 0) {
-        double number = m_edit->value2Number(m_edit->sweepStart());
-        m_start->setText(m_edit->normalizedText(&m_startPf, &number));
-        number = m_edit->value2Number(m_edit->sweepEnd());
-        m_end->setText(m_edit->normalizedText(&m_endPf, &number));
+        QScopedValueRollback<bool> const filling(m_filling, true);
+        showRaw(m_start, &m_startPf, m_edit->sweepStart());
+        showRaw(m_end, &m_endPf, m_edit->sweepEnd());
         m_steps->setText(QString::number(m_edit->sweepSteps()));
         m_delay->setText(QString::number(m_edit->sweepDelay() / delayUnit));
         m_forwardBackward->setChecked(m_edit->isSweepForwardBackward());
-        m_readable = !m_start->text().isEmpty();
+        m_readable = !m_start->text().isEmpty() && !m_end->text().isEmpty();
     }
     resetProgress();
 }
 
+/// A text that means the value stays as it was typed: rendered it would be rounded.
+void UEditSpecDlg::showRaw(QLineEdit* field, char* pf, int raw) const
+{
+    bool reads = false;
+    char typedPf = *pf;
+    if (readRaw(field, &typedPf, &reads) == raw && reads) return;
+    double const number = m_edit->value2Number(raw);
+    field->setText(m_edit->normalizedText(pf, &number));
+}
+
+int UEditSpecDlg::readRaw(QLineEdit const* field, char* pf, bool* reads) const
+{
+    // An empty text would make the field read its own.
+    QString const text = field->text().isEmpty() ? QStringLiteral(" ") : field->text();
+    return m_edit->number2Value(m_edit->getNumber(reads, pf, nullptr, text));
+}
+
 void UEditSpecDlg::resetProgress()
 {
-    qint64 const points = qint64(m_edit->sweepSteps()) * (m_edit->isSweepForwardBackward() ? 2 : 1);
+    showProgress(qint64(m_edit->sweepSteps()) * (m_edit->isSweepForwardBackward() ? 2 : 1), 0);
+}
+
+void UEditSpecDlg::showProgress(qint64 points, int done)
+{
     // A range of nothing would show a bar that is busy.
     m_progress->setRange(0, static_cast<int>(qBound(qint64(1), points, qint64(mostInt))));
-    m_progress->setValue(0);
+    m_progress->setValue(done);
 }
 
 void UEditSpecDlg::setRunning(bool running)
@@ -122,19 +143,13 @@ void UEditSpecDlg::setRunning(bool running)
 
 void UEditSpecDlg::onParamChanged()
 {
-    if (!m_edit) return;
+    if (!m_edit || m_filling) return;
     bool startReads = false;
     bool endReads = false;
     bool stepsRead = false;
     bool delayReads = false;
-    // An empty text would make the field read its own.
-    QString const blank(QLatin1Char(' '));
-    auto const raw = [&](QLineEdit const* field, bool* reads, char* pf) {
-        QString const text = field->text().isEmpty() ? blank : field->text();
-        return m_edit->number2Value(m_edit->getNumber(reads, pf, nullptr, text));
-    };
-    int const start = raw(m_start, &startReads, &m_startPf);
-    int const end = raw(m_end, &endReads, &m_endPf);
+    int const start = readRaw(m_start, &m_startPf, &startReads);
+    int const end = readRaw(m_end, &m_endPf, &endReads);
     int const steps = m_steps->text().toInt(&stepsRead);
     qint64 const delay = qint64(m_delay->text().toInt(&delayReads)) * delayUnit;
     m_readable = startReads && endReads && stepsRead && delayReads;
