@@ -95,6 +95,7 @@ bool InputNormaliser::eventFilter(QObject* watched, QEvent* event)
         event->accept();
         return true;
     }
+    if (key.modifiers() & (Qt::ControlModifier | Qt::AltModifier | Qt::MetaModifier)) return false;
     QString const typed = key.text();
     if (typed.isEmpty() || !typed.at(0).isPrint()) return false;
     QString const wanted = asInserted(typed);

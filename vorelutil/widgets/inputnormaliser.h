@@ -25,10 +25,12 @@ class QLineEdit;
 /// text is not a number: "1,000.5", "1.000,5" and "1,000,000" are refused by the field and never read as
 /// something else. The number ends at the first letter; behind it only the other three rows apply.
 ///
-/// What is typed, and what is pasted by key, is changed before it reaches the field, whose undo takes it back
-/// as it would without: one `textChanged`. What arrives in another way (menu, drop, input method) is changed
-/// by the validator: also one `textChanged`, but the field's undo history then starts anew. Text that the
-/// program sets with the field's signals blocked, as value fields do, is left as it is.
+/// What is typed, and what is pasted by key, is changed before it reaches the field: one `textChanged`, and
+/// the field's undo takes it back. A paste that was changed counts as typed there: it goes together with what
+/// was typed just before it. What arrives in another way (menu, drop, input method) is changed by the
+/// validator: also one `textChanged`, but the field's undo history then starts anew. Keys with Control, Alt
+/// or Meta go to the field as they are. Text that the program sets is changed, too, unless the field's
+/// signals are blocked, as value fields block them when they show a value.
 ///
 /// Owned by the field. It becomes the field's validator and asks the former one, if there is one, about the
 /// changed text; so set your own validator first. Deleting it gives the former validator back. GUI thread
@@ -38,6 +40,7 @@ class VORELUTIL_EXPORT InputNormaliser : public QValidator
     Q_OBJECT
 
 public:
+    /// `field` is not null.
     explicit InputNormaliser(QLineEdit* field);
     ~InputNormaliser() override;
 

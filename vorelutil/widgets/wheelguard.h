@@ -21,7 +21,7 @@ class VORELUTIL_EXPORT WheelGuard : public QObject
 
 public:
     /// Guards the fields within `scope`: a widget (the fields in its dialogs included), or the
-    /// application object.
+    /// application object. `scope` is not null, and the application object exists.
     explicit WheelGuard(QObject* scope);
 
 protected:
