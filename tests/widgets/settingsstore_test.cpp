@@ -188,7 +188,8 @@ TEST_F(Settings, KilledSaverLeavesAGoodFile)
     for (int round = 0; round < 6; ++round) {
         const std::string before = read();
         const pid_t child = fork();
-        for (int size = round; child == 0; size = (size + 977) % 20000) {
+        while (child == 0) {
+            const int size = (a.getValue().size() + 977) % 20000;
             a.setValue(QString(size + 1, QChar('a' + size % 26)));
             b.setValue(a);
             if (!m_store.save()) _exit(1);
