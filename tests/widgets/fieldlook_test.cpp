@@ -1,8 +1,8 @@
-#include <vorelutil/widgets/fieldlook.h>
+#include <vorelutil/widgets/dbledit.h>
+#include <vorelutil/widgets/unitedit.h>
 
 #include <gtest/gtest.h>
 #include <QApplication>
-#include <QLineEdit>
 #include <QSet>
 #include <QStyleFactory>
 
@@ -26,15 +26,17 @@ protected:
     FieldLook()
     {
         QApplication::setStyle(QStyleFactory::create(GetParam()));
-        field.resize(140, 48);
         QFont font;
         font.setPixelSize(24); // strokes of several pixels, so that some have the text's very colour
         font.setBold(true);
-        field.setFont(font);
-        field.setText("HEH");
+        for (auto* const field : std::initializer_list<QLineEdit*>{&unitEdit, &dblEdit}) {
+            field->resize(140, 48);
+            field->setFont(font);
+            field->setText("HEH");
+        }
     }
 
-    bool shows(char const* background, char const* text)
+    static bool shows(QLineEdit& field, char const* background, char const* text)
     {
         QImage const image = field.grab(field.rect().adjusted(4, 4, -4, -4)).toImage();
         QSet<QRgb> pixels;
@@ -46,74 +48,75 @@ protected:
     QPalette const m_former = QApplication::palette();
     QPalette const light = palette("#101010", "#bebebe", "#efefef");
     QPalette const dark = palette("#e0e0e0", "#505050", "#202020");
-    QLineEdit field;
+    UnitEdit unitEdit;
+    DblEdit dblEdit;
 };
 
 TEST_P(FieldLook, TextIsReadableInEveryStateAndPalette)
 {
     QPalette onlyText = light;
     onlyText.setColor(QPalette::Text, "#ffffe0");
-    struct Row
-    {
-        QPalette const& palette;
-        char const* background; ///< null: the one before, without a call
-        bool enabled;
-        char const* text;
-    };
     // clang-format off
+    enum Status : int { Same, Valid, Invalid, Committed, Idle }; // Same: without a call
+    struct Row { QPalette const& palette; Status status; char const* background; bool enabled; char const* text; };
     Row const rows[] = { // in this order: colours must also come back
-        {light,    "white",       true,  "#101010"},
-        {dark,     nullptr,       true,  "black"},
-        {light,    nullptr,       true,  "#101010"},
-        {onlyText, nullptr,       true,  "black"},
-        {light,    "lightgreen",  true,  "#101010"},
-        {light,    "red",         true,  "#101010"},
-        {light,    "greenyellow", true,  "#101010"},
-        {light,    "navy",        true,  "white"},
-        {light,    "white",       true,  "#101010"},
-        {light,    nullptr,       false, "#737373"}, // 4.7:1, and not as black as enabled text
-        {dark,     nullptr,       false, "#505050"},
-        {dark,     "lightgreen",  true,  "black"},
-        {dark,     "red",         true,  "black"},
-        {dark,     "greenyellow", true,  "black"},
-        {dark,     "#303030",     true,  "#e0e0e0"},
-        {dark,     nullptr,       false, "#989898"}, // 4.6:1
+        {light,    Idle,      "white",       true,  "#101010"},
+        {dark,     Same,      "white",       true,  "black"},
+        {light,    Same,      "white",       true,  "#101010"},
+        {onlyText, Same,      "white",       true,  "black"},
+        {light,    Valid,     "lightgreen",  true,  "#101010"},
+        {light,    Invalid,   "red",         true,  "#101010"},
+        {light,    Committed, "greenyellow", true,  "#101010"},
+        {light,    Idle,      "navy",        true,  "white"},
+        {light,    Idle,      "white",       true,  "#101010"},
+        {light,    Same,      "white",       false, "#737373"}, // 4.7:1, and not as black as enabled text
+        {dark,     Same,      "white",       false, "#505050"},
+        {dark,     Valid,     "lightgreen",  true,  "black"},
+        {dark,     Invalid,   "red",         true,  "black"},
+        {dark,     Committed, "greenyellow", true,  "black"},
+        {dark,     Idle,      "#303030",     true,  "#e0e0e0"},
+        {dark,     Same,      "#303030",     false, "#989898"}, // 4.6:1
     };
     // clang-format on
-    char const* background = nullptr;
-    for (auto const& row : rows) {
-        QApplication::setPalette(row.palette); // while the field has the former row's background
-        field.setEnabled(row.enabled);
-        if (row.background) fieldlook::setBackground(&field, background = row.background);
-        for (bool const readOnly : {false, true}) {
-            field.setReadOnly(readOnly);
-            EXPECT_TRUE(shows(background, row.text)) << background << ' ' << row.text;
+    auto const walk = [&](auto& field) {
+        using EditStatus = decltype(field.status()); // of a `DblEdit`, 4 is any other value: idle as well
+        for (auto const& row : rows) {
+            if (row.status == Committed && std::is_same_v<EditStatus, DblEdit::EditStatus>) continue;
+            QApplication::setPalette(row.palette); // while the field has the former row's background
+            field.setEnabled(row.enabled);
+            if (row.status == Idle) field.setDefaultColor(row.background);
+            if (row.status != Same) field.setStatus(EditStatus(row.status));
+            EXPECT_TRUE(shows(field, row.background, row.text)) << row.background << ' ' << row.text;
         }
-    }
-    fieldlook::setBackground(&field, "white");
-    field.setEnabled(true);
-    field.clear();
-    field.setPlaceholderText("HEH");
-    EXPECT_TRUE(shows("white", "#505050"));
-    QApplication::setPalette(light);
-    EXPECT_TRUE(shows("white", "#737373"));
+        field.setDefaultColor("white");
+        field.setEnabled(true);
+        field.setPlaceholderText(field.text());
+        field.clear();
+        field.setStatus(EditStatus(Idle));
+        EXPECT_TRUE(shows(field, "white", "#505050"));
+        QApplication::setPalette(light);
+        EXPECT_TRUE(shows(field, "white", "#737373"));
+    };
+    walk(unitEdit);
+    walk(dblEdit);
 }
 
 TEST_P(FieldLook, KeepsTheColoursThatTheOwnerGave)
 {
-    QPalette own = field.palette();
+    QPalette own = dblEdit.palette();
     own.setColor(QPalette::Text, "#000080");
-    field.setPalette(own);
+    dblEdit.setPalette(own);
+    dblEdit.setStatus(DblEdit::EsIdle);
     for (auto const& [background, text] :
          {std::pair{"white", "#000080"}, {"#202020", "white"}, {"white", "#000080"}}) {
-        fieldlook::setBackground(&field, background);
-        EXPECT_TRUE(shows(background, text)) << background;
+        dblEdit.setDefaultColor(background);
+        EXPECT_TRUE(shows(dblEdit, background, text)) << background;
     }
     own.setColor(QPalette::Base, Qt::black); // behind our back
-    field.setPalette(own);
-    EXPECT_TRUE(shows("black", "white"));
-    fieldlook::setBackground(&field, "white");
-    EXPECT_TRUE(shows("white", "#000080"));
+    dblEdit.setPalette(own);
+    EXPECT_TRUE(shows(dblEdit, "black", "white"));
+    dblEdit.setDefaultColor("white");
+    EXPECT_TRUE(shows(dblEdit, "white", "#000080"));
 }
 
 INSTANTIATE_TEST_SUITE_P(Styles, FieldLook, testing::Values("fusion", "windows"),
