@@ -112,6 +112,16 @@ TEST_P(FieldLook, KeepsTheColoursThatTheOwnerGave)
         dblEdit.setDefaultColor(background);
         EXPECT_TRUE(shows(dblEdit, background, text)) << background;
     }
+    dblEdit.setDefaultColor("#202020"); // takes every text, and the owner gives two others meanwhile
+    QPalette mixed = dblEdit.palette();
+    mixed.setColor(QPalette::Disabled, QPalette::Text, "#00ff00");
+    mixed.setColor(QPalette::PlaceholderText, "#c0c0ff");
+    dblEdit.setPalette(mixed);
+    dblEdit.setDefaultColor("#101010");
+    EXPECT_EQ(dblEdit.palette().color(QPalette::Disabled, QPalette::Text), QColor("#00ff00"));
+    EXPECT_EQ(dblEdit.palette().color(QPalette::PlaceholderText), QColor("#c0c0ff"));
+    dblEdit.setDefaultColor("white");
+    EXPECT_EQ(dblEdit.palette().color(QPalette::Active, QPalette::Text), QColor("#000080"));
     own.setColor(QPalette::Base, Qt::black); // behind our back
     dblEdit.setPalette(own);
     EXPECT_TRUE(shows(dblEdit, "black", "white"));

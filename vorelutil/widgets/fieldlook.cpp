@@ -8,6 +8,7 @@
 #include <QWidget>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 
 namespace {
@@ -77,9 +78,9 @@ protected:
     bool eventFilter(QObject* watched, QEvent* event) override;
 
 private:
+    std::array<QPalette::ColorRole, 2> textRoles() const;
     void keepReadable();
     void giveBackText();
-    bool ownsText() const;
 
     QWidget* const m_field;
     bool m_changing = false;      ///< a palette change that comes now is our own
@@ -141,6 +142,11 @@ bool Look::eventFilter(QObject* watched, QEvent* event)
     return QObject::eventFilter(watched, event);
 }
 
+std::array<QPalette::ColorRole, 2> Look::textRoles() const
+{
+    return {m_field->foregroundRole(), QPalette::PlaceholderText};
+}
+
 void Look::keepReadable()
 {
     m_changing = true;
@@ -151,15 +157,12 @@ void Look::keepReadable()
     for (auto const group : groups) {
         QColor const background =
             seen(callers.color(group, m_field->backgroundRole()), callers.color(group, QPalette::Window));
-        for (auto const role : {m_field->foregroundRole(), QPalette::PlaceholderText}) {
+        for (auto const role : textRoles()) {
             QColor const text = seen(callers.color(group, role), background);
+            if (contrast(text, background) >= wantedContrast) continue;
             bool const muted = group == QPalette::Disabled || role == QPalette::PlaceholderText;
-            if (contrast(text, background) >= wantedContrast) {
-                readable.setColor(group, role, callers.color(group, role));
-            } else {
-                readable.setColor(group, role, muted ? mutedTextOn(background) : strongTextOn(background));
-                differs = true;
-            }
+            readable.setColor(group, role, muted ? mutedTextOn(background) : strongTextOn(background));
+            differs = true;
         }
     }
     if (differs) {
@@ -171,32 +174,37 @@ void Look::keepReadable()
     m_changing = false;
 }
 
-bool Look::ownsText() const
-{
-    QPalette const now = m_field->palette();
-    return m_tookText && std::all_of(std::begin(groups), std::end(groups), [&](auto group) {
-               return now.color(group, m_field->foregroundRole()) ==
-                      m_taken.color(group, m_field->foregroundRole());
-           });
-}
-
 /// Text and placeholder get the colours back that they had before, or would have by now: those that the field
-/// was given itself, and for the rest those that it inherits.
+/// was given itself, and for the rest those that it inherits. A colour that is not the one that we gave is
+/// somebody else's, and stays.
 void Look::giveBackText()
 {
-    if (ownsText()) {
-        QPalette palette = m_field->palette();
-        for (auto const role : {m_field->foregroundRole(), QPalette::PlaceholderText}) {
-            uint const bit = 1U << role;
-            if ((m_callers.resolve() & bit) == 0) {
-                palette.resolve(palette.resolve() & ~bit);
-            } else {
-                for (auto const group : groups) palette.setBrush(group, role, m_callers.brush(group, role));
+    if (!m_tookText) return;
+    m_tookText = false;
+
+    QPalette const now = m_field->palette();
+    QPalette inherited = now;
+    for (auto const role : textRoles()) {
+        uint const bit = 1U << role;
+        if ((m_callers.resolve() & bit) == 0) inherited.resolve(inherited.resolve() & ~bit);
+    }
+    m_field->setPalette(inherited);
+
+    // A role that the field has of its own it has in every group: so does one that is ours in some of them.
+    QPalette palette = m_field->palette();
+    for (auto const role : textRoles()) {
+        uint const bit = 1U << role;
+        if ((now.resolve() & bit) == 0) continue;
+        for (auto const group : groups) {
+            bool const isOurs = now.color(group, role) == m_taken.color(group, role);
+            if (!isOurs) {
+                palette.setBrush(group, role, now.brush(group, role));
+            } else if ((m_callers.resolve() & bit) != 0) {
+                palette.setBrush(group, role, m_callers.brush(group, role));
             }
         }
-        m_field->setPalette(palette);
     }
-    m_tookText = false;
+    m_field->setPalette(palette);
 }
 
 } // namespace

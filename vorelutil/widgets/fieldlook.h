@@ -15,7 +15,8 @@ namespace fieldlook {
 /// Text of the disabled group, and placeholder text, turns into a mix of that colour and the background that
 /// still has the 4.5:1: a disabled field shows live values, and looks disabled all the same. Text that is
 /// readable keeps the palette's colour, and gets it back when the background or the palette becomes readable
-/// again, also when the application's palette changes while it runs. Selected text keeps the palette's pair
+/// again, also when the application's palette changes while it runs. That is seen for each colour alone: one
+/// that the owner gives the field meanwhile stays the owner's. Selected text keeps the palette's pair
 /// of colours, which do not stand on the background.
 ///
 /// What is kept about a field belongs to it and goes with it.
