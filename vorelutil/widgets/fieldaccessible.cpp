@@ -102,7 +102,7 @@ public:
     QStringList actionNames() const override
     {
         QStringList names = QAccessibleWidget::actionNames();
-        if (canBeChanged()) names << increaseAction() << decreaseAction();
+        if (field().isEnabled()) names << increaseAction() << decreaseAction();
         return names;
     }
 
@@ -111,7 +111,7 @@ public:
         bool const up = name == increaseAction();
         if (!up && name != decreaseAction()) {
             QAccessibleWidget::doAction(name);
-        } else if (canBeChanged()) {
+        } else if (field().isEnabled()) {
             field().step(up ? 1 : -1);
         }
     }
@@ -121,7 +121,7 @@ public:
     int characterCount() const override { return field().text().size(); }
     QString text(int start, int end) const override { return field().text().mid(start, end - start); }
     int cursorPosition() const override { return field().cursorPosition(); }
-    void setCursorPosition(int position) override { field().setCursorPosition(position); }
+    void setCursorPosition(int position) override { field().setCursorPosition(inText(position)); }
     int selectionCount() const override { return field().hasSelectedText() ? 1 : 0; }
 
     void selection(int index, int* start, int* end) const override
@@ -140,7 +140,9 @@ public:
 
     void setSelection(int index, int start, int end) override
     {
-        if (index == 0) field().setSelection(start, end - start);
+        if (index != 0) return;
+        int const from = inText(start);
+        field().setSelection(from, inText(end) - from);
     }
 
     QString attributes(int offset, int* start, int* end) const override
@@ -184,17 +186,20 @@ public:
 
     void replaceText(int start, int end, QString const& text) override
     {
-        if (!canBeChanged() || start < 0 || end < start) return;
-        if (start == end) {
-            field().setCursorPosition(start);
+        if (!canBeChanged() || end < start) return;
+        int const from = inText(start);
+        int const to = inText(end);
+        if (from == to) {
+            field().setCursorPosition(from);
         } else {
-            field().setSelection(start, end - start);
+            field().setSelection(from, to - from);
         }
         field().insert(text);
     }
 
 private:
     Field& field() const { return static_cast<Field&>(*widget()); }
+    int inText(int position) const { return std::clamp(position, 0, characterCount()); }
     bool canBeChanged() const { return field().isEnabled() && !field().isReadOnly(); }
 };
 

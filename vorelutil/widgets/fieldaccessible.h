@@ -9,7 +9,8 @@ class QWidget;
 /// "Decrease" are offered as actions all the same. Name: the accessible name, else the text of the label
 /// whose buddy the field is. Value: the text with its unit. Description: the field's own, or its tool tip,
 /// then the state in words: "editing", "invalid input", "waiting for the controller" or "idle". A field that
-/// waits is read-only and busy.
+/// waits is read-only and busy; as by the keys, it can be stepped all the same. Positions outside the text
+/// count as its nearest end.
 ///
 /// GUI thread only. Not installed: the constructors and `setStatus` of the fields call it.
 namespace fieldaccessible {
