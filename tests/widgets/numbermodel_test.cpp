@@ -29,6 +29,7 @@ static void expectTexts()
         {"V",  ' ', "5 \xC5\xABV", 0, false, ' ', false}, // its low byte is k
         {"V",  ' ', "1e999", inf, false, ' ', true},      {"foot-pound", 'k', "f", 0, false, ' ', true},
         {"V",  ' ', "\x01" "5\x7F V", 0, false, ' ', false}, {"V", ' ', "\xD7\x90 5 V", 0, false, ' ', false}, // right to left
+        {"a\xC2\xA0 b", ' ', "5 kA  B", 5000, true, 'k', false}, // a no-break space and a blank
         {"xi\xCC\x87", ' ', "5 kX\xC4\xB0", 5000, true, 'k', false}, // a letter that is two in lower case
         {"s",  'm', "1:2:3 h", 3723, true, 'm', false},   {"s",  'm', "1 : -2: 03H", 3483, true, 'm', false}, {"S",  'm', "0:1:0h", 60, true, 'm', false},
         {"s",  'm', "1:2 h", 0, false, 'm', false},       {"s",  'm', "1:2:3:4 h", 0, false, 'm', false},   {"s",  'm', "1::3 h", 3603, false, 'm', false},

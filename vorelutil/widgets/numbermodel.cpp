@@ -22,6 +22,11 @@ constexpr double notANumber = std::numeric_limits<double>::quiet_NaN();
 // they only take memory.
 constexpr int mostDigits = 800;
 
+// Behind these, rounding leaves the 32-bit range.
+constexpr double signedBegin = -2147483648.5;
+constexpr double signedEnd = 2147483647.5;
+constexpr double unsignedEnd = 4294967295.5;
+
 constexpr double secondsOfHour = 3600;
 constexpr double secondsOfMinute = 60;
 constexpr double timeFrom = 60;
@@ -155,12 +160,16 @@ double NumberModel::value2Number(int v) const
     return formulaValue(value2NumberFormula, factor, offset, x) * unit;
 }
 
-int NumberModel::number2Value(double n) const
+double NumberModel::rawResult(double n) const
 {
     const double x = n / algoGetPrefixFactor(inputPf);
-    const double raw = number2ValueFormula.empty() ? x / factor + offset
-                                                   : formulaValue(number2ValueFormula, factor, offset, x);
-    return roundedRaw(raw, unsignedInput);
+    if (number2ValueFormula.empty()) return x / factor + offset;
+    return formulaValue(number2ValueFormula, factor, offset, x);
+}
+
+int NumberModel::number2Value(double n) const
+{
+    return roundedRaw(rawResult(n), unsignedInput);
 }
 
 int NumberModel::prefixedNumber2Value(double n) const
@@ -175,6 +184,14 @@ bool NumberModel::checkNumberValid(double n) const
     // Written so that NaN is not valid.
     if (!(std::fabs(algoGetPrefixFactor(inputPf) * factor) > std::fabs(n - back))) return false;
     return !limitsOn() || (minimum <= v && v <= maximum);
+}
+
+bool NumberModel::hasRawValue(double n) const
+{
+    const double raw = rawResult(n);
+    if (!std::isfinite(n) || !std::isfinite(raw)) return false;
+    if (unsignedInput) return raw < unsignedEnd;
+    return raw > signedBegin && raw < signedEnd;
 }
 
 double NumberModel::rawStep(int v) const
@@ -230,7 +247,7 @@ double parseNumber(const QString& text, const QString& baseUnit, char defaultPf,
                    bool* incomplete)
 {
     QString rest = text.simplified();
-    const QString unit = baseUnit.trimmed().toLower();
+    const QString unit = baseUnit.simplified().toLower(); // blanks as in the text
     // The end alone: the toolkit takes quadratic time for some letters. One more for a split pair.
     const QString lower = rest.right(unit.size() + 1).toLower();
     int unitLength = 0;

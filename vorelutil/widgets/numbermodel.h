@@ -39,12 +39,18 @@ struct NumberModel
     /// `factor`, "offset" = `offset`, times the prefix factor. NaN when the formula does not evaluate.
     double value2Number(int v) const;
 
-    /// The raw value next to a number: `algoNearestU` when unsigned, else `algoNearest`, and so for numbers
-    /// that do not fit: 0 for unsigned ones below zero and NaN, INT_MIN for signed ones.
-    ///
-    /// Linear: n / prefix factor / `factor` + `offset`. With a formula: its result for "x" = n / prefix
-    /// factor, "scale" and "offset"; one that does not evaluate counts as NaN.
+    /// The raw value next to a number: `rawResult` rounded by `algoNearestU` when unsigned, else by
+    /// `algoNearest`, and so for numbers that do not fit: signed ones give INT_MIN; unsigned ones give 0
+    /// below zero and for NaN, and wrap modulo 2^32 above 4294967295 (0 from 2^63 on).
     int number2Value(double n) const;
+
+    /// The same before it is rounded: n / prefix factor / `factor` + `offset`. With a formula: its result for
+    /// "x" = n / prefix factor, "scale" and "offset"; NaN when it does not evaluate.
+    double rawResult(double n) const;
+
+    /// Whether `n` and its raw result are finite, and rounding the result gives neither a wrapped value nor
+    /// INT_MIN for what does not fit. Kept: unsigned, a result below zero counts as 0, and is fine.
+    bool hasRawValue(double n) const;
 
     /// As `number2Value` for a number in units of `inputPf`: `offset` + n / `factor`. Kept: no formula.
     int prefixedNumber2Value(double n) const;
@@ -79,15 +85,17 @@ QString numberText(double n, char prefix, const QString& baseUnit, int resolutio
 
 /// Reads a number with unit and prefix; the number in base units.
 ///
-/// White space counts at most as a separator. The text ends with the unit, with the first characters of it,
-/// or without; case does not matter there. Before it may stand a prefix letter, whose case does matter; a
-/// letter alone is none. The rest is read by `QString::toDouble`. Without a prefix letter a unit, or a part
-/// of it, means no prefix; without a unit either, the prefix is `*prefix`, or `defaultPf` when that is null.
-/// "h:m:s h" is a time where the unit is s: three decimal integers of 64 bits. Kept: the unit S reads times,
-/// too.
+/// White space counts at most as a separator, also within the unit. The text ends with the unit, with the
+/// first characters of it, or without; case does not matter there. Before it may stand a prefix letter, whose
+/// case does matter; a letter alone is none. The rest is read by `QString::toDouble`. Without a prefix letter
+/// a unit, or a part of it, means no prefix; without a unit either, the prefix is `*prefix`, or `defaultPf`
+/// when that is null. "h:m:s h" is a time where the unit is s: three decimal integers of 64 bits. Kept: the
+/// unit S reads times, too.
 ///
-/// `*valid` tells whether it converted (else the result is 0, or infinite on overflow). `*prefix` receives
-/// the prefix used; a time leaves it alone. `*incomplete` tells whether the unit was not complete; with an
-/// empty unit it always is. Each may be null. Unit m: "5 mm" -> 0.005; unit Hz: "3 kH" -> 3000, incomplete.
+/// `*valid` tells whether it converted. Where it did not the result is 0, but infinite for a number beyond
+/// the largest double ("1e999"), and a time of three parts counts those that are none as 0 ("1:x:3 h" ->
+/// 3603); a time with another number of parts is 0. `*prefix` receives the prefix used; a time leaves it
+/// alone. `*incomplete` tells whether the unit was not complete; with an empty unit it always is. Each may be
+/// null. Unit m: "5 mm" -> 0.005; unit Hz: "3 kH" -> 3000, incomplete.
 double parseNumber(const QString& text, const QString& baseUnit, char defaultPf, bool* valid = nullptr,
                    char* prefix = nullptr, bool* incomplete = nullptr);
