@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <memory>
 #include <QAbstractButton>
+#include <QAccessible>
 #include <QApplication>
 #include <QContextMenuEvent>
 #include <QLabel>
@@ -16,6 +17,7 @@
 #include <QTimer>
 #include <QTranslator>
 #include <QWheelEvent>
+#include <tests/support/germanlocale.h>
 #include <tests/support/require.h>
 #include <vorelutil/widgets/stepdialog.h>
 #include <vorelutil/widgets/unitedit.h>
@@ -56,14 +58,15 @@ struct Volts : UnitEdit
         for (const int s : steps) possible = step(s);
         return possible;
     }
-    void wheel(QPoint angle, Qt::KeyboardModifiers modifiers = {}, Qt::ScrollPhase phase = Qt::NoScrollPhase)
+    void wheel(QPoint angle, Qt::KeyboardModifiers held = {}, Qt::ScrollPhase phase = {}, QPoint pixels = {})
     {
-        QWheelEvent event({1, 1}, {1, 1}, {}, angle, Qt::NoButton, modifiers, phase, false);
+        QWheelEvent event({1, 1}, {1, 1}, pixels, angle, Qt::NoButton, held, phase, false);
         event.ignore();
         QApplication::sendEvent(this, &event);
         EXPECT_TRUE(event.isAccepted());
     }
     void send(QEvent&& event) { QApplication::sendEvent(this, &event); }
+    const QTimer& timer() const { return *findChild<QTimer*>(); }
     QVector<int> announced;
     int taken = 0;
 };
@@ -106,29 +109,36 @@ QStringList texts(const QMenu& menu)
 } // namespace
 
 // clang-format off
+static int toBeSaved() { int n = 0; for (const Savable* s : Savable::_savableList) n += s->getToBeSaved(); return n; }
+
 TEST(UnitEdit, TakesOverValuesAndSettings)
 {
     check({
-        {"new field's limits",   DO(UnitEdit n; EXPECT_EQ(n.text(), ""); EXPECT_TRUE(n.setValue(5, true)); EXPECT_EQ(n.text(), "1 ")), idle, "1 V", 1000},
-        {"lower limit",          DO(EXPECT_FALSE(e.setValue(0, true)); EXPECT_TRUE(e.setValue(-7, true))), idle, "0 mV", 0},
-        {"upper limit",          DO(EXPECT_FALSE(e.setValue(10000, true)); EXPECT_TRUE(e.setValue(INT_MAX, true))), idle, "10 V", 10000},
+        {"new field's limits",   DO(UnitEdit n; EXPECT_EQ(n.text(), ""); EXPECT_TRUE(n.setValue(5, true)); EXPECT_EQ(n.text(), "1 "); EXPECT_EQ(n.minimumWidth(), n.fontMetrics().horizontalAdvance("1234.567 mm"))), idle, "1 V", 1000},
+        {"both limits",          DO(EXPECT_FALSE(e.setValue(0, true)); EXPECT_TRUE(e.setValue(-7, true)); EXPECT_EQ(e.text(), "0 mV"); EXPECT_FALSE(e.setValue(10000, true)); EXPECT_TRUE(e.setValue(INT_MAX, true))), idle, "10 V", 10000},
         {"limits are off",       DO(e.setMinimum(10000); EXPECT_FALSE(e.setValue(-1, true)); e.setMinimum(INT_MAX); EXPECT_FALSE(e.setValue(500, true))), idle, "500 mV", 500},
         {"unit",                 DO(e.setBaseUnit(" s "); e.setValue(3725900, false)),       idle, "01:02:05 h", 3725900},
+        {"another unit",         DO(e.setTolerance(0.01); e.getNumber(); e.setBaseUnit("A")), idle, "1 A", 1000},
+        {"no setting, a colour", DO(e.setResolution(-1); e.setOutputPrefixSelection(static_cast<UnitEdit::OutputPfSelect>(3)); EXPECT_TRUE(e.resolution() == 4 && e.outputPrefixSelection() == UnitEdit::PfDynamic); e.setDefaultColor(Qt::cyan); EXPECT_EQ(e.palette().color(e.backgroundRole()), QColor(Qt::cyan)); e.setDefaultColor(Qt::white)), idle, "1 V", 1000},
         {"factor and offset",    DO(e.setInputFactor(2); e.setInputOffset(990)),         idle, "20 mV", 1000},
         {"formulas, and none",   DO(e.setFormulas("*(x,2)", ""); EXPECT_EQ(e.text(), "2 V"); e.setFormulas("", "")), idle, "1 V", 1000},
         {"all of it kept",       DO(e.configure("V", 'u', 10, 5, 0, 0, true)),               idle, "1 V", 100005},
         {"number set, not text", DO(e.setNumber(1.23456); e.setInputPrefix('u', true)),      idle, "1.235 V", 1234560},
         {"text after an edit",   DO(e.setNumber(1.23456); e.type("2 V"); e.commit(); e.setValue(2000, false); e.setInputPrefix('u', true)), idle, "2 V", 2000000, {2000}},
+        {"text of no number",    DO(e.type("x"); e.setInputPrefix('u', true)),               bad,  "1 mV", 1000},
+        {"the prefix asked for", DO(char pf = 'k'; e.type("5"); EXPECT_EQ(e.getNumber(nullptr, &pf), 5000); EXPECT_EQ(e.getNumber(), 0.005)), good, "5", 1000},
+        {"invalid: no tolerance", DO(e.setTolerance(0.01); e.setInvalid(true); e.setStatus(idle); e.setValue(1001, false)), idle, "1.001 V", 1001},
         {"within tolerance",     DO(e.setTolerance(0.01); e.setTolerance(1); e.setTolerance(NAN); e.setValue(1009, false)), idle, "1 V", 1009},
         {"beyond it, or forced", DO(e.setTolerance(0.01); e.setValue(1011, false); EXPECT_EQ(e.text(), "1.011 V"); e.setValue(1012, false); e.updateDisplay(true)), idle, "1.012 V", 1012},
         {"NaN is beyond it",     DO(e.setTolerance(0.01); e.setFormulas("(", "")),           idle, "nan V", 1000},
-        {"mean of every four",   DO(e.setAverageLength(4); e.setValue(5, false); EXPECT_EQ(e.text(), "5 mV"); e.setDisabled(true); for (int v : {-1, -2, -2, -2, 9}) e.setValue(v, false)), idle, "-1 mV", -1},
+        {"mean of every four",   DO(e.setAverageLength(4); e.setValue(5, false); EXPECT_EQ(e.text(), "5 mV"); e.setDisabled(true); for (int v : {9, 9, 9, 9, -1, -2, -2, -2, 9}) e.setValue(v, false)), idle, "-1 mV", -1},
         {"unsigned mean",        DO(e.setInputUnsigned(true); e.setAverageLength(2); e.setDisabled(true); for (int v : {INT_MAX, INT_MIN + 2}) e.setValue(v, false)), idle, "2.147 MV", INT_MIN},
+        {"unsigned on and off",  DO(e.setAverageLength(2); e.setDisabled(true); e.setInputUnsigned(true); e.setValue(-1, false); e.setInputUnsigned(false); e.setValue(INT_MAX, false); EXPECT_EQ(e.getValue(), -1073741825); e.setValue(-3, false); e.setInputUnsigned(true); e.setValue(1, false)), idle, "4.295 MV", -1},
         {"cursor stays",         DO(e.setCursorPosition(1); e.setValue(2500, false); EXPECT_EQ(e.cursorPosition(), 1)), idle, "2.5 V", 2500},
         {"by the virtual road",  DO(e.taken = 0; e.setNumber(7, false, true); e.setValueAndCommit(7); e.type("2"); e.setValue(3, false); e.restore(); EXPECT_EQ(e.taken, 4)), idle, "3 mV", 3},
         {"configured prefix",    DO(e.type("5 V"); e.commit(); e.setValue(0, false)),        idle, "0 mV", 0, {5000}},
     });
-    check({{"as typed",          DO(e.type("5 V"); e.commit(); e.setValue(0, false)),        idle, "0 V", 0, {5000}}}, false, UnitEdit::DfltPfLastInput);
+    check({{"as typed",          DO(e.type("5 V"); e.commit(); e.setValue(5000, false); EXPECT_EQ(e.absoluteStep(), 1); e.setValue(0, false)),        idle, "0 V", 0, {5000}}}, false, UnitEdit::DfltPfLastInput);
     check({{"as shown",          DO(e.type("5000m"); e.commit(); e.setValue(5000, false); e.setValue(0, false)), idle, "0 V", 0, {5000}}}, false, UnitEdit::DfltPfLastShown);
 }
 
@@ -144,22 +154,29 @@ TEST(UnitEdit, FollowsTheTableOfStates)
         {"invalid is not committed",   DO(e.type("2 x"); e.key(Qt::Key_Return)),           bad,   "2 x",   1000},
         {"focus lost",                 DO(e.type("2 V"); e.send(QFocusEvent(QEvent::FocusOut))), waits, "2 V", 2000, {2000}},
         {"Escape",                     DO(e.type("2 x"); e.key(Qt::Key_Escape)),           idle,  "1 V",   1000},
-        {"F5, values came meanwhile",  DO(e.type("2 V"); e.setValue(5, false); EXPECT_TRUE(e.setValue(90000, true)); EXPECT_EQ(e.text(), "2 V"); e.key(Qt::Key_F5)), idle, "90 V", 90000},
+        {"F5, values came meanwhile",  DO(e.type("2 V"); e.setValue(5, false); EXPECT_TRUE(e.setValue(90000, true)); EXPECT_EQ(e.text(), "2 V"); e.type("3 V"); e.key(Qt::Key_F5)), idle, "90 V", 90000},
+        {"Escape always renders",      DO(e.setInvalid(true); e.restore(); EXPECT_TRUE(e.isValid()); e.type("2 V"); e.type("1 V"); e.restore(); EXPECT_FALSE(e.isTextDirty()); e.setTolerance(0.5); e.type("1.2 V"); e.key(Qt::Key_Escape)), idle, "1 V", 1000},
         {"Escape while it waits",      DO(e.type("2 V"); e.commit(); e.key(Qt::Key_Escape)), idle, "2 V",  2000, {2000}},
         {"confirmed, a little off",    DO(e.type("2 V"); e.commit(); e.setValue(1999, false)), idle, "1.999 V", 1999, {2000}},
         {"confirmed in the slot",      DO(QObject::connect(&e, &UnitEdit::changed, [&](int v) { e.setValue(v + 1, false); }); e.type("2 V"); e.commit()), idle, "2.001 V", 2001, {2000}},
         {"typing while it waits",      DO(e.type("2 V"); e.commit(); e.type("3 V"); e.commit()), waits, "2 V", 2000, {2000}},
         {"set invalid",                DO(e.type("2 V"); e.commit(); e.setInvalid(true)),  bad,   "2 V",   2000, {2000}},
-        {"set valid",                  DO(e.type("2 x"); e.setInvalid(false)),             idle,  "2 x",   1000},
+        {"set valid, but is not",      DO(e.type("2 x"); e.setInvalid(false); EXPECT_TRUE(e.isValid() && e.status() == idle); e.commit(); EXPECT_FALSE(e.isValid())), bad, "2 x", 1000},
+        {"set valid over the limit",   DO(e.type("11 V"); e.setInvalid(false); e.commit()), waits, "11 V", 11000, {11000}},
+        {"stepped while it waits",     DO(e.type("2 V"); e.commit(); QAccessible::queryAccessibleInterface(&e)->actionInterface()->doAction(QAccessibleActionInterface::increaseAction())), good, "2.02 V", 2000, {2000}},
+        {"inserted behind the end",    DO(QAccessible::queryAccessibleInterface(&e)->textInterface()->setSelection(0, -1, 1); EXPECT_EQ(e.selectedText(), "1"); QAccessible::queryAccessibleInterface(&e)->editableTextInterface()->insertText(9, "x")), bad, "1 Vx", 1000},
+        {"first value typed",          DO(UnitEdit n; n.setText("1"); n.commit(); EXPECT_TRUE(n.isValueShown() && !n.isTextDirty() && n.getValue() == 1)), idle, "1 V", 1000},
         {"cleared",                    DO(e.type("2 V"); e.commit(); e.clear()),           idle,  "",      2000, {2000}},
         {"set and committed",          DO(EXPECT_TRUE(e.setValueAndCommit(10001, true))),  waits, "10 V",  10000, {10000}},
         {"the present value, too",     DO(EXPECT_FALSE(e.setValueAndCommit(1000))),        idle,  "1 V",   1000},
         {"rounded when committed",     DO(e.setValueAndCommit(1234567)),                   waits, "1.235 kV", 1235000, {1235000}},
-        {"rounded out of the range",   DO(e.setResolution(3); e.setValueAndCommit(INT_MAX)), idle, "2.15 MV", 1000},
+        {"rounded out of the range",   DO(e.setResolution(3); e.setValueAndCommit(INT_MAX); EXPECT_FALSE(e.isValid()); EXPECT_EQ(e.pendingValue(), 1000)), bad, "2.15 MV", 1000},
+        {"no raw value",               DO(e.setInputUnsigned(true); e.setValueAndCommit(-1); EXPECT_TRUE(e.text() == "4.295 MV" && e.status() == bad); e.restore(); e.setInputUnsigned(false); e.setInputFactor(0); e.setValueAndCommit(5)), bad, "0 mV", 1000},
+        {"formula one way",            DO(e.setFormulas("*(x,x)", ""); e.setValueAndCommit(5)), waits, "25 mV", 25, {25}},
         {"set while the user types",   DO(e.type("2 V"); e.setValueAndCommit(3000)),       waits, "2 V",   2000, {2000}},
         {"formula that fails",         DO(e.setFormulas("+(x", "x"); e.setValueAndCommit(5); e.setValue(1000, false); EXPECT_FALSE(e.isValid())), idle, "nan V", 1000},
-        {"formula of infinity",        DO(e.setFormulas("/(x,0)", "x"); e.setValueAndCommit(5); e.setValue(1000, false); EXPECT_FALSE(e.isValid())), idle, "inf YV", 1000},
-        {"formula back that fails",    DO(e.setFormulas("x", "nope(x)"); e.setValueAndCommit(5); e.step(1)), idle, "5 mV", 1000},
+        {"formula of infinity",        DO(e.setFormulas("/(x,0)", "0"); EXPECT_TRUE(e.isValid()); e.setValueAndCommit(5); EXPECT_FALSE(e.isValid())), bad, "inf YV", 1000},
+        {"formula back that fails",    DO(e.setFormulas("x", "nope(x)"); e.setValueAndCommit(5); e.step(1)), bad, "5 mV", 1000},
         {"typed into a failing one",   DO(e.setFormulas("(", "("); e.type("7"); e.key(Qt::Key_Return)), bad, "7", 1000},
     });
     check({
@@ -172,7 +189,7 @@ TEST(UnitEdit, StepsByKeysAndWheelAndSettings)
 {
     check({
         {"one percent up and down",    DO(e.setValue(100, false); EXPECT_TRUE(e.stepped(true, 10, 0, {1})); EXPECT_EQ(e.text(), "101 mV"); e.step(-1)), good, "100 mV", 100},
-        {"at least the last digit",    DO(e.stepped(true, 0, 0, {1})),                     good,  "1.001 V", 1000},
+        {"at least the last digit",    DO(e.setResolution(2); e.setValue(9000, false); e.stepped(true, 0, 0, {1}); EXPECT_EQ(e.text(), "9.1 V"); e.type("900m"); e.step(1)), good, "1 V", 9000},
         {"at least a raw step",        DO(e.setValue(1, false); e.stepped(true, 10, 0, {1})), good, "2 mV",  1},
         {"absolute, without sign",     DO(e.stepped(false, 10, -0.25, {1, 1})),            good,  "1.5 V",   1000},
         {"lands on zero",              DO(e.stepped(false, 10, 0.9995, {-1})),             good,  "0 mV",    1000},
@@ -180,11 +197,14 @@ TEST(UnitEdit, StepsByKeysAndWheelAndSettings)
         {"last raw value",             DO(e.setMaximum(0); e.setValue(INT_MAX, false); e.setResolution(10); EXPECT_FALSE(e.step(1)); e.stepped(true, 0, 0, {-1})), good, "2.147483646 MV", INT_MAX},
         {"typed before any value",     DO(UnitEdit n; n.setMaximum(9); n.setText("5"); n.step(1); EXPECT_EQ(n.text(), "6 ")), idle, "1 V", 1000},
         {"Up and Down",                DO(e.stepped(false, 0, 0.01, {}); e.key(Qt::Key_Up); EXPECT_EQ(e.text(), "1.01 V"); e.key(Qt::Key_Down); e.key(Qt::Key_Down)), good, "990 mV", 1000},
-        {"wheel, Alt, zero is down",   DO(e.stepped(false, 0, 0.01, {}); e.wheel({0, 1}); e.wheel({120, 0}, Qt::AltModifier); EXPECT_EQ(e.text(), "1.02 V"); e.wheel({0, 0})), good, "1.01 V", 1000},
-        {"end of a gesture",           DO(e.wheel({0, 0}, {}, Qt::ScrollEnd)),             idle,  "1 V",     1000},
+        {"wheel, Alt, zero is down",   DO(e.stepped(false, 0, 0.01, {}); e.wheel({0, 1}); e.wheel({120, 0}, Qt::AltModifier); EXPECT_EQ(e.text(), "1.02 V"); e.wheel({}, {}, Qt::ScrollUpdate, {0, 2}); EXPECT_EQ(e.text(), "1.03 V"); e.wheel({0, 0})), good, "1.02 V", 1000},
+        {"no notch in a gesture",      DO(for (auto phase : {Qt::ScrollBegin, Qt::ScrollMomentum, Qt::ScrollEnd}) e.wheel({0, 0}, {}, phase)), idle, "1 V", 1000},
+        {"direction of the last",      DO(EXPECT_TRUE(e.step(0)); EXPECT_EQ(e.lastStepDirection(), -1); e.step(1); e.commit(); e.setValue(1010, false); EXPECT_EQ(e.lastStepDirection(), 0)), idle, "1.01 V", 1010, {1010}},
+        {"only steps commit late",     DO(e.step(1); EXPECT_TRUE(e.timer().isActive()); e.type("12"); EXPECT_FALSE(e.timer().isActive()); e.step(1); e.restore(); EXPECT_FALSE(e.timer().isActive()); e.type("5")), good, "5", 1000},
         {"Control, Shift and both",    DO(e.stepped(false, 0, 0.01, {}); e.wheel({0, 120}, Qt::ControlModifier); e.wheel({0, 120}, Qt::ShiftModifier); e.wheel({0, 120}, Qt::ControlModifier | Qt::ShiftModifier)), good, "2.2 V", 1000},
-        {"three notches, one commit",  DO(QSignalSpy spy(&e, &UnitEdit::changed); e.stepped(false, 0, 0.01, {}); for (int i = 0; i < 3; ++i) e.wheel({0, 9}); EXPECT_TRUE(spy.wait())), waits, "1.03 V", 1030, {1030}},
-        {"the step follows the prefix", DO(EXPECT_EQ(e.absoluteStep(), 0.001); e.setInputPrefix('u'); e.setValue(5, false); EXPECT_EQ(e.absoluteStep(), 1e-6)), idle, "5 \u00b5V", 5},
+        {"three notches, one commit",  DO(QSignalSpy spy(&e, &UnitEdit::changed); e.stepped(false, 0, 0.01, {}); for (int i = 0; i < 3; ++i) e.wheel({0, 9}); EXPECT_TRUE(e.timer().isSingleShot() && e.timer().interval() == 100 && spy.wait())), waits, "1.03 V", 1030, {1030}},
+        {"the step follows the prefix", DO(EXPECT_EQ(e.absoluteStep(), 0.001); e.step(1); e.restore(); e.setInputPrefix('u'); e.setValue(5, false); EXPECT_EQ(e.absoluteStep(), 1e-6)), idle, "5 \u00b5V", 5},
+        {"until the dialog opened",    DO(UnitEdit n(nullptr, {}, nullptr, false, "n"); EXPECT_EQ(toBeSaved(), 0); e.setAbsoluteStepsize("2 V"); EXPECT_EQ(toBeSaved(), 0); EXPECT_EQ(e.absoluteStep(), 2); e.setValue(5, false); EXPECT_EQ(e.absoluteStep(), 0.001); e.configureStep(); e.setInputPrefix('u'); e.setValue(5, false); EXPECT_EQ(e.absoluteStep(), 0.001)), idle, "5 \u00b5V", 5},
         {"until one was made",         DO(e.stepped(false, 0, 0.25, {1}); e.restore(); e.setValue(5, false); EXPECT_EQ(e.absoluteStep(), 0.25)), idle, "5 mV", 5},
         {"or a stored one came",       DO(for (Savable* s : Savable::_savableList) s->setValueFromExt("volts", "AbsStep", "0.5"); e.setValue(5, false); EXPECT_EQ(e.absoluteStep(), 0.5)), idle, "5 mV", 5},
     });
@@ -229,9 +249,15 @@ TEST(UnitEdit, HasAMenuWithOneUndoInEveryLanguage)
     for (const bool german : {false, true}) {
         QTranslator translator;
         const QString folder = QLibraryInfo::location(QLibraryInfo::TranslationsPath);
-        REQUIRE_OR_SKIP(!german || translator.load("qtbase_de", folder), "the toolkit's German texts");
+        const std::unique_ptr<GermanLocale> locale(german ? new GermanLocale : nullptr);
+        REQUIRE_OR_SKIP(!german || (translator.load("qtbase_de", folder) && locale->works()),
+                        "the locale de_DE.UTF-8 and the toolkit's German texts");
         QCoreApplication::installTranslator(&translator);
         Volts edit;
+        edit.type("1.5 V");
+        edit.key(Qt::Key_Return);
+        edit.setValue(1000, false);
+        EXPECT_EQ(edit.announced, QVector<int>{1500});
         QObject::connect(&edit, &UnitEdit::contextMenuCreated, [](QMenu* m) { m->addAction("Owner's"); });
         std::unique_ptr<QMenu> menu(edit.createContextMenu());
         const QStringList own = {"Undo", "Step Width...", "Unit Prefix", "Owner's"};
@@ -243,6 +269,7 @@ TEST(UnitEdit, HasAMenuWithOneUndoInEveryLanguage)
         EXPECT_EQ(texts(*prefixes), (QStringList{"Dynamic", "Static", "Use Input"}));
         EXPECT_TRUE(prefixes->actions().at(0)->isChecked());
         prefixes->actions().at(1)->trigger();
+        EXPECT_FALSE(prefixes->actions().at(0)->isChecked());
         edit.configurePf(std::make_unique<QAction>("dynamic").get()); // no such caption
         EXPECT_EQ(edit.text(), "1000 mV");
 
@@ -271,7 +298,8 @@ TEST(UnitEdit, SharesItsStepSettingsWithItsGroup)
     QSignalSpy aloneTold(&alone, &UnitEdit::stepChanged);
     alone.changeStepInt(true, true, 5, 1);
     alone.setAbsoluteStepsize("20 m"); // there is no dialog yet
-    EXPECT_TRUE(alone.absoluteStep() == 0.02 && aloneTold.isEmpty());
+    alone.changeStep("", false, 9, 9); // no group is none to share with
+    EXPECT_TRUE(alone.absoluteStep() == 0.02 && alone.isStepRelative() && aloneTold.isEmpty());
     alone.configureStep();
     alone.setAbsoluteStepsize("30 mV"); // now its dialog tells, even without a group
     EXPECT_TRUE(aloneTold == (QList<QVariantList>{{"", true, 5, 0.03}}));
@@ -292,6 +320,7 @@ TEST(StepDialog, SetsTheStepByKeysAlone)
     EXPECT_EQ(buttons.at(1)->toolTip(), "Step width proportional to current value.");
     EXPECT_TRUE(spin->toolTip() == "Value of absolute step width." && text->toolTip().isEmpty());
     EXPECT_TRUE(spin->text() == "10  [0.1%]" && text->text() == "1 mV");
+    EXPECT_TRUE(spin->minimum() == 0 && spin->maximum() == 1000);
     EXPECT_TRUE(buttons.at(1)->isChecked() && spin->isEnabled() && !text->isEnabled());
     for (auto* label : dialog->findChildren<QLabel*>()) EXPECT_NE(label->buddy(), nullptr);
 
@@ -303,11 +332,15 @@ TEST(StepDialog, SetsTheStepByKeysAlone)
     EXPECT_FALSE(buttons.at(2)->isEnabled());
     QTest::keyClick(text, Qt::Key_Return);
     EXPECT_TRUE(dialog->isVisible());
+    edit.changeStep("volts", false, 10, 2); // shown as "2 V"
     text->selectAll();
-    QTest::keyClicks(text, "2"); // milli, as it was shown
+    QTest::keyClicks(text, "3"); // volts, as it was shown, not milli, as in the field
     QTest::keyClick(text, Qt::Key_Return);
-    EXPECT_TRUE(!dialog->isVisible() && text->text() == "2 mV");
-    EXPECT_TRUE(told == (QList<QVariantList>{{"volts", false, 10, 0.002}}));
+    EXPECT_TRUE(!dialog->isVisible() && dialog->result() == QDialog::Accepted && text->text() == "3 V");
+    dialog->show();
+    QTest::keyClick(buttons.at(3), Qt::Key_Space);
+    EXPECT_TRUE(!dialog->isVisible() && dialog->result() == QDialog::Rejected);
+    EXPECT_TRUE(told == (QList<QVariantList>{{"volts", false, 10, 3.0}}));
 
     edit.changeStep("volts", true, 7, 0.004);
     EXPECT_TRUE(spin->value() == 7 && text->text() == "4 mV" && buttons.at(1)->isChecked());
@@ -327,6 +360,7 @@ TEST(UnitEditFaults, SurvivesWhatIsPasted)
         edit.setSelection(0, 3);
         edit.insert(pasted);
         edit.key(Qt::Key_Return);
+        EXPECT_TRUE(edit.status() == bad && edit.text() == pasted.left(edit.maxLength()));
         edit.step(1);
         edit.key(Qt::Key_Escape);
         EXPECT_EQ(edit.text(), "1 V") << pasted.left(20).toStdString();

@@ -23,7 +23,8 @@ class VORELUTIL_EXPORT StepDialog : public QDialog
 
 public:
     /// A dialog for `edit`, which is its parent and may not be null. The absolute width can be chosen only
-    /// while the field shows a valid number; that is seen again whenever a hidden dialog is refreshed.
+    /// while the field shows a valid number; that is seen again, either way, whenever a hidden dialog is
+    /// refreshed.
     explicit StepDialog(UnitEdit* edit);
 
     /// Shows the field's step settings.
@@ -33,7 +34,9 @@ public slots:
     /// Emits the field's `stepChanged` (also without a group), then stores the settings, refreshes and
     /// closes.
     ///
-    /// Kept: an absolute width that does not convert counts as 0; "Ok" keeps the user from it.
+    /// Kept: the absolute width is read from the text, also when the relative one is chosen, and so is stored
+    /// as it is shown, with the field's digits. One that does not convert counts as 0; "Ok" keeps the user
+    /// from it. A field that never had a value shows none, and "Ok" stores 0: the least step.
     void accept() override;
 
     /// Judges the text of the absolute width: "Ok" is enabled exactly when it converts. Puts `text` into the

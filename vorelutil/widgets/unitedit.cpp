@@ -63,6 +63,8 @@ UnitEdit::UnitEdit(QWidget* parent, DfltInputPf dfltInputPf, const bool* selectO
     connect(this, &QLineEdit::textChanged, this, &UnitEdit::onTextChange);
     connect(this, &QLineEdit::editingFinished, this, &UnitEdit::commit);
     connect(m_commitTimer, &QTimer::timeout, this, &UnitEdit::commit);
+    // What the user types is committed by the user, not by the steps before.
+    connect(this, &QLineEdit::textEdited, m_commitTimer, &QTimer::stop);
     setMinimumWidth(fontMetrics().horizontalAdvance(QStringLiteral("1234.567 mm")));
 }
 
@@ -330,8 +332,8 @@ bool UnitEdit::average(int* v)
     m_avgSum += isUnsigned ? static_cast<double>(static_cast<unsigned>(*v)) : static_cast<double>(*v);
     ++m_avgCount;
     if (m_avgCount < m_avgLength) return false;
-    const double mean = m_avgSum / m_avgCount;
-    *v = isUnsigned ? static_cast<int>(static_cast<unsigned>(mean)) : static_cast<int>(mean);
+    // In 64 bits: the values before may have been read the other way, and the mean is then out of the range.
+    *v = static_cast<int>(static_cast<unsigned>(static_cast<long long>(m_avgSum / m_avgCount)));
     m_avgSum = 0.0;
     m_avgCount = 0;
     return true;
@@ -406,7 +408,7 @@ void UnitEdit::updateDisplay(bool force)
         setText(shown);
         setCursorPosition(cursor);
     }
-    m_valid = std::isfinite(n);
+    m_valid = !std::isnan(n);
     m_textDirty = false;
-    m_rendered = {true, m_valueShown, m_valid, m_model->currentPf, m_value, shown};
+    m_rendered = {true, m_valueShown, m_valid, m_model->currentPf, m_value, shown.left(maxLength())};
 }

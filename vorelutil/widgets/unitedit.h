@@ -20,27 +20,34 @@ struct NumberModel;
 ///
 /// | status | colour | meaning | left by |
 /// |---|---|---|---|
-/// | `EsIdle` | `defaultColor()`, white | shows the program's value | typing |
+/// | `EsIdle` | `defaultColor()`, white | shows the program's value | typing, steps |
 /// | `EsEditValid` | light green | the user types, the text is acceptable | commit, Escape |
 /// | `EsEditInvalid` | red | the user types, the text is not acceptable | typing on, Escape |
-/// | `EsCommitted` | green-yellow, read-only | the program has to confirm | `setValue`, `setNumber` |
+/// | `EsCommitted` | green-yellow, read-only | the program has to confirm | a value, steps, Escape |
+///
+/// The background is the palette's: under a style sheet that draws the field's border or background the
+/// states do not show.
 ///
 /// Return, Enter and loss of focus commit: a new value is stored and announced by `changed`, and the field
 /// waits in `EsCommitted` until the program sets a value (unless it commits directly: then it is idle at
-/// once). An invalid text is never committed. While the user types, values from the program are kept back,
-/// and Escape shows the last of them.
+/// once). An invalid text is never committed. Kept: a field that waits is read-only for typing alone; Escape,
+/// F5 and steps still act on it, and lead to idle and to typing. While the user types, values from the
+/// program are kept back, and Escape shows the last of them.
 ///
 /// Keys: Up, Down and the wheel step the number, by 10 with Control or Shift, by 100 with both (wheel only);
-/// a step commits by itself after 100 ms. Escape, F5 and the menu's "Undo" drop what was typed.
+/// a step commits by itself after 100 ms, unless the user types on or gives up meanwhile. Kept: a wheel event
+/// with a delta of zero steps down, but not where it marks the begin, end or momentum of a gesture. Escape,
+/// F5 and the menu's "Undo" drop what was typed.
 ///
 ///     auto* exposure = new UnitEdit(this);
 ///     exposure->configure("s", 'm', 1, 0, 1, 10000000); // one raw step is 1 ms
 ///     connect(exposure, &UnitEdit::changed, this, &Panel::sendExposure);
 ///     exposure->setValue(250);                          // "250 ms"
 ///
-/// Thread: GUI thread. Nothing is thrown. A slot of any signal, and an entry of the menu, may delete the
-/// field. The exception is `changed` when the focus is lost or a key is pressed: there the toolkit itself
-/// goes on with the field, so use `deleteLater`.
+/// Thread: GUI thread. Nothing is thrown. A slot of `changed`, `contextMenuCreated` or `stepChanged`, and an
+/// entry of the menu, may delete the field; a slot of the line edit's own signals may not. The exception is
+/// `changed` when the focus is lost or a key is pressed: there the toolkit itself goes on with the field, so
+/// use `deleteLater`.
 ///
 /// `value` is the USER property. It has no NOTIFY signal: `changed` tells only what the user commits, and
 /// what the program sets is not announced to the program.
@@ -153,7 +160,8 @@ public:
     /// the current prefix when that is null. "h:m:s h" is a time where the unit is s. `*valid` tells whether
     /// the text converts (limits do not matter), `*inputPf` receives the prefix used (a time leaves it
     /// alone), `*incomplete` whether the unit was not complete; with an empty unit it always is. Each may be
-    /// null. The result is 0 when the text does not convert.
+    /// null. Where the text does not convert the result is 0, but infinite for "1e999", and a time counts the
+    /// parts that are no numbers as 0: "1:x:3 h" gives 3603.
     Q_INVOKABLE double getNumber(bool* valid = nullptr, char* inputPf = nullptr, bool* incomplete = nullptr,
                                  QString extText = QString()) const;
 
@@ -167,7 +175,8 @@ public:
     ///@}
     /// \name Configuration
     /// At any time. Each renders the value anew when something changed, unless said otherwise; a text that is
-    /// being typed is lost by that.
+    /// being typed is lost by that. Kept: the state of typing, and its colour, stay until the next commit,
+    /// edit or Escape, and values from the program are kept back until then.
     ///@{
 
     QString baseUnit() const;
@@ -232,12 +241,14 @@ public:
     ///
     /// `toNumber` gets "x" = raw value, `toValue` gets "x" = number in units of the input prefix; both get
     /// "scale" = factor and "offset". Characters outside Latin-1 are replaced. A formula that does not
-    /// evaluate gives NaN: the field shows it, is not valid, and commits nothing.
+    /// evaluate gives NaN: the field shows it, is not valid, and commits nothing. An infinite result is shown
+    /// and is valid, but is not committed either.
     void setFormulas(QString toNumber, QString toValue);
 
     int averageLength() const { return m_avgLength; }
     /// How many values a disabled field averages before it shows their mean, cut towards zero; 0 and 1: none.
-    /// An enabled field never averages. Stored only. Default: 0.
+    /// An enabled field never averages. Values are read as unsigned when the input is; the mean is taken
+    /// modulo 2^32 if the input was switched between them. Stored only. Default: 0.
     void setAverageLength(int length) { m_avgLength = length; }
 
     QColor defaultColor() const { return m_defaultColor; }
@@ -245,7 +256,9 @@ public:
     void setDefaultColor(QColor c);
 
     /// "AbsStep" becomes the number that `text` means, also as its default. An open or closed step dialog
-    /// takes the text over and is accepted, which tells the group. Kept: an empty text means the field's own.
+    /// takes the text over and is accepted, which tells the group; a text without prefix and unit then has
+    /// the prefix that the dialog shows. Kept: an empty text means the field's own. Kept: the width goes back
+    /// to 1 in the current prefix with the next value from the program, see `absoluteStep`.
     void setAbsoluteStepsize(QString text);
 
     bool isDirectCommit() const { return m_directCommit; }
@@ -255,7 +268,8 @@ public:
     /// Relative step width in tenths of a percent ("RelStep").
     int relativeStep() const;
     /// Absolute step width in base units ("AbsStep"), six digits. Until an absolute step was made, the step
-    /// dialog opened, or a stored setting offered, it is 1 in the current prefix.
+    /// dialog opened, or a stored setting offered, each value from the program makes it 1 in the current
+    /// prefix. Kept: also one that `setAbsoluteStepsize` or `changeStep` has set.
     double absoluteStep() const;
 
     ///@}
@@ -275,7 +289,8 @@ public:
     /// Marks the text as invalid (red, as while typing) or as valid and idle. The field can be edited.
     void setInvalid(bool inv);
 
-    /// Whether the text is acceptable: converts, representable, within the limits; true after rendering.
+    /// Whether the text is acceptable: converts, representable, within the limits. After rendering it is
+    /// true, whatever the value, but for a number that is NaN.
     bool isValid() const { return m_valid; }
 
     /// Whether a value was set or committed; until then the field is empty.
@@ -312,8 +327,10 @@ public slots:
     /// Takes `v` over as `setValue` does, then commits it as if it had been typed: `changed` is emitted, and
     /// the field waits for the confirmation. Whether it had to be limited.
     ///
-    /// Kept: what is committed is the text, so the value announced is rounded to the digits shown; and while
-    /// the user types it is the user's text that is committed.
+    /// Kept: what is committed is the text, so the value announced is rounded to the digits shown. Where `v`
+    /// did not change the text, it is the text from before that is committed: the user's while typing, the
+    /// former value's within the tolerance and while a disabled field averages. Nothing is emitted when the
+    /// text means the present value, or is refused (see `commit`).
     bool setValueAndCommit(int v, bool limit = false);
 
     /// Empty text, idle. The value stays, and Escape shows it again.
@@ -324,6 +341,10 @@ public slots:
 
     /// Commits the text; see the class comment. The state is already the new one when `changed` is emitted,
     /// so that a slot may confirm at once.
+    ///
+    /// Refused, with the field invalid and red until Escape or `restore`, is an edited text that does not
+    /// convert, or whose number is not finite or fits no raw value (see `number2Value`; unsigned, a number
+    /// below raw 0 counts as 0). The value stays. Limits are judged while the user types, not here.
     void commit();
 
     /// Drops what was typed and shows the program's last value, as Escape does.
@@ -406,7 +427,6 @@ private:
     const Parsed& parsedText() const;
     bool average(int* v);
     void followStep();
-    bool isCommittable(int v, double n) const;
     void showStatus(EditStatus s, const QColor& color);
 
     QTimer* m_commitTimer;

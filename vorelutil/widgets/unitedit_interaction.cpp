@@ -13,7 +13,6 @@
 #include <QMenu>
 #include <QTimer>
 #include <QWheelEvent>
-#include <vorelutil/algo/prefix.h>
 
 // What the user does to the field: status, commit, keys, wheel, steps, focus and menu.
 
@@ -84,8 +83,9 @@ void UnitEdit::setInvalid(bool inv)
 
 void UnitEdit::clear()
 {
+    const QPointer<UnitEdit> self(this);
     QLineEdit::clear();
-    setStatus(EsIdle);
+    if (self) setStatus(EsIdle);
 }
 
 void UnitEdit::onTextChange()
@@ -101,29 +101,21 @@ void UnitEdit::onTextChange()
 
 // Commit
 
-/// Whether `v` is what number `n` means. What was typed is judged as it is typed; a text that was rendered
-/// may, rounded to the digits shown, lie beyond the raw range, and a formula back may fail.
-bool UnitEdit::isCommittable(int v, double n) const
-{
-    const double distance = std::fabs(n - value2Number(v));
-    const double step = std::fabs(algoGetPrefixFactor(m_model->inputPf) * m_model->factor);
-    return distance < step || distance <= m_model->rawStep(v);
-}
-
 void UnitEdit::commit()
 {
     if (!text().isEmpty()) m_valueShown = true;
     if (!m_valid) return;
 
-    char* const pf = m_dfltInputPf != DfltPfConfigured ? &m_model->currentPf : nullptr;
+    char pf = m_model->currentPf;
     bool incomplete = false;
-    const double n = getNumber(&m_valid, pf, &incomplete);
+    const double n = getNumber(&m_valid, &pf, &incomplete);
     const int v = number2Value(n);
     const bool isNew = m_textDirty && v != m_value;
-    if (isNew && !isCommittable(v, n)) {
-        m_valid = false;
-        return;
-    }
+    // What was typed is judged as it is typed. But `setInvalid` may have called it valid, and a text that was
+    // rendered may, rounded to the digits shown, lie beyond the raw range, or a formula back may fail.
+    const bool isRefused = (m_textDirty && !m_valid) || (isNew && !m_model->hasRawValue(n));
+    if (isRefused) return setInvalid(true);
+    if (m_dfltInputPf != DfltPfConfigured) m_model->currentPf = pf;
     if (isNew) m_value = v;
 
     const bool isDone = m_directCommit || (!isNew && m_status != EsCommitted);
@@ -147,6 +139,7 @@ bool UnitEdit::setValueAndCommit(int v, bool limit)
 
 void UnitEdit::restore()
 {
+    m_commitTimer->stop();
     const bool hasPending = isStatusEditing(m_status) && m_pendingValue != m_value;
     setStatus(EsIdle);
     const QPointer<UnitEdit> self(this);
@@ -179,11 +172,13 @@ void UnitEdit::keyPressEvent(QKeyEvent* event)
 void UnitEdit::wheelEvent(QWheelEvent* event)
 {
     event->accept();
-    const QPoint angle = event->angleDelta();
+    // Slow fingers on a touch pad may move pixels, but not yet an angle.
+    const QPoint moved = event->angleDelta().isNull() ? event->pixelDelta() : event->angleDelta();
     // The toolkit turns the wheel sideways while Alt is held.
-    const int delta = angle.y() != 0 ? angle.y() : angle.x();
-    // The begin and the end of a gesture on a touch pad are told with a delta of zero; they are no notch.
-    const bool isMark = event->phase() == Qt::ScrollBegin || event->phase() == Qt::ScrollEnd;
+    const int delta = moved.y() != 0 ? moved.y() : moved.x();
+    // A touch pad tells the begin, the end and the dying away of a gesture with a delta of zero: no notch.
+    const Qt::ScrollPhase phase = event->phase();
+    const bool isMark = phase == Qt::ScrollBegin || phase == Qt::ScrollEnd || phase == Qt::ScrollMomentum;
     if (delta == 0 && isMark) return;
     int steps = delta >= 1 ? 1 : -1;
     if (event->modifiers().testFlag(Qt::ControlModifier)) steps *= fastSteps;
