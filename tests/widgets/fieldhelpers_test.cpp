@@ -12,6 +12,10 @@
 #include <QScrollBar>
 #include <QTest>
 
+#include <limits>
+
+// clang-format off
+
 namespace {
 
 TEST(FieldAccessible, TellsRoleNameValueAndStateInWords)
@@ -42,12 +46,24 @@ TEST(FieldAccessible, TellsRoleNameValueAndStateInWords)
     field.setValue(300);
     told->actionInterface()->doAction(QAccessibleActionInterface::increaseAction());
     tells("303 ms", "How long, editing");
-    told->textInterface()->setSelection(0, 1, 3);
-    EXPECT_EQ(field.selectedText(), "03");
+    told->actionInterface()->doAction(QAccessibleActionInterface::decreaseAction());
+    tells("300 ms", "How long, editing");
+    auto* const text = told->textInterface();
+    text->setSelection(0, 1, 3);
+    EXPECT_EQ(field.selectedText(), "00");
+    text->setSelection(0, std::numeric_limits<int>::min(), std::numeric_limits<int>::max());
+    EXPECT_EQ(std::pair(field.selectedText(), text->text(-1, std::numeric_limits<int>::max())), std::pair(field.text(), field.text()));
+    EXPECT_EQ(text->text(std::numeric_limits<int>::max(), std::numeric_limits<int>::min()), "");
+    field.setText("5");
+    tells("5", "How long, editing, s");
 
     DblEdit other;
     other.setStatus(DblEdit::EsEditInvalid);
     EXPECT_EQ(QAccessible::queryAccessibleInterface(&other)->text(QAccessible::Description), "invalid input");
+    other.setNumber(5);
+    other.setReadOnly(true);
+    QAccessible::queryAccessibleInterface(&other)->actionInterface()->doAction(QAccessibleActionInterface::increaseAction());
+    EXPECT_EQ(other.text(), "5 ");
 }
 
 TEST(WheelGuard, LetsTheWheelStepOnlyTheFieldWithTheFocus)
@@ -57,7 +73,8 @@ TEST(WheelGuard, LetsTheWheelStepOnlyTheFieldWithTheFocus)
         auto* const page = new QWidget;
         page->setMinimumHeight(2000);
         UnitEdit field(page);
-        DblEdit other(page);
+        DblEdit other(page), elsewhere;
+        elsewhere.setNumber(5);
         field.configure({}, ' ', 1, 0, 0, 0);
         field.setValue(1000);
         if (guarded) new WheelGuard(page);
@@ -69,39 +86,25 @@ TEST(WheelGuard, LetsTheWheelStepOnlyTheFieldWithTheFocus)
             focused->setFocus();
             area.verticalScrollBar()->setValue(0);
             field.restore();
-            QWheelEvent event({5, 5}, field.mapToGlobal(QPoint(5, 5)), {}, {0, -120}, Qt::NoButton,
-                              Qt::NoModifier, Qt::NoScrollPhase, false);
+            QWheelEvent event({5, 5}, field.mapToGlobal(QPoint(5, 5)), {}, {0, -120}, Qt::NoButton, Qt::NoModifier, Qt::NoScrollPhase, false);
             QSpontaneKeyEvent::setSpontaneous(&event); // or it would not reach the widgets below
             qApp->notify(&field, &event);
             EXPECT_EQ(field.isTextDirty(), steps) << guarded;
             EXPECT_EQ(area.verticalScrollBar()->value() == 0, steps) << guarded;
         }
+        QWheelEvent event({5, 5}, {5, 5}, {}, {0, 120}, Qt::NoButton, Qt::NoModifier, Qt::NoScrollPhase, false);
+        QApplication::sendEvent(&elsewhere, &event);
+        EXPECT_EQ(elsewhere.text(), "5.25 "); // not in the guard's scope
     }
 }
 
 TEST(InputNormaliser, MakesANumberOrLeavesAnInvalidText)
 {
-    struct Row
-    {
-        char const* entered;
-        char const* text; ///< null: whatever
-        double number;    ///< 0: none
-    };
-    // clang-format off
-    Row const rows[] = {
-        {"1,5 ms",                     "1.5 ms",        1.5e-3},
-        {"-,5",                        "-.5",           -0.5e-3},
-        {"\u22121,25\u00A0\u03BCs",    "-1.25 \u00B5s", -1.25e-6},
-        {"1\u202F000,5\u2009ms",       "1 000.5 ms",    1.0005},
-        {"1\u2007000 s",               "1 000 s",       1000.0},
-        {"1,5e3 ms",                   "1.5e3 ms",      1.5},
-        {"1,5 a.u.",                   "1.5 a.u.",      0},
-        {"1,000",                      "1.000",         1e-3},
-        {"1.000,5",                    "1.000,5",       0},
-        {"1,000.5",                    nullptr,         0},
-        {"1,000,000",                  nullptr,         0},
-    };
-    // clang-format on
+    struct Row { char const* entered; char const* text; double number; } const rows[] = { // text null: whatever; number 0: none
+        {"1,5 ms", "1.5 ms", 1.5e-3},              {"-,5", "-.5", -0.5e-3},           {"\u22121,25\u00A0\u03BCs", "-1.25 \u00B5s", -1.25e-6},
+        {"1\u202F000,5\u2009ms", "1 000.5 ms", 1.0005}, {"1\u2007000 s", "1 000 s", 1000.0}, {"1,5e3 ms", "1.5e3 ms", 1.5},
+        {"1,5 a.u.", "1.5 a.u.", 0},               {"1,000", "1.000", 1e-3},          {"1.000,5", "1.000,5", 0},
+        {"1,000.5", nullptr, 0},                   {"1,000,000", nullptr, 0}};
     for (auto const& row : rows) {
         QString const entered = QString::fromUtf8(row.entered);
         QApplication::clipboard()->setText(entered);
@@ -138,8 +141,16 @@ TEST(InputNormaliser, KeepsCursorUndoAndWhatTheProgramSets)
     EXPECT_EQ(field.cursorPosition(), 2);
     field.undo();
     EXPECT_EQ(field.text(), "15");
+    field.setReadOnly(true);
+    QTest::keyClicks(&field, ",");
+    field.setReadOnly(false);
+    EXPECT_EQ(field.text(), "15");
     delete normaliser;
     EXPECT_EQ(field.validator(), nullptr);
+    QIntValidator former;
+    field.setValidator(&former);
+    delete new InputNormaliser(&field);
+    EXPECT_EQ(field.validator(), &former);
 }
 
 } // namespace

@@ -45,6 +45,31 @@ bool isWaiting(DblEdit const&)
     return false;
 }
 
+/// As by the keys: a `UnitEdit` is read-only while it waits, and is stepped all the same.
+bool canBeStepped(UnitEdit const& field)
+{
+    return field.isEnabled();
+}
+
+bool canBeStepped(DblEdit const& field)
+{
+    return field.isEnabled() && !field.isReadOnly();
+}
+
+bool isUnitIncomplete(UnitEdit const& field)
+{
+    bool incomplete = false;
+    field.getNumber(nullptr, nullptr, &incomplete);
+    return incomplete;
+}
+
+bool isUnitIncomplete(DblEdit const& field)
+{
+    bool incomplete = false;
+    field.parseNumber(nullptr, nullptr, &incomplete);
+    return incomplete;
+}
+
 /// The toolkit's own interface of a line edit cannot be derived from, so text and cursor are told here anew.
 template <typename Field>
 class FieldInterface : public QAccessibleWidget,
@@ -75,7 +100,12 @@ public:
         if (!isValid()) return own;
         if (what == QAccessible::Value) return field().text();
         if (what != QAccessible::Description) return own;
-        return own.isEmpty() ? stateInWords(field()) : own + QStringLiteral(", ") + stateInWords(field());
+        QStringList words(stateInWords(field()));
+        if (!own.isEmpty()) words.prepend(own);
+        QString const unit = field().baseUnit();
+        bool const isUnitTold = unit.isEmpty() || field().text().contains(unit, Qt::CaseInsensitive);
+        if (!isUnitTold && isUnitIncomplete(field())) words.append(unit);
+        return words.join(QStringLiteral(", "));
     }
 
     void setText(QAccessible::Text what, QString const& text) override
@@ -102,7 +132,7 @@ public:
     QStringList actionNames() const override
     {
         QStringList names = QAccessibleWidget::actionNames();
-        if (field().isEnabled()) names << increaseAction() << decreaseAction();
+        if (canBeStepped(field())) names << increaseAction() << decreaseAction();
         return names;
     }
 
@@ -111,7 +141,7 @@ public:
         bool const up = name == increaseAction();
         if (!up && name != decreaseAction()) {
             QAccessibleWidget::doAction(name);
-        } else if (field().isEnabled()) {
+        } else if (canBeStepped(field())) {
             field().step(up ? 1 : -1);
         }
     }
@@ -119,7 +149,11 @@ public:
     // Text
 
     int characterCount() const override { return field().text().size(); }
-    QString text(int start, int end) const override { return field().text().mid(start, end - start); }
+    QString text(int start, int end) const override
+    {
+        int const from = inText(start);
+        return field().text().mid(from, std::max(0, inText(end) - from));
+    }
     int cursorPosition() const override { return field().cursorPosition(); }
     void setCursorPosition(int position) override { field().setCursorPosition(inText(position)); }
     int selectionCount() const override { return field().hasSelectedText() ? 1 : 0; }
