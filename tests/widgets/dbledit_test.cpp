@@ -4,7 +4,9 @@
 #include <QApplication>
 #include <QSignalSpy>
 #include <QTest>
+#include <QTimer>
 #include <QWheelEvent>
+#include <tests/support/germanlocale.h>
 #include <vorelutil/widgets/dbledit.h>
 
 // clang-format off
@@ -24,6 +26,12 @@ struct Field
     }
     Field& key(Qt::Key key) { QTest::keyClick(edit.get(), key); return *this; }
     Field& type(const QString& text) { edit->selectAll(); QTest::keyClicks(edit.get(), text); return *this; }
+    bool wheel(int delta, Qt::KeyboardModifiers modifiers = Qt::NoModifier, Qt::ScrollPhase phase = Qt::NoScrollPhase)
+    {
+        QWheelEvent event({1, 1}, {1, 1}, {}, {0, delta}, Qt::NoButton, modifiers, phase, false);
+        QApplication::sendEvent(edit.get(), &event);
+        return event.isAccepted();
+    }
     Field& enter(const QString& text) { return type(text).key(Qt::Key_Return); }
     std::string text() const { return edit->text().toStdString(); }
     auto state() const { return std::tuple(edit->status(), edit->palette().color(edit->backgroundRole()).name().toStdString(), edit->isValid(), edit->isTextDirty()); }
@@ -35,6 +43,7 @@ struct Field
 
 TEST(DblEdit, JudgesWhatIsTypedAndCommitsOnlyWhatCounts)
 {
+    const GermanLocale german; // the point stays
     const struct { const char* typed; bool valid; double number; const char* shown; int changes; } rows[] = {
         {"10", true, 10, "10 V", 1},       {"12.5m", true, 0.0125, "12.5 mV", 1}, {"1500 mV", true, 1.5, "1.5 V", 1},
         {"3.0", true, 3, "3.0", 0},       {"10.001", false, 3, "10.001", 0},     {"-1 mV", false, 3, "-1 mV", 0},
@@ -52,12 +61,16 @@ TEST(DblEdit, JudgesWhatIsTypedAndCommitsOnlyWhatCounts)
         EXPECT_EQ(field.type(row.typed).key(row.valid ? Qt::Key_Escape : Qt::Key_F5).number(), std::tuple(4, "4 V", row.changes)); // thrown away
         EXPECT_EQ(field.state(), std::tuple(idle, white, true, false));
     }
+    EXPECT_EQ(Field(3).enter("nan V").number(), std::tuple(3, "nan V", 0)); // not without limits, either
 }
 
 TEST(DblEdit, CommitsANumberAloneWithoutPrefix)
 {
-    Field field(1, 0, 0, "s");
+    Field field(1, 0, 0, " s ");
     EXPECT_EQ(field.enter("5m").edit->prefix(), 'm');
+    EXPECT_EQ(field.type("7").key(Qt::Key_Up).text(), "7.35 ms"); // as it was judged
+    field.edit->setNumber(0);
+    EXPECT_EQ(field.text(), "0 s");
     EXPECT_EQ(field.type("7").edit->parseNumber(), 0.007);
     EXPECT_EQ(field.key(Qt::Key_Return).number(), std::tuple(7, "7 s", 2));
     EXPECT_EQ(field.edit->prefix(), ' ');
@@ -79,13 +92,22 @@ TEST(DblEdit, StepsByFivePercent)
         {120, Qt::NoModifier, Qt::NoScrollPhase, "105 V"}, {-120, Qt::ControlModifier, Qt::NoScrollPhase, "100 V"}, {0, Qt::NoModifier, Qt::ScrollEnd, "100 V"},
         {1, Qt::ControlModifier | Qt::ShiftModifier, Qt::NoScrollPhase, "105 V"}, {0, Qt::ShiftModifier, Qt::NoScrollPhase, "100 V"}, {9, Qt::NoModifier, Qt::ScrollUpdate, "105 V"}};
     for (const auto& notch : notches) {
-        QWheelEvent event({1, 1}, {1, 1}, {}, {0, notch.delta}, Qt::NoButton, notch.modifiers, notch.phase, false);
-        QApplication::sendEvent(field.edit.get(), &event);
-        EXPECT_EQ(std::tuple(event.isAccepted(), field.text()), std::tuple(true, notch.text));
+        EXPECT_TRUE(field.wheel(notch.delta, notch.modifiers, notch.phase)); // accepted
+        EXPECT_EQ(field.text(), notch.text);
     }
     EXPECT_EQ(field.state(), std::tuple(typing, lightgreen, true, true));
     ASSERT_TRUE(field.changed.wait(patience)); // one commit for all of them
     EXPECT_EQ(field.number(), std::tuple(105, "105 V", 1));
+    auto* const timer = field.edit->findChild<QTimer*>();
+    for (const auto key : {Qt::Key_Escape, Qt::Key_9}) { // what the user does then is not committed by the step
+        field.key(Qt::Key_Up);
+        EXPECT_EQ(std::pair(timer->interval(), timer->isActive()), std::pair(100, true));
+        field.key(key);
+        EXPECT_FALSE(timer->isActive());
+    }
+    field.edit->setNumber(7);
+    field.edit->setReadOnly(true);
+    EXPECT_TRUE(field.wheel(120) && field.key(Qt::Key_Up).text() == "7 V");
     EXPECT_EQ(Field(9.8, 0, 10).key(Qt::Key_Up).text(), "9.8 V");
     EXPECT_EQ(Field(1).type("x").key(Qt::Key_Up).text(), "x");
 }
@@ -119,12 +141,16 @@ TEST(DblEdit, LeavesTheTextWithinTheTolerance)
         EXPECT_EQ(field.number(), std::tuple(row.number, row.text, 0));
     }
     EXPECT_EQ(field.enter("2").text(), "2 V"); // the unit is completed all the same
+    field.type("2.01").edit->setNumber(2);
+    EXPECT_EQ(field.text(), "2 V"); // and what was typed goes
+    field.type("2.01").edit->setResolution(5);
+    field.edit->setResolution(-1);
+    EXPECT_EQ(std::pair(field.text(), field.edit->resolution()), std::pair(std::string("2 V"), 5));
 }
 
 TEST(DblEdit, SelectsOnFocusWhereTheSwitchSaysSo)
 {
-    const struct { bool on; Qt::FocusReason reason; bool selected; } rows[] = {
-        {true, Qt::MouseFocusReason, true}, {false, Qt::MouseFocusReason, false}, {true, Qt::ActiveWindowFocusReason, false}};
+    const struct { bool on; Qt::FocusReason reason; bool selected; } rows[] = {{true, Qt::MouseFocusReason, true}, {false, Qt::MouseFocusReason, false}, {true, Qt::ActiveWindowFocusReason, false}};
     for (const auto& row : rows) {
         DblEdit edit(nullptr, &row.on);
         edit.setNumber(5);
