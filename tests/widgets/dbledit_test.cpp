@@ -29,8 +29,7 @@ struct Field
     bool wheel(int delta, Qt::KeyboardModifiers modifiers = Qt::NoModifier, Qt::ScrollPhase phase = Qt::NoScrollPhase)
     {
         QWheelEvent event({1, 1}, {1, 1}, {}, {0, delta}, Qt::NoButton, modifiers, phase, false);
-        QApplication::sendEvent(edit.get(), &event);
-        return event.isAccepted();
+        return QApplication::sendEvent(edit.get(), &event) && event.isAccepted();
     }
     Field& enter(const QString& text) { return type(text).key(Qt::Key_Return); }
     std::string text() const { return edit->text().toStdString(); }
@@ -91,25 +90,21 @@ TEST(DblEdit, StepsByFivePercent)
     const struct { int delta; Qt::KeyboardModifiers modifiers; Qt::ScrollPhase phase; const char* text; } notches[] = {
         {120, Qt::NoModifier, Qt::NoScrollPhase, "105 V"}, {-120, Qt::ControlModifier, Qt::NoScrollPhase, "100 V"}, {0, Qt::NoModifier, Qt::ScrollEnd, "100 V"},
         {1, Qt::ControlModifier | Qt::ShiftModifier, Qt::NoScrollPhase, "105 V"}, {0, Qt::ShiftModifier, Qt::NoScrollPhase, "100 V"}, {9, Qt::NoModifier, Qt::ScrollUpdate, "105 V"}};
-    for (const auto& notch : notches) {
-        EXPECT_TRUE(field.wheel(notch.delta, notch.modifiers, notch.phase)); // accepted
-        EXPECT_EQ(field.text(), notch.text);
-    }
+    for (const auto& notch : notches) EXPECT_TRUE(field.wheel(notch.delta, notch.modifiers, notch.phase) && field.text() == notch.text) << notch.text;
     EXPECT_EQ(field.state(), std::tuple(typing, lightgreen, true, true));
     ASSERT_TRUE(field.changed.wait(patience)); // one commit for all of them
     EXPECT_EQ(field.number(), std::tuple(105, "105 V", 1));
     auto* const timer = field.edit->findChild<QTimer*>();
     for (const auto key : {Qt::Key_Escape, Qt::Key_9}) { // what the user does then is not committed by the step
         field.key(Qt::Key_Up);
-        EXPECT_EQ(std::pair(timer->interval(), timer->isActive()), std::pair(100, true));
+        EXPECT_TRUE(timer->isActive() && timer->interval() == 100);
         field.key(key);
         EXPECT_FALSE(timer->isActive());
     }
     field.edit->setNumber(7);
     field.edit->setReadOnly(true);
     EXPECT_TRUE(field.wheel(120) && field.key(Qt::Key_Up).text() == "7 V");
-    EXPECT_EQ(Field(9.8, 0, 10).key(Qt::Key_Up).text(), "9.8 V");
-    EXPECT_EQ(Field(1).type("x").key(Qt::Key_Up).text(), "x");
+    EXPECT_EQ(Field(9.8, 0, 10).key(Qt::Key_Up).text() + Field(1).type("x").key(Qt::Key_Up).text(), "9.8 Vx");
 }
 
 TEST(DblEdit, TakesNumbersOverAtOnce)

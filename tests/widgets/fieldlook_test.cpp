@@ -6,6 +6,8 @@
 #include <QSet>
 #include <QStyleFactory>
 
+// clang-format off
+
 namespace {
 
 QPalette palette(char const* text, char const* disabled, char const* base)
@@ -40,8 +42,7 @@ protected:
     {
         QImage const image = field.grab(field.rect().adjusted(4, 4, -4, -4)).toImage();
         QSet<QRgb> pixels;
-        for (int i = 0; i < image.width() * image.height(); ++i)
-            pixels << image.pixel(i % image.width(), i / image.width());
+        for (int i = 0; i < image.width() * image.height(); ++i) pixels << image.pixel(i % image.width(), i / image.width());
         return pixels.contains(QColor(background).rgb()) && pixels.contains(QColor(text).rgb());
     }
 
@@ -56,28 +57,15 @@ TEST_P(FieldLook, TextIsReadableInEveryStateAndPalette)
 {
     QPalette onlyText = light;
     onlyText.setColor(QPalette::Text, "#ffffe0");
-    // clang-format off
     enum Status : int { Same, Valid, Invalid, Committed, Idle }; // Same: without a call
     struct Row { QPalette const& palette; Status status; char const* background; bool enabled; char const* text; };
     Row const rows[] = { // in this order: colours must also come back
-        {light,    Idle,      "white",       true,  "#101010"},
-        {dark,     Same,      "white",       true,  "black"},
-        {light,    Same,      "white",       true,  "#101010"},
-        {onlyText, Same,      "white",       true,  "black"},
-        {light,    Valid,     "lightgreen",  true,  "#101010"},
-        {light,    Invalid,   "red",         true,  "#101010"},
-        {light,    Committed, "greenyellow", true,  "#101010"},
-        {light,    Idle,      "navy",        true,  "white"},
-        {light,    Idle,      "white",       true,  "#101010"},
-        {light,    Same,      "white",       false, "#737373"}, // 4.7:1, and not as black as enabled text
-        {dark,     Same,      "white",       false, "#505050"},
-        {dark,     Valid,     "lightgreen",  true,  "black"},
-        {dark,     Invalid,   "red",         true,  "black"},
-        {dark,     Committed, "greenyellow", true,  "black"},
-        {dark,     Idle,      "#303030",     true,  "#e0e0e0"},
-        {dark,     Same,      "#303030",     false, "#989898"}, // 4.6:1
-    };
-    // clang-format on
+        {light, Idle, "white", true, "#101010"},           {dark, Same, "white", true, "black"},   {light, Same, "white", true, "#101010"},
+        {onlyText, Same, "white", true, "black"},          {light, Valid, "lightgreen", true, "#101010"}, {light, Invalid, "red", true, "#101010"},
+        {light, Committed, "greenyellow", true, "#101010"}, {light, Idle, "navy", true, "white"},  {light, Idle, "white", true, "#101010"},
+        {light, Same, "white", false, "#737373"}, // 4.7:1, and not as black as enabled text
+        {dark, Same, "white", false, "#505050"},           {dark, Valid, "lightgreen", true, "black"}, {dark, Invalid, "red", true, "black"},
+        {dark, Committed, "greenyellow", true, "black"},   {dark, Idle, "#303030", true, "#e0e0e0"}, {dark, Same, "#303030", false, "#989898"}}; // 4.6:1
     auto const walk = [&](auto& field) {
         using EditStatus = decltype(field.status()); // of a `DblEdit`, 4 is any other value: idle as well
         for (auto const& row : rows) {
@@ -107,8 +95,7 @@ TEST_P(FieldLook, KeepsTheColoursThatTheOwnerGave)
     own.setColor(QPalette::Text, "#000080");
     dblEdit.setPalette(own);
     dblEdit.setStatus(DblEdit::EsIdle);
-    for (auto const& [background, text] :
-         {std::pair{"white", "#000080"}, {"#202020", "white"}, {"white", "#000080"}}) {
+    for (auto const& [background, text] : {std::pair{"white", "#000080"}, {"#202020", "white"}, {"white", "#000080"}}) {
         dblEdit.setDefaultColor(background);
         EXPECT_TRUE(shows(dblEdit, background, text)) << background;
     }
@@ -129,7 +116,6 @@ TEST_P(FieldLook, KeepsTheColoursThatTheOwnerGave)
     EXPECT_TRUE(shows(dblEdit, "white", "#000080"));
 }
 
-INSTANTIATE_TEST_SUITE_P(Styles, FieldLook, testing::Values("fusion", "windows"),
-                         [](auto const& row) { return std::string(row.param); });
+INSTANTIATE_TEST_SUITE_P(Styles, FieldLook, testing::Values("fusion", "windows"), [](auto const& row) { return std::string(row.param); });
 
 } // namespace

@@ -34,8 +34,8 @@ struct Sweep : testing::Test
         });
     }
     ~Sweep() override { delete field; }
-    bool ended() { return QTest::qWaitFor([this] { return !field || !field->isRunning(); }, 10000); }
     bool restored() { return QTest::qWaitFor([this] { return field->getValue() == 7; }, 10000); }
+    bool ended() { return QTest::qWaitFor([this] { return !field || !field->isRunning(); }, 10000); }
     std::string record() { EXPECT_TRUE(ended()); return std::exchange(log, {}).join(' ').toStdString(); }
     std::string run(int start, int end, int steps, bool both, int delay = 10)
     {
@@ -172,8 +172,7 @@ TEST_F(Sweep, IsRunFromTheDialogByKeys)
     UEditSpecDlg* const dialog = UEditSpecDlg::_instance;
     EXPECT_EQ(dialog->windowTitle(), "Soft Spectroscopy");
     type({"0", "100", "5", "1"});
-    EXPECT_EQ(find<QLabel>("Delay [10ms]")->buddy(), find(tips[3]));
-    EXPECT_EQ(find<QLabel>("Steps")->buddy(), find(tips[2]));
+    EXPECT_TRUE(find<QLabel>("Delay [10ms]")->buddy() == find(tips[3]) && find<QLabel>("Steps")->buddy() == find(tips[2]));
     find<QCheckBox>("Forward / Backward")->setChecked(true);
     EXPECT_EQ(progress(), std::pair(0, 10));
     QTest::keyClick(find<QLineEdit>(tips[0]), Qt::Key_Return);
@@ -181,7 +180,6 @@ TEST_F(Sweep, IsRunFromTheDialogByKeys)
     record();
     EXPECT_EQ(progress(), std::pair(10, 10));
     EXPECT_EQ(enabled(), "++++++-+");
-
     click("Start");
     static_cast<QWidget*>(dialog)->close(); // by the window system: the sweep goes on
     EXPECT_EQ(UEditSpecDlg::_instance, nullptr);
