@@ -1,4 +1,4 @@
-#include "loopback.h"
+#include "tests/support/loopback.h"
 
 #include <atomic>
 #include <filesystem>

@@ -5,7 +5,7 @@
 #include <fstream>
 #include <gtest/gtest.h>
 #include <QTemporaryDir>
-#include <string>
+#include <tests/support/files.h>
 #include <vorelutil/trace/tracelog.h>
 
 /// Each case runs in an empty folder of its own and the "C" locale, with its standard output caught, and
@@ -27,11 +27,6 @@ public:
         traceInit("", "", 0); // closes the log file
         traceGetParamset()->secretAddrs.clear();
         traceInit(static_cast<TraceParams*>(nullptr));
-    }
-
-    static std::string contents(const char* path)
-    {
-        return {std::istreambuf_iterator<char>(std::ifstream(path).rdbuf()), {}};
     }
 
     /// What standard output got since the last call.

@@ -3,14 +3,14 @@
 #include <arpa/inet.h>
 #include <cstdint>
 #include <poll.h>
-#include <QCoreApplication>
-#include <QDeadlineTimer>
 #include <string>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <unistd.h>
 #include <utility>
 #include <vector>
+
+#include "wait.h"
 
 /// The other end of a link: raw sockets on loopback, so that it can behave as badly as it likes.
 namespace loopback {
@@ -21,18 +21,6 @@ inline Bytes frame(const Bytes& payload)
 {
     const auto length = static_cast<std::int32_t>(payload.size());
     return Bytes(reinterpret_cast<const char*>(&length), sizeof length) + payload;
-}
-
-/// Handles events until the condition holds; false after 20 s.
-template <class Condition> bool eventually(Condition condition)
-{
-    const QDeadlineTimer limit(20000);
-    while (!condition()) {
-        if (limit.hasExpired()) return false;
-        QCoreApplication::processEvents();
-        usleep(500);
-    }
-    return true;
 }
 
 /// A socket of the peer's.
@@ -63,14 +51,15 @@ struct Peer
     }
 };
 
-/// A listening socket on a port of the system's choice.
+/// A listening socket; on a port of the system's choice unless one is given.
 class Listener
 {
 public:
-    explicit Listener(int backlog = 16)
+    explicit Listener(int backlog = 16, std::uint16_t port = 0)
         : m_socket(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
     {
         m_address.sin_family = AF_INET;
+        m_address.sin_port = htons(port);
         m_address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
         socklen_t size = sizeof m_address;
         (void)bind(m_socket.descriptor, address(), size);
