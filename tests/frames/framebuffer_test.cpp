@@ -1,41 +1,18 @@
+#include "buffers.h"
+
 #include <climits>
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <numeric>
 #include <sys/resource.h>
-#include <utility>
-#include <vector>
-#include <vorelutil/frames/framebuffer.h>
 #include <vorelutil/trace/error.h>
 
 using ::testing::ElementsAreArray;
 
-namespace {
-
-void activate(FrameBuffer* frame, int mode, int xPixels, int yPixels, int defaultSize = 0,
-              bool append = false)
-{
-    for (const auto& [key, value] : {std::pair(0x2001, mode), {0x2002, xPixels}, {0x2003, yPixels}})
-        frame->setMetaData(key, value);
-    frame->setDfltBufSize(defaultSize, append);
-    frame->setActive(true);
-}
-
-std::vector<int> numbers(int first, int count)
-{
-    std::vector<int> samples(static_cast<std::size_t>(count));
-    std::iota(samples.begin(), samples.end(), first);
-    return samples;
-}
-
-std::vector<int> held(const FrameBuffer& frame)
+static std::vector<int> held(const FrameBuffer& frame)
 {
     unsigned count = 0;
     const int* const data = frame.getData(&count);
     return {data, data + count};
 }
-
-} // namespace
 
 TEST(FrameBuffer, DerivesFrameSizeAndDimensions)
 {
@@ -50,10 +27,10 @@ TEST(FrameBuffer, DerivesFrameSizeAndDimensions)
     for (const auto& row : rows) {
         SCOPED_TRACE(row.desc);
         FrameBuffer frame;
-        activate(&frame, row.mode, row.x, row.y, row.size);
+        frame.setDfltBufSize(row.size, false);
+        activate(&frame, row.mode, row.x, row.y, {1});
         EXPECT_EQ(frame.frameSize(), row.frameSize);
         EXPECT_EQ(frame.dimensions(), row.dimensions);
-        EXPECT_EQ(frame.addData(numbers(1, 1).data(), 1, 0), row.frameSize == 0 ? -1 : 0);
         EXPECT_EQ(frame.filled(), row.frameSize == 0 ? 0U : 1U);
         frame.setActive(false);
         EXPECT_EQ(frame.frameSize() + frame.dimensions() + frame.capacity() + frame.filled(), 0U);
@@ -66,15 +43,13 @@ TEST(FrameBuffer, RefusesFramesBeyondThirtyTwoBits)
     for (const auto& [mode, x, y] : sizes) {
         SCOPED_TRACE(x);
         FrameBuffer frame;
-        activate(&frame, mode, 4, 2);
-        frame.addData(numbers(1, 4).data(), 4, 0);
-        for (const auto& [key, value] : {std::pair(0x2003, 0), {0x2002, x}}) frame.setMetaData(key, value);
+        activate(&frame, mode, 4, 2, numbers(1, 4));
+        set(&frame, {{0x2003, 0}, {0x2002, x}});
         EXPECT_THROW(frame.setMetaData(0x2003, y), OomError);
         EXPECT_EQ(frame.getData(nullptr), nullptr);
-        EXPECT_EQ(frame.addData(numbers(1, 4).data(), 4, 0), -1);
-        for (const auto& [key, value] : {std::pair(0x2003, 0), {0x2002, 2}, {0x2003, 1}})
-            frame.setMetaData(key, value);
-        EXPECT_GT(frame.addData(numbers(1, 6).data(), 6, 0), 0) << "usable again";
+        EXPECT_EQ(add(&frame, numbers(1, 4)), -1);
+        set(&frame, {{0x2003, 0}, {0x2002, 2}, {0x2003, 1}});
+        EXPECT_GT(add(&frame, numbers(1, 6)), 0) << "usable again";
     }
 }
 
@@ -84,10 +59,8 @@ TEST(FrameBuffer, ThrowsWhenThereIsNoMemory)
 {
     FrameBuffer frame;
     FrameBuffer stream;
-    activate(&frame, 3, 4, 2);
-    frame.addData(numbers(1, 4).data(), 4, 8);
-    activate(&stream, 2, 50000, 50000);
-    stream.addData(numbers(1, 4).data(), 4, 0);
+    activate(&frame, 3, 4, 2, numbers(1, 4), 8);
+    activate(&stream, 2, 50000, 50000, numbers(1, 4));
     rlimit old{};
     ASSERT_EQ(getrlimit(RLIMIT_AS, &old), 0);
     const rlimit tight{rlim_t{2} << 30, old.rlim_max};
@@ -95,7 +68,7 @@ TEST(FrameBuffer, ThrowsWhenThereIsNoMemory)
     EXPECT_THROW(frame.reallocBuffer(16, 3000000000U), OomError) << "sort array";
     EXPECT_EQ(frame.getData(nullptr), nullptr);
     EXPECT_THROW(frame.setMetaData(0x2003, 1000000000), OomError);
-    EXPECT_EQ(frame.addData(numbers(1, 4).data(), 4, 0), 0) << "not complete, nothing stored";
+    EXPECT_EQ(add(&frame, numbers(1, 4)), 0) << "not complete, nothing stored";
     EXPECT_EQ(frame.capacity() + frame.filled() + frame.startPosition(), 0);
     EXPECT_EQ(stream.saveFrameAsc("unused", "", false, false), 3);
     EXPECT_EQ(stream.saveFrameBcr("unused", "", false), 3);
@@ -131,7 +104,8 @@ TEST(FrameBuffer, PlacesBlocks)
     for (const auto& row : rows) {
         SCOPED_TRACE(row.desc);
         FrameBuffer frame;
-        activate(&frame, row.mode, row.x, row.y, row.size, row.append);
+        frame.setDfltBufSize(row.size, row.append);
+        activate(&frame, row.mode, row.x, row.y);
         int first = 100;
         for (const Block& block : row.blocks) {
             const std::vector<int> samples = numbers(first, 100);
@@ -169,8 +143,8 @@ TEST(FrameBuffer, SortsImages)
     for (const auto& row : rows) {
         SCOPED_TRACE(&row - rows);
         FrameBuffer frame;
-        activate(&frame, row.mode, row.x, row.y, row.size);
-        frame.addData(numbers(1, row.count).data(), row.count, row.position);
+        frame.setDfltBufSize(row.size, false);
+        activate(&frame, row.mode, row.x, row.y, numbers(1, row.count), row.position);
         std::vector<int> image(row.image.size() + 2, -1);
         EXPECT_EQ(frame.sortData(image.data() + 1, row.forward, 99), row.placed);
         EXPECT_EQ(image.front() + image.back(), -2) << "written beside the image";
@@ -185,12 +159,11 @@ TEST(FrameBuffer, KeepsWithinReplacedStorage)
     int image[4] = {1, 2, 3, 4};
     EXPECT_EQ(frame.sortData(image, true, 99), 0) << "inactive: one pixel";
     EXPECT_THAT(image, ElementsAreArray({99, 2, 3, 4}));
-    activate(&frame, 3, 2, 2);
-    frame.addData(numbers(1, 3).data(), 3, 0);
+    activate(&frame, 3, 2, 2, numbers(1, 3));
     frame.reallocBuffer(3, 0); // below the frame size
-    EXPECT_EQ(frame.addData(numbers(1, 3).data(), 3, 0), 0);
+    EXPECT_EQ(add(&frame, numbers(1, 3)), 0);
     frame.reallocBuffer(6, 0);
-    frame.addData(numbers(1, 2).data(), 2, 0);
+    add(&frame, {1, 2});
     EXPECT_EQ(frame.sortData(image, true, 7), 2);
     frame.setMetaData(0x2003, -1);
     EXPECT_EQ(frame.sortData(image, true, 55), 0) << "no pixels";
@@ -204,18 +177,16 @@ TEST(FrameBuffer, KeepsMetaData)
     frame.setMetaData(-12345, 6);
     EXPECT_EQ(frame.findMeta(-12345, 0), 6);
 
-    activate(&frame, 3, 2, 2);
-    frame.addData(numbers(1, 2).data(), 2, 4);
-    frame.setMetaData(0x2100, 0);
-    frame.setMetaData(0x2002, 2);
+    activate(&frame, 3, 2, 2, {1, 2}, 4);
+    set(&frame, {{0x2100, 0}, {0x2002, 2}});
     EXPECT_EQ(frame.filled(), 2U) << "no reset, and no new geometry";
     frame.setMetaData(0x2100, 1);
     EXPECT_EQ(frame.filled() + frame.startPosition(), 0);
     EXPECT_EQ(frame.frameCounter(), 1U) << "only switching off resets it";
     frame.initMetaData();
     EXPECT_EQ(frame.findMeta(-12345, 0), 0);
-    activate(&frame, 0, 8, 1, 8);
-    frame.addData(numbers(1, 3).data(), 3, 0);
+    frame.setDfltBufSize(8, false);
+    activate(&frame, 0, 8, 1, {1, 2, 3});
     frame.setMetaData(0x2001, 2);
     EXPECT_EQ(frame.filled(), 0U) << "the dimensions alone change";
 }
@@ -250,16 +221,15 @@ TEST(FrameBuffer, CopiesSettingsAndSamplesOnRequest)
     const VRB_Meta meta{3, 3, 1, 1, 1, 0, 0, 0, 128, 1, 1, 0, 128};
     FrameBuffer source;
     source.setMetaData(&meta);
-    for (const auto& [key, value] : {std::pair(0x2013, 0x280), {0x4711, 5}}) // win over the record
-        source.setMetaData(key, value);
+    set(&source, {{0x2013, 0x280}, {0x4711, 5}}); // win over the record
     source.setActive(true);
-    source.addData(numbers(1, 2).data(), 2, 3);
+    add(&source, {1, 2}, 3);
 
     FrameBuffer full(source, true);
-    source.addData(numbers(50, 1).data(), 1, 5);
+    add(&source, {50}, 5);
     EXPECT_THAT(held(full), ElementsAreArray({1, 2}));
     EXPECT_EQ(full.startPosition() + full.frameCounter(), 3 + 1);
-    EXPECT_EQ(full.addData(numbers(3, 1).data(), 1, 5), -1);
+    EXPECT_EQ(add(&full, {3}, 5), -1);
 
     FrameBuffer copy;
     activate(&copy, 2, 100, 1);
@@ -268,11 +238,10 @@ TEST(FrameBuffer, CopiesSettingsAndSamplesOnRequest)
     EXPECT_EQ(copy.capacity(), 3U) << "active, with the source's geometry";
     EXPECT_EQ(copy.findMeta(0x2013, 0) + copy.findMeta(0x4711, 0), 0x280 + 5);
     FrameBuffer plain;
-    activate(&plain, 0, 1, 1, 8, true);
-    plain.addData(numbers(1, 2).data(), 2, 0);
+    plain.setDfltBufSize(8, true);
+    activate(&plain, 0, 1, 1, {1, 2});
     FrameBuffer appending(plain, true);
-    appending.addData(numbers(3, 1).data(), 1, 50);
+    add(&appending, {3}, 50);
+    appending.init(&appending);
     EXPECT_THAT(held(appending), ElementsAreArray({1, 2, 3})) << "the append flag";
-    full.init(&full);
-    EXPECT_THAT(held(full), ElementsAreArray({1, 2, 3}));
 }

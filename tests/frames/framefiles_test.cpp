@@ -1,20 +1,16 @@
+#include "buffers.h"
+
 #include <climits>
 #include <cmath>
 #include <cstring>
-#include <fstream>
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <memory>
 #include <QDateTime>
 #include <QFile>
 #include <QRegularExpression>
 #include <QTemporaryDir>
 #include <random>
-#include <string>
-#include <tests/support/germanlocale.h>
-#include <tests/support/require.h>
-#include <vector>
-#include <vorelutil/frames/framebuffer.h>
+#include <tests/support/files.h>
 #include <vorelutil/frames/frametext.h>
 #include <vorelutil/platform/clocale.h>
 
@@ -24,23 +20,12 @@ using namespace std::string_literals;
 
 namespace {
 
-/// An active buffer with plain scaling: pixels and values in units of 1.
-void activate(FrameBuffer* frame, int mode, int xPixels, int yPixels, const std::vector<int>& samples,
-              int position = 0)
-{
-    const int entries[][2] = {{0x2001, mode}, {0x2002, xPixels}, {0x2003, yPixels}, {0x2004, xPixels - 1}};
-    for (const auto& [key, value] : entries) frame->setMetaData(key, value);
-    frame->setActive(true);
-    frame->addData(samples.data(), static_cast<int>(samples.size()), position);
-}
-
 /// Six heights, scaled to volts on an area in nanometres.
 void fillArea(FrameBuffer* frame)
 {
     activate(frame, 3, 3, 2, {10, 20, 30, 40, 50, 60});
-    const int entries[][2] = {{0x2004, 300},   {0x2005, 200},   {0x2006, 15}, {0x2007, -7},  {0x200A, 4},
-                              {0x2012, 0x17D}, {0x2013, 0x27F}, {0x2014, 2},  {0x2016, 1499}};
-    for (const auto& [key, value] : entries) frame->setMetaData(key, value);
+    set(frame, {{0x2004, 300}, {0x2005, 200}, {0x2006, 15}, {0x2007, -7}, {0x200A, 4}});
+    set(frame, {{0x2012, 0x17D}, {0x2013, 0x27F}, {0x2014, 2}, {0x2016, 1499}});
 }
 
 class FrameFiles : public ::testing::Test
@@ -48,16 +33,10 @@ class FrameFiles : public ::testing::Test
 protected:
     std::string path(const char* name) const { return folder.filePath(name).toStdString(); }
 
-    static std::string bytes(const std::string& file)
+    /// A file with its time stamp, which must be that of a few seconds ago, replaced by TIME.
+    std::string text(const char* name) const
     {
-        std::ifstream stream(file, std::ios::binary);
-        return {std::istreambuf_iterator<char>(stream), {}};
-    }
-
-    /// The file with its time stamp, which must be that of a few seconds ago, replaced by TIME.
-    static std::string text(const std::string& file)
-    {
-        QString content = QString::fromStdString(bytes(file));
+        QString content = QString::fromStdString(contents(path(name)));
         static const QRegularExpression form(
             R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d|\d\d \d\d \d\d \d\d:\d\d:\d\d)");
         const QString stamp = form.match(content).captured();
@@ -71,32 +50,26 @@ protected:
     QTemporaryDir folder;
 };
 
-const std::string areaHeader =
-    "# Vorel frame view snapshot\n# TIME\n# display:   channel height fwd\n# x-pixels:  3\n# y-pixels:  2\n"
-    "# x-length:  3e-07\n# y-length:  2e-07\n# x-offset:  1.5e-08\n# y-offset:  -7e-09\n"
-    "# x-unit:    m\n# y-unit:    m\n# z-unit:    V\n# scanspeed: 1\n# Start of Data:\n";
-const char* const areaRows = "0.0095  0.012  0.0145  \n0.002  0.0045  0.007  \n";
-
 } // namespace
 
 TEST(FrameText, PrintsAsTheCRuntimeDoes)
 {
     // clang-format off
-    const struct { double value; const char* text; } rows[] = {
-        {0.0, "0"}, {-0.0, "-0"}, {-HUGE_VAL, "-inf"}, {std::nan(""), "nan"}, {std::copysign(std::nan(""), -1.0), "-nan"},
-        {100, "100"}, {999999999, "999999999"}, {999999999.5, "1e+09"}, {1000000000, "1e+09"}, {0.0001, "0.0001"},
-        {0.00001, "1e-05"}, {0.00009999999995000001, "0.0001"}, {12345678.25, "12345678.2"}, {12345678.75, "12345678.8"},
-        {-1.5e-18, "-1.5e-18"}, {9.9e-19, "9.9e-19"}, {5e-324, "4.94065646e-324"}, {1.5e300, "1.5e+300"}};
+    std::vector<double> values = {
+        0.0, -0.0, -HUGE_VAL, std::nan(""), std::copysign(std::nan(""), -1.0), 100, 999999999, 999999999.5,
+        1000000000, 0.0001, 0.00001, 0.00009999999995000001, 12345678.25, 12345678.75, -1.5e-18, 9.9e-19,
+        5e-324, 1.5e300};
     // clang-format on
-    for (const auto& row : rows) EXPECT_STREQ(frametext::Number(row.value).text(), row.text);
-
-    const platform::CLocaleScope cLocale; // for snprintf
     std::mt19937_64 random(1);
     for (int i = 0; i < 300000; ++i) {
         const std::uint64_t bits = random();
         double value = std::ldexp(static_cast<double>(bits >> 11), static_cast<int>(bits % 100) - 115);
         if (i % 3 == 0) value = static_cast<double>(static_cast<std::int32_t>(bits)) * 0.5;
         if (i % 10 == 0) std::memcpy(&value, &bits, sizeof value);
+        values.push_back(value);
+    }
+    const platform::CLocaleScope cLocale; // for snprintf
+    for (const double value : values) {
         char expected[32];
         std::snprintf(expected, sizeof expected, "%.9g", value);
         ASSERT_STREQ(frametext::Number(value).text(), expected);
@@ -105,42 +78,29 @@ TEST(FrameText, PrintsAsTheCRuntimeDoes)
 
 TEST_F(FrameFiles, WritesTextSnapshots)
 {
+    const std::string header =
+        "# Vorel frame view snapshot\n# TIME\n# display:   channel height fwd\n# x-pixels:  3\n"
+        "# y-pixels:  2\n# x-length:  3e-07\n# y-length:  2e-07\n# x-offset:  1.5e-08\n# y-offset:  -7e-09\n"
+        "# x-unit:    m\n# y-unit:    m\n# z-unit:    V\n# scanspeed: 1\n# Start of Data:\n";
     FrameBuffer frame;
     fillArea(&frame);
-    ASSERT_EQ(frame.saveFrameAsc(path("rows.asc").c_str(), "height", true, true), 0);
-    EXPECT_EQ(text(path("rows.asc")), areaHeader + areaRows);
+    ASSERT_EQ(frame.saveFrameAsc(path("rows").c_str(), "height", true, true), 0);
+    EXPECT_EQ(text("rows"), header + "0.0095  0.012  0.0145  \n0.002  0.0045  0.007  \n");
     ASSERT_EQ(frame.saveFrameAsc(path("values").c_str(), "height", true, false), 0);
-    EXPECT_EQ(text(path("values")), areaHeader + "0.0095\n0.012\n0.0145\n0.002\n0.0045\n0.007\n"s);
+    EXPECT_EQ(text("values"), header + "0.0095\n0.012\n0.0145\n0.002\n0.0045\n0.007\n");
     for (const auto& [entry, written] : {std::pair(1500, "2\n"), {-1499, "0\n"}, {INT_MIN, "-2147483\n"}}) {
         frame.setMetaData(0x2016, entry);
-        ASSERT_EQ(frame.saveFrameAsc(path("speed.asc").c_str(), "", true, false), 0);
-        EXPECT_THAT(text(path("speed.asc")), HasSubstr(std::string("# scanspeed: ") + written));
+        ASSERT_EQ(frame.saveFrameAsc(path("speed").c_str(), "", true, false), 0);
+        EXPECT_THAT(text("speed"), HasSubstr(std::string("# scanspeed: ") + written));
     }
 
     // Backward, null channel, no divisor worth the name; pixels without a sample are a sample of 0.
     FrameBuffer part;
     activate(&part, 5, 2, 2, {7, 9});
-    for (const auto& [key, value] : {std::pair(0x200A, 0), {0x2014, 9}}) part.setMetaData(key, value);
-    ASSERT_EQ(part.saveFrameAsc(path("part.asc").c_str(), nullptr, false, true), 0);
-    const std::string content = text(path("part.asc"));
-    EXPECT_THAT(content, HasSubstr("# display:   channel  bwd\n"));
-    EXPECT_THAT(content, ::testing::ContainsRegex("# Start of Data:\n-inf  -inf  \n-?nan  -inf  \n$"));
-}
-
-TEST_F(FrameFiles, WritesTheSameInAGermanLocale)
-{
-    FrameBuffer frame;
-    fillArea(&frame);
-    auto german = std::make_unique<GermanLocale>();
-    REQUIRE_OR_SKIP(german->works(), "locale de_DE.UTF-8");
-    frame.saveFrameAsc(path("german.asc").c_str(), "height", true, true);
-    frame.saveLineCsv(path("german.csv").c_str(), "height");
-    frame.saveFrameBcr(path("german.bcr").c_str(), "height", true);
-    german.reset();
-    EXPECT_EQ(text(path("german.asc")), areaHeader + areaRows);
-    EXPECT_THAT(text(path("german.csv")),
-                EndsWith("X ; Y\n-1.35e-07 ; 0.002\n1.5e-08 ; 0.0045\n1.65e-07 ; 0.007\n"));
-    EXPECT_THAT(bytes(path("german.bcr")), HasSubstr("\nxoffset = 1.5e-08\n"));
+    set(&part, {{0x200A, 0}, {0x2014, 9}});
+    ASSERT_EQ(part.saveFrameAsc(path("part").c_str(), nullptr, false, true), 0);
+    EXPECT_THAT(text("part"), HasSubstr("# display:   channel  bwd\n"));
+    EXPECT_THAT(text("part"), ::testing::ContainsRegex("# Start of Data:\n-inf  -inf  \n-?nan  -inf  \n$"));
 }
 
 TEST_F(FrameFiles, WritesBinarySnapshots)
@@ -152,23 +112,22 @@ TEST_F(FrameFiles, WritesBinarySnapshots)
     const std::string head =
         "fileformat = bcrf\nstarttime TIME\nxpixels = 2\nypixels = 2\nxlength = 1\nylength = 0\nxoffset = 0\n"
         "yoffset = 0\nxunit = \nyunit = \nzunit = V\nscanspeed = 0\nvoidpixels = 1\nintelmode = 0\n";
-    const std::string content = bytes(path("void.bcr"));
+    const std::string content = contents(path("void.bcr"));
     ASSERT_EQ(content.size(), 2048U + 16U);
-    EXPECT_EQ(text(path("void.bcr")).substr(0, head.size()), head);
+    EXPECT_EQ(text("void.bcr").substr(0, head.size()), head);
     const std::size_t blanksFrom = content.find("intelmode = 0\n") + 14;
     EXPECT_EQ(content.substr(blanksFrom, 2048 - blanksFrom), std::string(2047 - blanksFrom, ' ') + '\n');
     EXPECT_EQ(content.substr(2048), "\x40\xA0\0\0\x7F\0\0\0\x3F\x80\0\0\x40\0\0\0"s);
 
     // With an own sort array, and with one that is too small; five pixels, of which one looks void.
-    const std::vector<int> samples = {0, -1, 3, 2147483642, 8};
     for (const unsigned sortSize : {5U, 4U}) {
         FrameBuffer line;
-        activate(&line, 3, 5, 1, {});
+        activate(&line, 3, 5, 1);
         line.reallocBuffer(5, sortSize);
-        line.addData(samples.data(), 5, 0);
+        add(&line, {0, -1, 3, 2147483642, 8});
         ASSERT_EQ(line.saveFrameBcr(path("line.bcr").c_str(), nullptr, true), 0);
-        EXPECT_THAT(bytes(path("line.bcr")), HasSubstr("voidpixels = 0\n"));
-        EXPECT_THAT(bytes(path("line.bcr")),
+        EXPECT_THAT(contents(path("line.bcr")), HasSubstr("voidpixels = 0\n"));
+        EXPECT_THAT(contents(path("line.bcr")),
                     EndsWith("\n\0\0\0\0\xBF\x80\0\0\x40\x40\0\0\x7F\0\0\0\x41\0\0\0"s));
     }
 }
@@ -180,24 +139,26 @@ TEST_F(FrameFiles, ReturnsCodesAndMakesNoFile)
         return Codes{frame.saveFrameAsc(image, "c", forward, false), frame.saveFrameBcr(image, "c", forward),
                      frame.saveLineCsv(line, "c")};
     };
-    const auto expectNoFile = [&](const FrameBuffer& frame, bool forward, const Codes& codes) {
-        EXPECT_EQ(all(frame, forward, path("image").c_str(), path("line").c_str()), codes);
-        EXPECT_FALSE(QFile::exists(folder.filePath("image")));
-        EXPECT_EQ(QFile::exists(folder.filePath("line")), codes[2] == 0);
-    };
-    FrameBuffer frame;
-    expectNoFile(frame, true, {1, 1, 1}); // inactive
-    activate(&frame, 5, 2, 1, {});
-    expectNoFile(frame, true, {1, 1, 1}); // empty
-    frame.addData(std::vector<int>{1, 2}.data(), 2, 0);
-    expectNoFile(frame, true, {1, 1, 0}); // no forward lines
-    FrameBuffer wide;
+    FrameBuffer inactive, empty, frame, wide;
+    activate(&empty, 5, 2, 1);
+    activate(&frame, 5, 2, 1, {1, 2});
     activate(&wide, 2, 100000, 100000, {1, 2, 3});
-    expectNoFile(wide, false, {3, 3, 0}); // an image of 10^10 pixels
-    const std::string missing = path("missing/file");
-    for (const char* const file : {missing.c_str(), "/tmp", "", static_cast<const char*>(nullptr)}) {
-        EXPECT_EQ(all(frame, false, file, file), (Codes{2, 2, 2})) << testing::PrintToString(file);
+    // clang-format off
+    const struct { const char* desc; const FrameBuffer* frame; bool forward; Codes codes; } rows[] = {
+        {"inactive",                    &inactive, true,  {1, 1, 1}},
+        {"empty",                       &empty,    true,  {1, 1, 1}},
+        {"no forward lines",            &frame,    true,  {1, 1, 0}},
+        {"an image of 10^10 pixels",    &wide,     false, {3, 3, 0}}};
+    // clang-format on
+    for (const auto& row : rows) {
+        EXPECT_EQ(all(*row.frame, row.forward, path("image").c_str(), path("line").c_str()), row.codes)
+            << row.desc;
+        EXPECT_FALSE(QFile::exists(folder.filePath("image"))) << row.desc;
+        EXPECT_EQ(QFile::remove(folder.filePath("line")), row.codes[2] == 0) << row.desc;
     }
+    const std::string missing = path("missing/file");
+    for (const char* const file : {missing.c_str(), "/tmp", "", static_cast<const char*>(nullptr)})
+        EXPECT_EQ(all(frame, false, file, file), (Codes{2, 2, 2})) << testing::PrintToString(file);
     EXPECT_EQ(all(frame, false, "/dev/full", "/dev/full"), (Codes{0, 0, 0})) << "short writes go unnoticed";
 }
 
@@ -217,9 +178,10 @@ TEST_F(FrameFiles, ExportsLines)
         SCOPED_TRACE(&row - rows);
         FrameBuffer frame;
         frame.setDfltBufSize(4, false);
+        frame.setMetaData(0x2004, row.x - 1);
         activate(&frame, row.mode, row.x, row.y, row.samples, row.position);
         ASSERT_EQ(frame.saveLineCsv(path("line.csv").c_str(), "c"), 0);
-        EXPECT_EQ(text(path("line.csv")),
+        EXPECT_EQ(text("line.csv"),
                   "# Vorel frameless snapshot\n# TIME\n# display:  channel c\n# x-pixels: " +
                       std::to_string(row.x == 1 ? 2 : row.x) + "\n# x-unit:   \n# y-unit:   \nX ; Y\n" +
                       row.rows);
@@ -240,23 +202,22 @@ TEST_F(FrameFiles, LogsValues)
     FrameBuffer copy(frame, true);
     copy = frame;
     copy.savePermCsv(values, 2);
-    EXPECT_EQ(frame.savePermCsv(values, 2), 0);
-    EXPECT_EQ(frame.savePermCsv(values, 0) + frame.savePermCsv(nullptr, 2), 0);
+    EXPECT_EQ(frame.savePermCsv(values, 2) + frame.savePermCsv(values, 0) + frame.savePermCsv(nullptr, 2), 0);
     EXPECT_EQ(frame.startPermCsv(path("missing/x").c_str(), "c"), 2) << "closes the first";
-    EXPECT_EQ(text(path("first.csv")), head + "0.002\n0.0045\n");
+    EXPECT_EQ(text("first.csv"), head + "0.002\n0.0045\n");
     EXPECT_EQ(log("second.csv"), 0);
     frame.savePermCsv(values, 1);
     EXPECT_EQ(frame.startPermCsv(nullptr, "c"), 0) << "closes";
     frame.savePermCsv(values, 2);
-    EXPECT_EQ(text(path("second.csv")), head + "0.01\n");
+    EXPECT_EQ(text("second.csv"), head + "0.01\n");
 
     EXPECT_EQ(frame.saveSimpleCsv(path("simple.csv").c_str(), "c"), 0);
-    EXPECT_EQ(text(path("simple.csv")), head + "0.01\n0.02\n0.03\n0.04\n0.05\n0.06\n");
+    EXPECT_EQ(text("simple.csv"), head + "0.01\n0.02\n0.03\n0.04\n0.05\n0.06\n");
     frame.savePermCsv(values, 2);
     EXPECT_EQ(frame.saveSimpleCsv(path("missing/x").c_str(), "c"), 2);
     auto ended = std::make_unique<FrameBuffer>();
     EXPECT_EQ(ended->startPermCsv(path("ended.csv").c_str(), nullptr), 0);
     ended->savePermCsv(values, 2);
     ended.reset();
-    EXPECT_THAT(text(path("ended.csv")), EndsWith("channel \n# unit:    \n# Start of Data:\n10\n20\n"));
+    EXPECT_THAT(text("ended.csv"), EndsWith("channel \n# unit:    \n# Start of Data:\n10\n20\n"));
 }
