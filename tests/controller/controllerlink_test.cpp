@@ -1,22 +1,16 @@
 #include <apps/controller/controllerlink.h>
 #include <apps/simulator/simulator.h>
 #include <functional>
-#include <gtest/gtest.h>
-#include <QFile>
-#include <QTcpServer>
-#include <QTcpSocket>
+#include <gmock/gmock.h>
 #include <QTemporaryDir>
-#include <QTest>
+#include <tests/support/files.h>
+#include <tests/support/loopback.h>
 #include <vorelutil/trace/tracelog.h>
 
 using Link = ControllerLink;
+using namespace std::string_literals;
 
 namespace {
-
-bool waitFor(const std::function<bool()>& condition)
-{
-    return QTest::qWaitFor(condition, 20000);
-}
 
 class ControllerLinkTest : public ::testing::Test
 {
@@ -32,7 +26,7 @@ protected:
     void open(int port) { link->connectTo(QStringLiteral("127.0.0.1"), port); }
     bool connects()
     {
-        return waitFor([this] { return link->state() == Link::Connected; });
+        return eventually([this] { return link->state() == Link::Connected; });
     }
     bool connectSimulator()
     {
@@ -59,7 +53,7 @@ TEST_F(ControllerLinkTest, MatchesAnswersAndHandsOnTells)
     link->get(0x21, 2);
     link->run(0x21);
     EXPECT_EQ(link->set(0x25, 4096), 4);
-    ASSERT_TRUE(waitFor([this] { return acks.size() == 4 && told.size() >= 2; }));
+    ASSERT_TRUE(eventually([this] { return acks.size() == 4 && told.size() >= 2; }));
     const std::vector<std::vector<int>> expected = {
         {1, 0x21, 0, 0, -5}, {2, 0x21, 2, 0, -5}, {3, 0x21, 0, 99, -5}, {4, 0x25, 0, 2, 0}};
     EXPECT_EQ(acks, expected);
@@ -74,51 +68,40 @@ TEST_F(ControllerLinkTest, MatchesAnswersAndHandsOnTells)
 TEST_F(ControllerLinkTest, TracesByCategory)
 {
     QTemporaryDir dir;
-    const QString path = dir.filePath(QStringLiteral("trace.log"));
-    traceInit(path.toUtf8().constData(), "", TRACE_ON | TRACE_FLUSH | controller::categoryRequest);
+    const std::string path = dir.filePath(QStringLiteral("trace.log")).toStdString();
+    traceInit(path.c_str(), "", TRACE_ON | TRACE_FLUSH | controller::categoryRequest);
     ASSERT_TRUE(connectSimulator());
     link->get(0x21);
-    ASSERT_TRUE(waitFor([this] { return acks.size() == 1 && !std::exchange(told, {}).empty(); }));
+    ASSERT_TRUE(eventually([this] { return acks.size() == 1 && !std::exchange(told, {}).empty(); }));
     traceSetFlags(TRACE_ON | TRACE_FLUSH | TRACE_TELL | controller::categoryTell);
-    ASSERT_TRUE(waitFor([this] { return !told.empty(); }));
+    ASSERT_TRUE(eventually([this] { return !told.empty(); }));
     link.reset();
     traceInit("", "", 0);
-    QFile file(path);
-    ASSERT_TRUE(file.open(QIODevice::ReadOnly));
-    for (const char* text :
-         {"tx: GET  Len=16 Addr=21 Ind=0 CNo=0-1.\n", "rx: ACK  Len=24 Addr=21 Ind=0 CNo=0-1 0 0.\n",
-          "rx: TELL Len=20 Addr=27 Ind=0 CNo=0-0 "}) {
-        const QByteArray line = file.readLine();
-        EXPECT_TRUE(line.mid(line.indexOf(": ") + 2).startsWith(text)) << line.constData();
-    }
+    const std::string stamp = "\\[[0-9.]+\\]: ";
+    EXPECT_THAT(contents(path),
+                ::testing::MatchesRegex(stamp + "tx: GET  Len=16 Addr=21 Ind=0 CNo=0-1\\.\n" + stamp +
+                                        "rx: ACK  Len=24 Addr=21 Ind=0 CNo=0-1 0 0\\.\n" + stamp +
+                                        "rx: TELL Len=20 Addr=27 Ind=0 CNo=0-0 .*"));
 }
 
 TEST_F(ControllerLinkTest, ComesBackAfterALossAndWhenWhatArrivesIsNoTelegram)
 {
-    using Row = std::pair<QByteArray, const char*>;
-    for (const auto& row :
-         {Row{QByteArray("\x05\0\0\0hello", 9), "what arrived is no telegram"},
-          Row{QByteArray("\0\0\0\x40", 4), "a telegram arrived that is too long to be one"}}) {
-        QTcpServer server;
-        ASSERT_TRUE(server.listen(QHostAddress::LocalHost));
-        int connections = 0;
-        QObject::connect(&server, &QTcpServer::newConnection, [&] {
-            QTcpSocket* socket = server.nextPendingConnection();
-            if (++connections == 1)
-                QObject::connect(socket, &QTcpSocket::readyRead, [&row, socket] {
-                    socket->readAll();
-                    socket->write(row.first);
-                });
-        });
+    for (const auto& [bytes, complaint] :
+         {std::pair("\x05\0\0\0hello"s, "what arrived is no telegram"),
+          {"\0\0\0\x40"s, "a telegram arrived that is too long to be one"}}) {
         problems.clear();
         states.clear();
         const int errors = link->errorCount(), reconnects = link->reconnectCount();
-        open(server.serverPort());
+        const loopback::Listener server;
+        open(server.port());
+        const loopback::Peer peer = server.accept();
         ASSERT_TRUE(connects());
         link->get(0x21);
-        ASSERT_TRUE(waitFor([&] { return link->reconnectCount() > reconnects; })) << row.second;
+        EXPECT_EQ(peer.read(20).size(), 20U);
+        peer.write(bytes);
+        ASSERT_TRUE(eventually([&] { return link->reconnectCount() > reconnects; })) << complaint;
         ASSERT_GE(problems.size(), 2);
-        EXPECT_TRUE(problems[problems.size() - 2].endsWith(QLatin1String(row.second)));
+        EXPECT_TRUE(problems[problems.size() - 2].endsWith(QLatin1String(complaint)));
         EXPECT_EQ(problems.last(), QStringLiteral("1 requests were not answered"));
         EXPECT_EQ(states, (std::vector{Link::Connecting, Link::Connected, Link::Lost, Link::Connected}));
         EXPECT_EQ(link->errorCount(), errors + 1);
@@ -128,15 +111,13 @@ TEST_F(ControllerLinkTest, ComesBackAfterALossAndWhenWhatArrivesIsNoTelegram)
 
 TEST_F(ControllerLinkTest, TellsOnceThatNobodyAnswers)
 {
-    QTcpServer closed;
-    closed.listen(QHostAddress::LocalHost);
-    const int port = closed.serverPort();
-    closed.close();
-    open(port);
-    ASSERT_TRUE(waitFor([this] { return !problems.isEmpty(); }));
-    EXPECT_EQ(problems[0], QStringLiteral("127.0.0.1:%1: no controller answers there").arg(port));
+    loopback::Listener closed;
+    closed.stop();
+    open(closed.port());
+    ASSERT_TRUE(eventually([this] { return !problems.isEmpty(); }));
+    EXPECT_EQ(problems[0], QStringLiteral("127.0.0.1:%1: no controller answers there").arg(closed.port()));
     EXPECT_EQ(link->state(), Link::Connecting);
-    ASSERT_TRUE(closed.listen(QHostAddress::LocalHost, quint16(port))); // it comes up later
+    const loopback::Listener later(16, closed.port());
     ASSERT_TRUE(connects());
     EXPECT_EQ(problems.size(), 1);
 }
@@ -161,7 +142,7 @@ TEST_F(ControllerLinkTest, SlotsMayEndOrDeleteTheLink)
             QObject::connect(link.get(), &Link::acknowledged, [&] { endAt(1); });
             QObject::connect(link.get(), &Link::told, [&] { endAt(2); });
             open(simulator.port());
-            ASSERT_TRUE(waitFor([&] { return ended; }));
+            ASSERT_TRUE(eventually([&] { return ended; }));
             link.reset();
         }
     }

@@ -1,6 +1,7 @@
 #include <apps/controller/telegrams.h>
 #include <gtest/gtest.h>
 #include <string>
+#include <tuple>
 
 using namespace controller;
 
@@ -21,13 +22,10 @@ TEST(Telegrams, AreLittleEndianAndReadAtAnyAlignment)
         ASSERT_EQ(view.wordCount, 2u);
         std::int32_t copied = 0;
         view.copyWords(1, 1, &copied);
-        const std::int32_t read[] = {view.address, view.index,   view.number,
-                                     view.word(0), view.word(2), copied};
-        const std::int32_t expected[] = {0x21, 2147483647, 0x10005, -2, 0, 0x12345678};
-        for (int i = 0; i < 6; ++i) EXPECT_EQ(read[i], expected[i]) << shift << ", " << i;
+        EXPECT_EQ(std::tuple(view.address, view.index, view.number), std::tuple(0x21, 2147483647, 0x10005));
+        EXPECT_EQ(std::tuple(view.word(0), copied, view.word(2)), std::tuple(-2, 0x12345678, 0)) << shift;
         ASSERT_TRUE(reader.next(&view));
-        EXPECT_EQ(view.type, 1u);
-        EXPECT_EQ(view.wordCount, 0u);
+        EXPECT_EQ(std::pair(view.type, view.wordCount), std::pair(1u, std::size_t(0)));
         EXPECT_FALSE(reader.next(&view) || reader.malformed());
     }
 }
