@@ -114,6 +114,10 @@ TEST_P(FieldLook, KeepsTheColoursThatTheOwnerGave)
     EXPECT_TRUE(shows(dblEdit, "black", "white"));
     dblEdit.setDefaultColor("white");
     EXPECT_TRUE(shows(dblEdit, "white", "#000080"));
+    dblEdit.setDefaultColor("#202020");
+    dblEdit.setPalette({}); // the owner's are gone: from now on the application's count
+    QApplication::setPalette(palette("#800000", "#bebebe", "#efefef"));
+    EXPECT_EQ(dblEdit.palette().color(QPalette::Text), QColor("#800000"));
 }
 
 INSTANTIATE_TEST_SUITE_P(Styles, FieldLook, testing::Values("fusion", "windows"), [](auto const& row) { return std::string(row.param); });

@@ -188,8 +188,8 @@ bool NumberModel::checkNumberValid(double n) const
 
 bool NumberModel::hasRawValue(double n) const
 {
-    const double raw = rawResult(n);
-    if (!std::isfinite(n) || !std::isfinite(raw)) return false;
+    if (!std::isfinite(n)) return false;
+    const double raw = rawResult(n); // NaN is within no bounds
     if (unsignedInput) return raw < unsignedEnd;
     return raw > signedBegin && raw < signedEnd;
 }

@@ -48,8 +48,8 @@ struct NumberModel
     /// "x" = n / prefix factor, "scale" and "offset"; NaN when it does not evaluate.
     double rawResult(double n) const;
 
-    /// Whether `n` and its raw result are finite, and rounding the result gives neither a wrapped value nor
-    /// INT_MIN for what does not fit. Kept: unsigned, a result below zero counts as 0, and is fine.
+    /// Whether `n` is finite, and rounding its raw result gives neither a wrapped value nor what stands for
+    /// NaN or for a result that does not fit. Kept: unsigned, a result below zero counts as 0, and is fine.
     bool hasRawValue(double n) const;
 
     /// As `number2Value` for a number in units of `inputPf`: `offset` + n / `factor`. Kept: no formula.
