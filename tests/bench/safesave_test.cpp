@@ -3,49 +3,35 @@
 #include "vorelutil/frames/framebuffer.h"
 
 #include <csignal>
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 #include <QDir>
-#include <QFile>
 #include <QTemporaryDir>
 #include <sys/resource.h>
 
+#include "tests/support/files.h"
+
 using namespace bench;
+using testing::EndsWith;
+using testing::StartsWith;
 
 namespace {
 
-QByteArray contents(const QString& path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("<unreadable>");
-}
-
-void write(const QString& path, const QByteArray& bytes)
-{
-    QFile file(path);
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-    ASSERT_EQ(file.write(bytes), bytes.size());
-}
-
 // As on a full disk: a file of this process can grow to `bytes` and no further.
-class FullDisk
+struct FullDisk
 {
-public:
     explicit FullDisk(rlim_t bytes)
-        : m_handler(std::signal(SIGXFSZ, SIG_IGN))
     {
-        getrlimit(RLIMIT_FSIZE, &m_limit);
-        const rlimit limit{bytes, m_limit.rlim_max};
-        setrlimit(RLIMIT_FSIZE, &limit);
+        std::signal(SIGXFSZ, SIG_IGN);
+        limit(bytes);
     }
-    ~FullDisk()
+    ~FullDisk() { limit(RLIM_INFINITY); }
+    static void limit(rlim_t bytes)
     {
-        setrlimit(RLIMIT_FSIZE, &m_limit);
-        std::signal(SIGXFSZ, m_handler);
+        rlimit limits{};
+        getrlimit(RLIMIT_FSIZE, &limits);
+        limits.rlim_cur = std::min(bytes, limits.rlim_max);
+        setrlimit(RLIMIT_FSIZE, &limits);
     }
-
-private:
-    void (*m_handler)(int);
-    rlimit m_limit{};
 };
 
 class SafeSaveTest : public ::testing::Test
@@ -61,6 +47,8 @@ protected:
         target = folder.filePath(QStringLiteral("target"));
     }
 
+    void writeOld() const { std::ofstream(target.toStdString()) << "old"; }
+    std::string saved() const { return contents(target.toStdString()); }
     SaveResult save(Snapshot kind, const QString& path) const
     {
         return saveSnapshot(frame, kind, path, QStringLiteral("height"), true);
@@ -84,16 +72,16 @@ TEST_F(SafeSaveTest, ReplacesTheOldFileOrLeavesItAlone)
     // clang-format on
     for (const auto& [kind, room] : rows) {
         SCOPED_TRACE(::testing::Message() << int(kind) << ", room for " << room);
-        write(target, "old");
+        writeOld();
         auto disk = std::make_unique<FullDisk>(room);
         const SaveResult result = save(kind, target);
         disk.reset();
         EXPECT_FALSE(result.ok);
         EXPECT_TRUE(result.text.startsWith(target + " was not saved: ")) << result.text.toStdString();
-        EXPECT_EQ(contents(target), "old");
+        EXPECT_EQ(saved(), "old");
         EXPECT_EQ(entries(), QStringList{"target"});
         EXPECT_EQ(save(kind, target).text, "saved " + target);
-        EXPECT_GT(contents(target).size(), 600);
+        EXPECT_GT(saved().size(), 600U);
         EXPECT_EQ(entries(), QStringList{"target"});
     }
 }
@@ -117,36 +105,36 @@ TEST_F(SafeSaveTest, RefusesWhatCannotBeReplaced)
 
 TEST_F(SafeSaveTest, KeepsALinkAndTheTargetsPermissions)
 {
-    write(target, "old");
+    writeOld();
     ASSERT_TRUE(QFile::setPermissions(target, QFile::ReadOwner | QFile::WriteOwner));
     const QString link = folder.filePath(QStringLiteral("link"));
     ASSERT_TRUE(QFile::link(target, link));
     EXPECT_TRUE(save(Snapshot::Binary, link).ok);
     EXPECT_TRUE(QFileInfo(link).isSymLink());
-    EXPECT_TRUE(contents(target).startsWith("fileformat = bcrf"));
+    EXPECT_THAT(saved(), StartsWith("fileformat = bcrf"));
     EXPECT_EQ(QFileInfo(target).permissions() & (QFile::ReadGroup | QFile::ReadOther), 0);
 }
 
 TEST_F(SafeSaveTest, LogIsSavedWholeOrNotAtAll)
 {
-    write(target, "old");
+    writeOld();
     const QVector<int> samples(5000, -1999999999);
     RunningLog log;
     ASSERT_TRUE(log.start(frame, target, QStringLiteral("signal")).ok);
     {
         const FullDisk disk(20000); // beyond what the stream buffers
         log.add(samples.constData(), samples.size());
-        EXPECT_EQ(contents(target), "old");
+        EXPECT_EQ(saved(), "old");
         const SaveResult result = log.stop();
         EXPECT_TRUE(!result.ok && result.text.contains("whole values of 5000")) << result.text.toStdString();
     }
-    EXPECT_EQ(contents(target), "old");
+    EXPECT_EQ(saved(), "old");
     EXPECT_FALSE(log.stop().ok);
 
     ASSERT_TRUE(log.start(frame, target, QStringLiteral("signal")).ok);
     log.add(samples.constData(), 2);
     EXPECT_EQ(log.stop().text, "saved " + target + ", 2 values");
-    EXPECT_TRUE(contents(target).endsWith("# unit:    m\n# Start of Data:\n-0.002\n-0.002\n"));
+    EXPECT_THAT(saved(), EndsWith("# unit:    m\n# Start of Data:\n-0.002\n-0.002\n"));
     EXPECT_EQ(entries(), QStringList{"target"});
 }
 

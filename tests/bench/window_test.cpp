@@ -6,6 +6,7 @@
 #include "apps/bench/tracefiles.h"
 #include "vorelutil/frames/framebuffer.h"
 
+#include <fstream>
 #include <gtest/gtest.h>
 #include <QDir>
 #include <QTemporaryDir>
@@ -22,24 +23,21 @@ namespace {
 
 void append(const QString& path, const QByteArray& text)
 {
-    QFile file(path);
-    ASSERT_TRUE(file.open(QIODevice::Append));
-    file.write(text);
+    std::ofstream(path.toStdString(), std::ios::app) << text.constData();
 }
 
 TEST(AxisUnitTest, ChoosesThePrefixForTheRange)
 {
-    using Row = std::tuple<double, int, int, const char*, double>; // largest, code, divisor; title, factor
-                                                                   // clang-format off
-    for (const auto& [largest, code, divisor, title, factor] : {
-             Row{100000, 0x17C, 1, "x [nm]", 1e-3}, Row{600, 0x17C, 1, "x [pm]", 1}, Row{0, 0x17C, 1, "x [pm]", 1},
-             Row{5000, 0x280, 1000, "x [V]", 1e-3}, Row{5, 0x280, 0, "x [V]", 1},
-             Row{20, 0x17E, 1, "x [\u00b5m]", 1}, Row{50000, 0xB80, 1, "x [[dB]]", 1}, // a unit that is fixed
-             Row{50000, 0x80, 1, "x", 1}}) {
-        // clang-format on
-        const AxisUnit unit = axisUnit(largest, code, divisor);
-        EXPECT_EQ(unit.title(QStringLiteral("x")), QString::fromUtf8(title)) << largest << ' ' << code;
-        EXPECT_NEAR(unit.factor, factor, 1e-12 * factor) << largest << ' ' << code;
+    // clang-format off
+    const struct { double largest; int code, divisor; const char* title; double factor; } rows[] = {
+        {100000, 0x17C, 1, "x [nm]", 1e-3},   {600, 0x17C, 1, "x [pm]", 1}, {0, 0x17C, 1, "x [pm]", 1},
+        {5000, 0x280, 1000, "x [V]", 1e-3},   {5, 0x280, 0, "x [V]", 1},    {20, 0x17E, 1, "x [\u00b5m]", 1},
+        {50000, 0xB80, 1, "x [[dB]]", 1}, /* a unit that is fixed */        {50000, 0x80, 1, "x", 1}};
+    // clang-format on
+    for (const auto& row : rows) {
+        const AxisUnit unit = axisUnit(row.largest, row.code, row.divisor);
+        EXPECT_EQ(unit.title(QStringLiteral("x")), QString::fromUtf8(row.title)) << &row - rows;
+        EXPECT_NEAR(unit.factor, row.factor, 1e-12 * row.factor) << &row - rows;
     }
 }
 
@@ -64,20 +62,20 @@ TEST(ScanImageTest, ShowsTheRunningFrameOverTheLastWholeOne)
     const int first[] = {1, 2, 3, 4, 5, 6}, second[] = {-7, 8};
     whole->addData(first, 6, 0);
     running.addData(second, 2, 12); // frame 2, rows upwards as in frame 0
-    ScanImage image;
-    image.update(nullptr, &running, true);
-    const auto expectPixels = [&image](const std::vector<int>& pixels, bool hasVoid, int lowest,
-                                       int highest) {
-        for (int i = 0; i < 6; ++i) EXPECT_EQ(image.pixel(i / 3, i % 3), pixels[std::size_t(i)]) << i;
-        EXPECT_EQ(image.hasVoid(), hasVoid);
-        EXPECT_EQ(std::pair(image.lowest(), image.highest()), std::pair(lowest, highest));
-    };
     const int none = ScanImage::voidPixel;
-    expectPixels({none, none, none, -7, 8, none}, true, -7, 8);
-    image.update(whole, &running, true);
-    expectPixels({4, 5, 6, -7, 8, 3}, false, -7, 8);
-    image.update(whole, &running, false); // mode 3 has no backward pass
-    expectPixels({none, none, none, none, none, none}, true, 0, 0);
+    // clang-format off
+    const struct { SharedFrame whole; bool forward, isPart; int low, high; std::vector<int> seen; } rows[] = {
+        {nullptr, true,  true,  -7, 8, {none, none, none, -7, 8, none}},
+        {whole,   true,  false, -7, 8, {4, 5, 6, -7, 8, 3}},
+        {whole,   false, true,   0, 0, {none, none, none, none, none, none}}}; // mode 3 has no backward pass
+    // clang-format on
+    ScanImage image;
+    for (const auto& row : rows) {
+        image.update(row.whole, &running, row.forward);
+        for (int i = 0; i < 6; ++i) EXPECT_EQ(image.pixel(i / 3, i % 3), row.seen[std::size_t(i)]) << i;
+        EXPECT_EQ(image.hasVoid(), row.isPart);
+        EXPECT_EQ(std::pair(image.lowest(), image.highest()), std::pair(row.low, row.high));
+    }
     image.update(nullptr, nullptr, true);
     EXPECT_TRUE(image.isEmpty());
 }
