@@ -3,7 +3,6 @@
 #include <functional>
 #include <gtest/gtest.h>
 #include <mutex>
-#include <tests/support/wait.h>
 #include <thread>
 #include <vorelutil/thread/thread.h>
 #include <vorelutil/thread/walltime.h>
@@ -20,6 +19,14 @@ struct Worker : IThread
     void run() override { body(*this); }
     std::function<void(IThread&)> body;
 };
+
+/// Waits for a condition, with a generous limit and no pause: what holds too early shall be seen.
+bool eventually(const std::function<bool()>& condition)
+{
+    const auto limit = Clock::now() + std::chrono::seconds(30);
+    while (!condition() && Clock::now() < limit) std::this_thread::yield();
+    return condition();
+}
 
 TEST(Mutex, ExcludesOthersUntilUnlockedAsOftenAsLocked)
 {
