@@ -17,6 +17,7 @@ namespace {
 /// Keeps the events that are posted to it, with their times in milliseconds.
 struct Recorder : QObject
 {
+    Recorder() { clock.start(); }
     QElapsedTimer clock;
     std::vector<int> types;
     std::vector<qint64> times;
@@ -54,7 +55,6 @@ struct Fixture
     Fixture(const std::string& host, std::uint16_t port)
         : thread(1000, &owner, "connector", std::make_unique<IMutex>())
     {
-        owner.clock.start();
         core.host = host;
         core.port = port;
         core.state = IQTcp::Connecting;
@@ -241,7 +241,6 @@ TEST(IQTcpThread, SendsBlocksAndFailsWithoutHarm)
     EXPECT_EQ(pair.owner.take(), std::vector<int>{1003}) << "told once";
 
     Fixture stopped; // a peer that does not read
-    stopped.owner.clock.start();
     EXPECT_FALSE(stopped.thread.writeBlock(Bytes(8000000, 'x').data(), 8000000));
     EXPECT_EQ(stopped.owner.take(), std::vector<int>{1003});
     EXPECT_GE(stopped.owner.times[0], 4900);
