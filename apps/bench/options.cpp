@@ -65,7 +65,7 @@ int parseOptions(int argc, char** argv, Options* options)
         ->check(CLI::Range(0, 60000))
         ->capture_default_str();
     app.add_option("--refuse-every", options->refuseEvery,
-                   "Simulated controller: refuse every so-manieth value that is set; 0: none")
+                   "Simulated controller: refuse every N-th value that is set; 0: none")
         ->check(CLI::Range(0, 1000));
     CLI::Option* ownChanges =
         app.add_option("--own-changes", options->ownChangesSeconds,

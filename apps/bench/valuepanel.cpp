@@ -50,7 +50,7 @@ constexpr Format formats[] = { // one raw step is one of prefix and unit
     {controller::frequency,       "Frequency",     UnitEdit::DfltPfLastShown,  "Hz",     ' ', 1,      50000000, 8},
     {controller::exposureTime,    "ExposureTime",  UnitEdit::DfltPfLastInput,  "s",      'm', 1,      10000000, 8},
     {controller::xPosition,       "XPosition",     UnitEdit::DfltPfConfigured, "m",      'p', least,  most,     10},
-    {controller::attenuator,      "Attenuation",   UnitEdit::DfltPfConfigured, "dB",     'X', 0,      4095,     4},
+    {controller::attenuator,      "Attenuation",   UnitEdit::DfltPfConfigured, "dB",     'X', 0,      4095,     5},
     {controller::counter,         "",              UnitEdit::DfltPfConfigured, "counts", 'X', 0,      0,        10},
     {controller::voltageReadBack, "",              UnitEdit::DfltPfConfigured, "V",      'm', 0,      0,        5},
 };
@@ -273,10 +273,11 @@ QWidget* ValuePanel::makeSimulatorGroup(Simulator* simulator)
     group->setFixedWidth(leftWidth);
     auto* confirm = makeBox<QSpinBox>(group, 60000, tr(" ms"), tr("A sweep needs less than about 450 ms"));
     auto* refuse =
-        makeBox<QSpinBox>(group, 1000, tr(" settings"), tr("Every so-manieth value that is set is refused"));
+        makeBox<QSpinBox>(group, 1000, tr(" settings"), tr("Every N-th value that is set is refused"));
     auto* own =
         makeBox<QDoubleSpinBox>(group, 3600, tr(" s"), tr("Frequency or exposure time change by themselves"));
-    refuse->setSpecialValueText(tr("never"));
+    refuse->setPrefix(tr("1 in "));
+    refuse->setSpecialValueText(tr("none"));
     own->setSpecialValueText(tr("never"));
     own->setDecimals(1);
     confirm->setSingleStep(50);
@@ -292,7 +293,7 @@ QWidget* ValuePanel::makeSimulatorGroup(Simulator* simulator)
             [simulator](double seconds) { simulator->setOwnChanges(seconds); });
     auto* form = new QFormLayout(group);
     form->addRow(tr("Confir&ms after"), confirm);
-    form->addRow(tr("Ref&uses one in"), refuse);
+    form->addRow(tr("Ref&uses"), refuse);
     form->addRow(tr("Cha&nges values every"), own);
     return group;
 }

@@ -60,7 +60,7 @@ void addSimCommand(CLI::App& app, Work* work)
     addNumber(*command, "--position", 0, 2147483647, &arguments->position, "Position of the first sample");
     addNumber(*command, "--confirm", 0, 60000, &arguments->confirm, "Milliseconds to an answer (50)");
     addNumber(*command, "--refuse-every", 0, 1000000, &arguments->refuseEvery,
-              "Refuse every so-manieth setting of a value; 0, the default, none");
+              "Refuse every N-th setting of a value; 0, the default, none");
     addSeconds(*command, "--own-changes", &arguments->ownChanges,
                "Change a value by itself every so many seconds; 0, the default, never");
     addNumber(*command, "--seed", 0, 4294967295, &arguments->seed, "Another number, another surface (1)");

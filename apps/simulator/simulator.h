@@ -37,7 +37,7 @@ public:
         QString address = QStringLiteral("127.0.0.1");
         int port = 0;                   ///< 0: the system chooses
         int confirmMilliseconds = 50;   ///< from a request to its "ACK"; below 0 acts as 0
-        int refuseEvery = 0;            ///< every so-manieth "SET" of a value is refused; below 1: none
+        int refuseEvery = 0;            ///< every N-th "SET" of a value is refused; below 1: none
         double ownChangesSeconds = 0.0; ///< time between changes of its own; not above 0: none
         int position = 0;               ///< of the first sample
         /// Where samples go as they are sent, each once, in order (int32, little-endian). Whole when an
