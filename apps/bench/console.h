@@ -67,6 +67,8 @@ signals:
     void frameDone(bench::ScanKind kind);
     /// Something for the operator to read; it is in the trace log, too.
     void message(const QString& text, bool isProblem);
+    /// What was told with this text is over.
+    void overcome(const QString& text);
 
 private:
     void onLinkState();

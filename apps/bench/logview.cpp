@@ -1,17 +1,65 @@
 #include "logview.h"
 
+#include "apps/controller/addresses.h"
+#include "theme.h"
+
+#include <algorithm>
+#include <QEvent>
 #include <QFontDatabase>
+#include <QRegularExpression>
 #include <QScrollBar>
+#include <QSyntaxHighlighter>
 
 namespace bench {
 
 namespace {
+
 constexpr int readMilliseconds = 200;
+
+enum class Line
+{
+    Plain,
+    Periodic,
+    Problem,
+};
+
+/// What a line is, by the forms of the trace log.
+Line lineKind(const QString& line)
+{
+    static const QRegularExpression error(QStringLiteral("^[^ ]+ (?:ERROR|FATAL): "));
+    static const QRegularExpression telegram(
+        QStringLiteral("^[^ ]+ \\[[0-9.]+\\]: [rt]x: (\\w+) +Len=\\d+ Addr=([0-9a-f]+) Ind=-?\\d+ "
+                       "CNo=-?\\d+-\\d+ ?([0-9a-f]*)"));
+    const QRegularExpressionMatch match = telegram.match(line);
+    if (!match.hasMatch()) return error.match(line).hasMatch() ? Line::Problem : Line::Plain;
+    const QString type = match.captured(1);
+    if (type == QLatin1String("ACK") && match.capturedRef(3) != QLatin1String("0")) return Line::Problem;
+    const int address = int(match.capturedRef(2).toUInt(nullptr, 16));
+    const bool isTold = type == QLatin1String("TELL") &&
+                        (address == controller::voltageReadBack || address == controller::samples);
+    return isTold || address == controller::counter ? Line::Periodic : Line::Plain;
+}
+
 } // namespace
+
+class LogView::Highlighter : public QSyntaxHighlighter
+{
+public:
+    using QSyntaxHighlighter::QSyntaxHighlighter;
+    QColor colour;
+
+protected:
+    void highlightBlock(const QString& text) override
+    {
+        if (lineKind(text) == Line::Problem) setFormat(0, text.size(), colour);
+    }
+};
 
 LogView::LogView(QWidget* parent)
     : QPlainTextEdit(parent)
+    , m_highlighter(new Highlighter(document()))
 {
+    m_highlighter->colour = problemColour(palette());
     setReadOnly(true);
     setUndoRedoEnabled(false);
     setMaximumBlockCount(shownLines);
@@ -68,10 +116,23 @@ void LogView::readMore()
         m_partial = text.mid(end + 1);
         text.truncate(end);
     }
+    QStringList lines = QString::fromUtf8(text).split(QLatin1Char('\n'));
+    lines.erase(std::remove_if(lines.begin(), lines.end(),
+                               [](const QString& line) { return lineKind(line) == Line::Periodic; }),
+                lines.end());
+    if (lines.isEmpty()) return;
     // Whoever has scrolled up to read stays there; appendPlainText follows only from the bottom.
     const int column = horizontalScrollBar()->value();
-    appendPlainText(QString::fromUtf8(text));
+    appendPlainText(lines.join(QLatin1Char('\n')));
     horizontalScrollBar()->setValue(column);
+}
+
+void LogView::changeEvent(QEvent* event)
+{
+    QPlainTextEdit::changeEvent(event);
+    if (event->type() != QEvent::PaletteChange) return;
+    m_highlighter->colour = problemColour(palette());
+    m_highlighter->rehighlight();
 }
 
 } // namespace bench

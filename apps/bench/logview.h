@@ -6,7 +6,10 @@
 
 namespace bench {
 
-/// Shows the end of a growing text file.
+/// Shows the end of a growing trace log.
+///
+/// Telegrams that come by themselves or again and again are left out: what is told of samples and read-back,
+/// and the counter's requests and answers. Errors and refusals stand out by their colour.
 ///
 /// Bounded in lines, and in what it reads at a time: when the file grows faster than a person can read, it
 /// leaves out what lies between, and says so. A file that shrank or was replaced is read from its start.
@@ -27,7 +30,13 @@ public slots:
     /// Reads what was added, as a timer does five times a second.
     void readMore();
 
+protected:
+    void changeEvent(QEvent* event) override;
+
 private:
+    class Highlighter;
+
+    Highlighter* m_highlighter;
     QFile m_file;
     QTimer m_timer;
     QByteArray m_partial; ///< the beginning of a line whose end is not written yet

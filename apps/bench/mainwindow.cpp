@@ -6,6 +6,7 @@
 #include "logview.h"
 #include "profileplot.h"
 #include "scanpanel.h"
+#include "theme.h"
 #include "valuepanel.h"
 
 #include <new>
@@ -68,7 +69,8 @@ MainWindow::MainWindow(Console* console, Simulator* simulator, QWidget* parent)
     m_pages->addTab(m_values, tr("Values"));
     auto* parts = new QSplitter(Qt::Vertical, this);
     parts->addWidget(m_pages);
-    parts->addWidget(withHeading(tr("Trace log"), m_log, parts));
+    parts->addWidget(withHeading(tr("Trace log without samples, read-back and counter (the file has them)"),
+                                 m_log, parts));
     parts->setStretchFactor(0, 4);
     parts->setStretchFactor(1, 1);
     parts->setSizes({570, 130});
@@ -232,6 +234,9 @@ void MainWindow::connectSignals()
     });
     connect(m_console, &Console::readyChanged, this, &MainWindow::updateState);
     connect(m_console, &Console::message, this, &MainWindow::showMessage);
+    connect(m_console, &Console::overcome, this, [this](const QString& text) {
+        if (m_message->text() == text) showMessage(QString(), false);
+    });
     connect(&m_textTimer, &QTimer::timeout, this, &MainWindow::updateScanText);
     m_textTimer.start(textMilliseconds);
 }
@@ -385,10 +390,7 @@ void MainWindow::showMessage(const QString& text, bool isProblem)
     m_message->setText(text);
     m_message->setToolTip(text);
     QPalette palette = statusBar()->palette();
-    if (isProblem) {
-        const bool dark = palette.color(QPalette::Window).lightness() < 128;
-        palette.setColor(QPalette::WindowText, dark ? QColor(0xff8f80) : QColor(0xb3261e));
-    }
+    if (isProblem) palette.setColor(QPalette::WindowText, problemColour(palette));
     m_message->setPalette(palette);
 }
 

@@ -46,4 +46,9 @@ bool applyTheme(QApplication* application, const QString& style, Theme theme)
     return true;
 }
 
+QColor problemColour(const QPalette& palette)
+{
+    return palette.color(QPalette::Window).lightness() < 128 ? QColor(0xff8f80) : QColor(0xb3261e);
+}
+
 } // namespace bench

@@ -1,8 +1,10 @@
 #pragma once
 
+#include <QColor>
 #include <QString>
 
 class QApplication;
+class QPalette;
 
 namespace bench {
 
@@ -16,5 +18,8 @@ enum class Theme
 /// Sets the widget style (empty: the platform's) and the palette. With a theme of its own and no style the
 /// style is "fusion", which follows a palette everywhere. False for a style that does not exist.
 bool applyTheme(QApplication* application, const QString& style, Theme theme);
+
+/// For the text of a problem; readable on this palette.
+QColor problemColour(const QPalette& palette);
 
 } // namespace bench

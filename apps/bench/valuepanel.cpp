@@ -107,6 +107,7 @@ ValuePanel::ValuePanel(Console* console, Simulator* simulator, QWidget* parent)
     shareSteps();
     applyColours();
     connect(m_road, &ValueRoad::message, console, &Console::tell);
+    connect(m_road, &ValueRoad::overcome, console, &Console::overcome);
     connect(m_sweepWatch, &SweepWatch::message, console, &Console::tell);
     connect(console->link(), &ControllerLink::told, this, [this](const controller::TelegramView& telegram) {
         if (telegram.type == controller::typeTell && telegram.address == controller::voltageReadBack &&

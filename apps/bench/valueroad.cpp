@@ -3,6 +3,7 @@
 #include "apps/controller/controllerlink.h"
 
 #include <QDeadlineTimer>
+#include <utility>
 #include <vorelutil/trace/tracelog.h>
 #include <vorelutil/widgets/unitedit.h>
 
@@ -19,6 +20,7 @@ struct ValueRoad::Way
     bool again = false; ///< to be asked for again and again
     bool asked = false; ///< a "GET" is under way
     QTimer limit;       ///< of the last "SET"
+    QString complaint;  ///< of a request that failed; no "SET" was taken since
 };
 
 namespace {
@@ -115,8 +117,14 @@ void ValueRoad::giveUp(Way* way, const QString& reason)
 {
     way->waitsFor = 0;
     way->limit.stop();
-    emit message(tr("%1 was not set: %2").arg(way->name, reason), true);
+    complain(way, tr("%1 was not set: %2").arg(way->name, reason));
     show(way);
+}
+
+void ValueRoad::complain(Way* way, const QString& text)
+{
+    way->complaint = text;
+    emit message(text, true);
 }
 
 void ValueRoad::onLinkState()
@@ -145,11 +153,12 @@ void ValueRoad::onAcknowledged(int number, int reason, int value)
         way->known = true;
     }
     if (reason != controller::reasonOk)
-        emit message((request.isSet ? tr("%1 was refused: %2 (reason %3)")
-                                    : tr("%1 could not be read: %2 (reason %3)"))
-                         .arg(way->name, QLatin1String(tracePrintReason(reason)))
-                         .arg(reason),
-                     true);
+        complain(way, (request.isSet ? tr("%1 was refused: %2 (reason %3)")
+                                     : tr("%1 could not be read: %2 (reason %3)"))
+                          .arg(way->name, QLatin1String(tracePrintReason(reason)))
+                          .arg(reason));
+    else if (request.isSet && !way->complaint.isEmpty())
+        emit overcome(std::exchange(way->complaint, QString()));
     const bool decides = way->waitsFor == 0 || way->waitsFor == number;
     if (request.isSet) emit answered(way->address, reason, value, int(now() - request.sentAt), decides);
     if (!decides) return;

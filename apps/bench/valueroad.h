@@ -49,6 +49,8 @@ public:
 signals:
     /// Something for the operator to read.
     void message(const QString& text, bool isProblem);
+    /// A "SET" was taken: what `message` told last of a failed request of this address is over.
+    void overcome(const QString& text);
     /// A "SET" of a bound address was answered, after so many milliseconds. `isLast`: none was sent since.
     /// Emitted before the fields have the value, and so before a sweep sends its next one.
     void answered(int address, int reason, int value, int milliseconds, bool isLast);
@@ -67,6 +69,7 @@ private:
     void send(Way* way, int value);
     void show(Way* way);
     void giveUp(Way* way, const QString& reason);
+    void complain(Way* way, const QString& text);
     void onLinkState();
     void onAcknowledged(int number, int reason, int value);
     void onTold(const controller::TelegramView& telegram);

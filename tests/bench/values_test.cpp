@@ -78,12 +78,15 @@ TEST_F(Road, ShowsWhatTheControllerAnswers)
         {0, "-250 m", "-250 mV", ""},
         {1, "2 V", "-250 mV", "Voltage was refused: unknown error (reason 99)"},
         {0, "3 V", "3 V", ""}};
+    QSignalSpy overcome(&road, &ValueRoad::overcome);
     for (const auto& [refuseEvery, text, shown, message] : rows) {
         simulator.setRefuseEvery(refuseEvery);
         enter(&field, text);
         EXPECT_EQ(field.status(), UnitEdit::EsCommitted) << text;
         expectShown(shown, message);
     }
+    EXPECT_EQ(overcome.size(), 1);
+    EXPECT_EQ(overcome.value(0).value(0).toString(), std::get<3>(rows[2])); // once "3 V" is taken
 }
 
 TEST_F(Road, DoesNotWaitForEver)

@@ -92,10 +92,23 @@ TEST(LogViewTest, FollowsAFileAndSkipsWhatIsTooMuch)
     append(path, "o\nthree\n");
     view.readMore();
     EXPECT_EQ(view.toPlainText(), QStringLiteral("one\ntwo\nthree"));
+    append(path, "v [1.5]: rx: TELL Len=20 Addr=27 Ind=0 CNo=0-0 4d2.\n" // come by themselves
+                 "v [1.5]: rx: TELL Len=2012 Addr=100 Ind=-5 CNo=0-0 f 1 2 3.\n"
+                 "v [1.5]: tx: GET  Len=16 Addr=26 Ind=0 CNo=0-8.\n"
+                 "v [1.5]: rx: ACK  Len=24 Addr=26 Ind=0 CNo=0-8 0 7ffffe19.\n");
+    view.readMore();
+    EXPECT_EQ(view.blockCount(), 3);
+    append(path, "v [1.5]: rx: TELL Len=20 Addr=22 Ind=0 CNo=0-0 4d2.\n" // the third one is a refusal
+                 "v [1.5]: rx: ACK  Len=24 Addr=27 Ind=0 CNo=0-9 0 63.\n"
+                 "v [1.5]: rx: ACK  Len=24 Addr=26 Ind=0 CNo=1-8 63 0.\nv ERROR: a.\nv [1.5]: b ERROR: \n");
+    view.readMore();
+    for (const auto& [block, coloured] : {std::pair(3, 0), {4, 0}, {5, 1}, {6, 1}, {7, 0}})
+        EXPECT_EQ(view.document()->findBlockByNumber(block).layout()->formats().size(), coloured) << block;
+    view.clear();
     append(path, QByteArray(63, 'x').append('\n').repeated(1000));
     view.readMore();
-    EXPECT_EQ(view.blockCount(), 3 + 1 + 511); // the first of the last 32 KB is a part of a line
-    EXPECT_EQ(view.document()->findBlockByNumber(3).text(),
+    EXPECT_EQ(view.blockCount(), 1 + 511); // the first of the last 32 KB is a part of a line
+    EXPECT_EQ(view.document()->firstBlock().text(),
               QStringLiteral("... 31232 bytes are in the file only ..."));
     for (int i = 0; i < 10; ++i) {
         append(path, QByteArray("0123456789abcde\n").repeated(1000));
