@@ -134,6 +134,8 @@ void Server::confirmDue()
     }
     if (!m_pending.empty())
         m_confirmTimer.start(int((m_pending.front().arrivedNs - latest + 999999) / 1000000));
+    else
+        m_confirmTimer.stop(); // it may run for a longer time to an answer
     // Those that had reached their bound may go on.
     for (Client* client : m_clients)
         if (client->waiting == 0) QMetaObject::invokeMethod(client, &Client::active, Qt::QueuedConnection);
@@ -143,6 +145,7 @@ void Server::confirm(Client* client, const Client::Request& request)
 {
     const int found = findParameter(request.address);
     std::int32_t reason = reasonOk;
+    bool taken = false;
     if (m_refusing && (request.type == typeSet || request.type == typeDo)) {
         reason = reasonUnknownError;
     } else if (found < 0) {
@@ -153,17 +156,19 @@ void Server::confirm(Client* client, const Client::Request& request)
         else if (isOperatorsValue(request.address) && refusesNow())
             reason = reasonUnknownError;
         else
-            assign(std::size_t(found), request.word);
+            taken = true;
     } else if (request.type != typeGet) {
         reason = reasonUnknownError;
     }
+    if (taken) assign(std::size_t(found), request.word);
     const std::int32_t words[] = {reason, found < 0 ? 0 : value(std::size_t(found))};
     const std::vector<char> ack =
         encodeTelegram(typeAck, request.address, request.index, request.number, words, 2);
     client->send(ack.data(), ack.size());
+    if (taken) tell(request.address, request.word, client);
 }
 
-/// Counts a value that is being set; every so-manieth is refused.
+/// Counts a value that is being set; every N-th is refused.
 bool Server::refusesNow()
 {
     const int every = m_manner.refuseEvery;
@@ -299,11 +304,17 @@ std::vector<char> Server::readBackTelegram()
     return encodeTelegram(typeTell, voltageReadBack, 0, 0, &word, 1);
 }
 
+/// Tells every connection but one; those that are too slow miss it.
+void Server::tell(std::int32_t address, std::int32_t value, const Client* butOne)
+{
+    const std::vector<char> bytes = encodeTelegram(typeTell, address, 0, 0, &value, 1);
+    for (Client* client : m_clients)
+        if (client != butOne && client->unsentBytes() < maxUnsent) client->send(bytes.data(), bytes.size());
+}
+
 void Server::tellReadBack()
 {
-    const std::vector<char> bytes = readBackTelegram();
-    for (Client* client : m_clients)
-        if (client->unsentBytes() < maxUnsent) client->send(bytes.data(), bytes.size());
+    tell(voltageReadBack, readBack());
     const std::int64_t interval = m_manner.ownChangesNs;
     if (interval > 0 && m_clock.nsecsElapsed() - m_ownChangedNs >= interval) tellOwnChange();
     if (!m_pending.empty()) confirmDue(); // the time to an answer may have changed
@@ -322,9 +333,7 @@ void Server::tellOwnChange()
         before + (random() % 2 == 0 || before - change < parameter.first ? change : -change);
     const std::int32_t word = std::int32_t(after > parameter.last ? before - change : after);
     assign(std::size_t(&parameter - parameters), word);
-    const std::vector<char> bytes = encodeTelegram(typeTell, parameter.address, 0, 0, &word, 1);
-    for (Client* client : m_clients)
-        if (client->unsentBytes() < maxUnsent) client->send(bytes.data(), bytes.size());
+    tell(parameter.address, word);
 }
 
 // Faults

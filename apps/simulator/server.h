@@ -48,6 +48,7 @@ private:
     void applyScan();
 
     bool refusesNow();
+    void tell(std::int32_t address, std::int32_t value, const Client* butOne = nullptr);
     void tellReadBack();
     void tellOwnChange();
     std::uint32_t random();

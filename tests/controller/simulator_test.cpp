@@ -123,6 +123,18 @@ TEST(Simulator, ConfirmsLaterAndInOrder)
     EXPECT_EQ(probe.next(3, 0x21).type, 3);
 }
 
+TEST(Simulator, TellsTheOthersWhatOneSets)
+{
+    Rig rig(quick());
+    Probe &probe = rig.probe, other(rig.port());
+    other.ask(1, 0x21);                                                   // it is there
+    for (const qint32 value : {5000, 7}) probe.request(0, 0x25, {value}); // out of range, taken
+    EXPECT_EQ(other.next(4, 0x25).words, Samples{7});
+    probe.request(1, 0x24);
+    for (Seen seen = probe.next(); seen.type != -1 && seen.address != 0x24; seen = probe.next())
+        EXPECT_FALSE(seen.type == 4 && seen.address == 0x25);
+}
+
 TEST(Simulator, ChangesItsMannerWhileItRuns)
 {
     Rig rig(quick());
