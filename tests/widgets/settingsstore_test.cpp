@@ -7,25 +7,24 @@
 #include <QTemporaryDir>
 #include <sys/resource.h>
 #include <sys/wait.h>
+#include <tests/support/files.h>
 #include <tests/support/germanlocale.h>
 #include <tests/support/require.h>
 #include <unistd.h>
 #include <vorelutil/widgets/savable.h>
 #include <vorelutil/widgets/settingsstore.h>
 
+namespace {
+
 // clang-format off
-static const std::string start = "; Settings, format 1. Keep this line and the last one: without it the file counts as cut off.\n";
+const std::string start = "; Settings, format 1. Keep this line and the last one: without it the file counts as cut off.\n";
 // clang-format on
-static const std::string end = "\n; End of settings.\n";
+const std::string end = "\n; End of settings.\n";
 
 class Settings : public ::testing::Test
 {
 protected:
-    std::string read(const char* ending = "") const
-    {
-        std::ifstream file((m_path + ending).toStdString());
-        return {std::istreambuf_iterator<char>(file), {}};
-    }
+    std::string read(const char* ending = "") const { return contents((m_path + ending).toStdString()); }
     bool loads(SettingsStore* store) const
     {
         const bool result = store->load();
@@ -49,6 +48,8 @@ struct Text : Savable
         connect(this, &Savable::notifyChanged, [this] { setValue(getValue().remove(".0")); });
     }
 };
+
+} // namespace
 
 TEST_F(Settings, AnyTextSurvives)
 {
