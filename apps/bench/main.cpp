@@ -19,6 +19,8 @@
 namespace {
 
 constexpr int saveMilliseconds = 5000; ///< settings that changed are saved after so long at the latest
+constexpr int lockMilliseconds = 50;   ///< that a save waits for another process; the window stands still
+constexpr int lastSaves = 60;          ///< tried at the end: 3 s for another process
 
 int complain(const QString& text)
 {
@@ -46,6 +48,14 @@ QString settingsFile(const bench::Options& options)
     const QDir folder(QStandardPaths::writableLocation(QStandardPaths::AppConfigLocation));
     folder.mkpath(QStringLiteral("."));
     return folder.filePath(QStringLiteral("settings.ini"));
+}
+
+/// Nothing is lost for another process that saves a little longer.
+bool saveAtLast(SettingsStore* store)
+{
+    for (int i = 1; i < lastSaves; ++i)
+        if (store->save()) return true;
+    return store->save();
 }
 
 int runHeadless(bench::Console* console, bench::MainWindow* window, const bench::Options& options,
@@ -124,7 +134,7 @@ int main(int argc, char** argv)
     window.setScanSettings(options.scan);
     window.followLog(trace.currentFile());
     QObject::connect(&trace, &bench::TraceFiles::fileChanged, &window, &bench::MainWindow::followLog);
-    SettingsStore store(settingsFile(options));
+    SettingsStore store(settingsFile(options), lockMilliseconds);
     if (!store.load() || !store.errorText().isEmpty()) console.tell(store.errorText(), true);
     store.offer();
     window.show();
@@ -132,7 +142,7 @@ int main(int argc, char** argv)
     StopSignal stop;
     if (options.headless) {
         const int code = runHeadless(&console, &window, options, &stop);
-        return store.save() ? code : complain(store.errorText());
+        return saveAtLast(&store) ? code : complain(store.errorText());
     }
     QString failure; // told once
     const auto save = [&] {
@@ -145,5 +155,5 @@ int main(int argc, char** argv)
     QObject::connect(&stop, &StopSignal::received, &window, &QWidget::close);
     console.connectTo(options.host, options.port);
     const int code = QApplication::exec();
-    return store.save() ? code : complain(store.errorText());
+    return saveAtLast(&store) ? code : complain(store.errorText());
 }
