@@ -273,8 +273,7 @@ QWidget* ValuePanel::makeSimulatorGroup(Simulator* simulator)
     auto* group = new QGroupBox(tr("Simulated controller"), this);
     group->setFixedWidth(leftWidth);
     auto* confirm = makeBox<QSpinBox>(group, 60000, tr(" ms"), tr("A sweep needs less than about 450 ms"));
-    auto* refuse =
-        makeBox<QSpinBox>(group, 1000, tr(" settings"), tr("Every N-th value that is set is refused"));
+    auto* refuse = makeBox<QSpinBox>(group, 1000, QString(), tr("Every N-th value that is set is refused"));
     auto* own =
         makeBox<QDoubleSpinBox>(group, 3600, tr(" s"), tr("Frequency or exposure time change by themselves"));
     refuse->setPrefix(tr("1 in "));
@@ -294,7 +293,7 @@ QWidget* ValuePanel::makeSimulatorGroup(Simulator* simulator)
             [simulator](double seconds) { simulator->setOwnChanges(seconds); });
     auto* form = new QFormLayout(group);
     form->addRow(tr("Confir&ms after"), confirm);
-    form->addRow(tr("Ref&uses"), refuse);
+    form->addRow(tr("Ref&uses settings"), refuse);
     form->addRow(tr("Cha&nges values every"), own);
     return group;
 }
