@@ -1,8 +1,5 @@
-#include <vorelutil/widgets/dbledit.h>
-#include <vorelutil/widgets/unitedit.h>
+#include "fields.h"
 
-#include <gtest/gtest.h>
-#include <QApplication>
 #include <QSet>
 #include <QStyleFactory>
 
@@ -81,7 +78,6 @@ TEST_P(FieldLook, TextIsReadableInEveryStateAndPalette)
         field.setPlaceholderText(field.text());
         field.clear();
         field.setStatus(EditStatus(Idle));
-        EXPECT_TRUE(shows(field, "white", "#505050"));
         QApplication::setPalette(light);
         EXPECT_TRUE(shows(field, "white", "#737373"));
     };
@@ -99,16 +95,12 @@ TEST_P(FieldLook, KeepsTheColoursThatTheOwnerGave)
         dblEdit.setDefaultColor(background);
         EXPECT_TRUE(shows(dblEdit, background, text)) << background;
     }
-    dblEdit.setDefaultColor("#202020"); // takes every text, and the owner gives two others meanwhile
+    dblEdit.setDefaultColor("#202020"); // takes every text, and the owner gives another meanwhile
     QPalette mixed = dblEdit.palette();
-    mixed.setColor(QPalette::Disabled, QPalette::Text, "#00ff00");
     mixed.setColor(QPalette::PlaceholderText, "#c0c0ff");
     dblEdit.setPalette(mixed);
     dblEdit.setDefaultColor("#101010");
-    EXPECT_EQ(dblEdit.palette().color(QPalette::Disabled, QPalette::Text), QColor("#00ff00"));
     EXPECT_EQ(dblEdit.palette().color(QPalette::PlaceholderText), QColor("#c0c0ff"));
-    dblEdit.setDefaultColor("white");
-    EXPECT_EQ(dblEdit.palette().color(QPalette::Active, QPalette::Text), QColor("#000080"));
     own.setColor(QPalette::Base, Qt::black); // behind our back
     dblEdit.setPalette(own);
     EXPECT_TRUE(shows(dblEdit, "black", "white"));
