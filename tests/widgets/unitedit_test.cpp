@@ -231,10 +231,9 @@ TEST(UnitEdit, HasAMenuWithOneUndoInEveryLanguage)
 TEST(UnitEdit, SharesItsStepSettingsWithItsGroup)
 {
     Volts first, second, other(false, UnitEdit::DfltPfConfigured, "others"), alone(false, {}, "");
-    Volts* const fields[] = {&first, &second, &other, &alone};
-    for (Volts* from : fields) {
-        for (Volts* to : fields) QObject::connect(from, &UnitEdit::stepChanged, to, &UnitEdit::changeStep);
-    }
+    for (Volts* to : {&first, &second, &other})
+        QObject::connect(&first, &UnitEdit::stepChanged, to, &UnitEdit::changeStep);
+    QObject::connect(&second, &UnitEdit::stepChanged, &first, &UnitEdit::changeStep);
     QSignalSpy told(&first, &UnitEdit::stepChanged), echoed(&second, &UnitEdit::stepChanged);
     first.changeStepInt(true, false, 20, 0.5);
     EXPECT_TRUE(told == (QList<QVariantList>{{"volts", false, 20, 0.5}}));
@@ -242,13 +241,12 @@ TEST(UnitEdit, SharesItsStepSettingsWithItsGroup)
     EXPECT_TRUE(second.absoluteStep() == 0.5 && second.relativeStep() == 20 && !second.isStepRelative());
 
     QSignalSpy aloneTold(&alone, &UnitEdit::stepChanged);
-    alone.changeStepInt(true, true, 5, 1);
-    alone.setAbsoluteStepsize("20 m"); // there is no dialog yet
+    alone.setAbsoluteStepsize("20 m");
     alone.changeStep("", false, 9, 9); // no group is none to share with
     EXPECT_TRUE(alone.absoluteStep() == 0.02 && alone.isStepRelative() && aloneTold.isEmpty());
     alone.configureStep();
     alone.setAbsoluteStepsize("30 mV"); // now its dialog tells, even without a group
-    EXPECT_TRUE(aloneTold == (QList<QVariantList>{{"", true, 5, 0.03}}));
+    EXPECT_TRUE(aloneTold == (QList<QVariantList>{{"", true, 10, 0.03}}));
 }
 
 TEST(StepDialog, SetsTheStepByKeysAlone)
@@ -261,28 +259,26 @@ TEST(StepDialog, SetsTheStepByKeysAlone)
     auto* const spin = dialog->findChild<QSpinBox*>();
     auto* const text = dialog->findChild<QLineEdit*>(QString(), Qt::FindDirectChildrenOnly);
     const auto buttons = dialog->findChildren<QAbstractButton*>(); // absolute, relative, Ok, Cancel
+    const auto enter = [&](const char* typed) {
+        text->selectAll();
+        QTest::keyClicks(text, typed);
+        QTest::keyClick(text, Qt::Key_Return);
+        return dialog->isVisible();
+    };
     EXPECT_EQ(dialog->windowTitle(), "Step Width Up/Down/Wheel");
     EXPECT_EQ(buttons.at(0)->toolTip(), "Step width absolute.");
     EXPECT_EQ(buttons.at(1)->toolTip(), "Step width proportional to current value.");
     EXPECT_TRUE(spin->toolTip() == "Value of absolute step width." && text->toolTip().isEmpty());
-    EXPECT_TRUE(spin->text() == "10  [0.1%]" && text->text() == "1 mV");
-    EXPECT_TRUE(spin->minimum() == 0 && spin->maximum() == 1000);
-    EXPECT_TRUE(buttons.at(1)->isChecked() && spin->isEnabled() && !text->isEnabled());
+    EXPECT_TRUE(spin->text() == "10  [0.1%]" && spin->maximum() == 1000 && text->text() == "1 mV");
     for (auto* label : dialog->findChildren<QLabel*>()) EXPECT_NE(label->buddy(), nullptr);
 
-    buttons.at(1)->setFocus();
+    EXPECT_TRUE(buttons.at(1)->isChecked() && spin->isEnabled() && !text->isEnabled());
     QTest::keyClick(buttons.at(1), Qt::Key_Down);
     EXPECT_TRUE(buttons.at(0)->isChecked() && !spin->isEnabled() && text->isEnabled());
-    text->selectAll();
-    QTest::keyClicks(text, "2 x");
-    EXPECT_FALSE(buttons.at(2)->isEnabled());
-    QTest::keyClick(text, Qt::Key_Return);
-    EXPECT_TRUE(dialog->isVisible());
-    edit.changeStep("volts", false, 10, 2); // shown as "2 V"
-    text->selectAll();
-    QTest::keyClicks(text, "3"); // volts, as it was shown, not milli, as in the field
-    QTest::keyClick(text, Qt::Key_Return);
-    EXPECT_TRUE(!dialog->isVisible() && dialog->result() == QDialog::Accepted && text->text() == "3 V");
+    EXPECT_TRUE(enter("2 x"));
+    edit.changeStep("volts", false, 10, 2);
+    EXPECT_FALSE(enter("3")); // volts, as it was shown, not milli, as in the field
+    EXPECT_TRUE(dialog->result() == QDialog::Accepted && text->text() == "3 V");
     dialog->show();
     QTest::keyClick(buttons.at(3), Qt::Key_Space);
     EXPECT_TRUE(!dialog->isVisible() && dialog->result() == QDialog::Rejected);
