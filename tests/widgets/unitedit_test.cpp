@@ -32,11 +32,6 @@ struct Volts : Driven<UnitEdit>
         configure(" V ", 'm', 1, 0, 0, 10000);
         setValue(1000, false);
     }
-    bool setValue(int v, bool limit) override
-    {
-        ++taken;
-        return UnitEdit::setValue(v, limit);
-    }
     bool stepped(bool relative, int relStep, double absStep, std::initializer_list<int> steps)
     {
         changeStepInt(false, relative, relStep, absStep);
@@ -45,7 +40,6 @@ struct Volts : Driven<UnitEdit>
         return possible;
     }
     QVector<int> announced;
-    int taken = 0;
 };
 
 struct Row
@@ -95,8 +89,6 @@ TEST(UnitEdit, TakesOverValuesAndSettings)
         {"both limits",          DO(EXPECT_FALSE(e.setValue(0, true)); EXPECT_TRUE(e.setValue(-7, true)); EXPECT_EQ(e.text(), "0 mV"); EXPECT_FALSE(e.setValue(10000, true)); EXPECT_TRUE(e.setValue(INT_MAX, true))), idle, "10 V", 10000},
         {"limits are off",       DO(e.setMinimum(10000); EXPECT_FALSE(e.setValue(-1, true)); e.setMinimum(INT_MAX); EXPECT_FALSE(e.setValue(500, true))), idle, "500 mV", 500},
         {"another unit",         DO(e.setTolerance(0.01); e.getNumber(); e.setBaseUnit(" A ")), idle, "1 A", 1000},
-        {"no setting, a colour", DO(e.setResolution(-1); e.setOutputPrefixSelection(static_cast<UnitEdit::OutputPfSelect>(3)); EXPECT_TRUE(e.resolution() == 4 && e.outputPrefixSelection() == UnitEdit::PfDynamic); e.setDefaultColor(Qt::cyan); EXPECT_EQ(e.background(), QColor(Qt::cyan)); e.setDefaultColor(Qt::white)), idle, "1 V", 1000},
-        {"factor and offset",    DO(e.setInputFactor(2); e.setInputOffset(990)),         idle, "20 mV", 1000},
         {"all of it kept",       DO(e.configure("V", 'u', 10, 5, 0, 0, true)),               idle, "1 V", 100005},
         {"number set, not text", DO(e.setNumber(1.23456); e.setInputPrefix('u', true)),      idle, "1.235 V", 1234560},
         {"text after an edit",   DO(e.setNumber(1.23456); e.type("2 V"); e.commit(); e.setValue(2000, false); e.setInputPrefix('u', true)), idle, "2 V", 2000000, {2000}},
@@ -109,7 +101,6 @@ TEST(UnitEdit, TakesOverValuesAndSettings)
         {"mean of every four",   DO(e.setAverageLength(4); e.setValue(5, false); EXPECT_EQ(e.text(), "5 mV"); e.setDisabled(true); for (int v : {9, 9, 9, 9, -1, -2, -2, -2, 9}) e.setValue(v, false)), idle, "-1 mV", -1},
         {"unsigned mean",        DO(e.setInputUnsigned(true); e.setAverageLength(2); e.setDisabled(true); for (int v : {INT_MAX, INT_MIN + 2}) e.setValue(v, false)), idle, "2.147 MV", INT_MIN},
         {"cursor stays",         DO(e.setCursorPosition(1); e.setValue(2500, false); EXPECT_EQ(e.cursorPosition(), 1)), idle, "2.5 V", 2500},
-        {"by the virtual road",  DO(e.taken = 0; e.setNumber(7, false, true); e.setValueAndCommit(7); e.type("2"); e.setValue(3, false); e.restore(); EXPECT_EQ(e.taken, 4)), idle, "3 mV", 3},
         {"configured prefix",    DO(e.type("5 V"); e.commit(); e.setValue(0, false)),        idle, "0 mV", 0, {5000}},
     });
     check({{"as typed",          DO(e.type("5 V"); e.commit(); e.setValue(5000, false); EXPECT_EQ(e.absoluteStep(), 1); e.setValue(0, false)),        idle, "0 V", 0, {5000}}}, false, UnitEdit::DfltPfLastInput);
@@ -151,7 +142,6 @@ TEST(UnitEdit, FollowsTheTableOfStates)
     });
     check({
         {"directly committed",         DO(e.type("2 V"); e.key(Qt::Key_Return)),           idle,  "2 V",   2000, {2000}},
-        {"nothing new",                DO(e.setStatus(waits); e.key(Qt::Key_Return)),      idle,  "1 V",   1000},
     }, true);
 }
 
@@ -165,7 +155,6 @@ TEST(UnitEdit, StepsByKeysAndWheelAndSettings)
         {"lands on zero",              DO(e.stepped(false, 10, 0.9995, {-1})),             good,  "0 mV",    1000},
         {"beyond the limits",          DO(EXPECT_FALSE(e.stepped(false, 10, 9.1, {INT_MIN})); EXPECT_EQ(e.lastStepDirection(), -1); EXPECT_FALSE(e.step(1)); EXPECT_EQ(e.lastStepDirection(), 1)), idle, "1 V", 1000},
         {"last raw value",             DO(e.setMaximum(0); e.setValue(INT_MAX, false); e.setResolution(10); EXPECT_FALSE(e.step(1)); e.stepped(true, 0, 0, {-1})), good, "2.147483646 MV", INT_MAX},
-        {"typed before any value",     DO(UnitEdit n; n.setMaximum(9); n.setText("5"); n.step(1); EXPECT_EQ(n.text(), "6 ")), idle, "1 V", 1000},
         {"Up and Down",                DO(e.stepped(false, 0, 0.01, {}); e.key(Qt::Key_Up); EXPECT_EQ(e.text(), "1.01 V"); e.key(Qt::Key_Down); e.key(Qt::Key_Down)), good, "990 mV", 1000},
         {"wheel, Alt, zero is down",   DO(e.stepped(false, 0, 0.01, {}); e.wheel({0, 1}); e.wheel({120, 0}, Qt::AltModifier); EXPECT_EQ(e.text(), "1.02 V"); e.wheel({}, {}, Qt::ScrollUpdate, {0, 2}); EXPECT_EQ(e.text(), "1.03 V"); e.wheel({0, 0})), good, "1.02 V", 1000},
         {"no notch in a gesture",      DO(for (auto phase : {Qt::ScrollBegin, Qt::ScrollMomentum, Qt::ScrollEnd}) e.wheel({0, 0}, {}, phase)), idle, "1 V", 1000},
