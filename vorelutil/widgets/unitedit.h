@@ -34,8 +34,8 @@ struct NumberModel;
 /// F5 and steps still act on it, and lead to idle and to typing. While the user types, values from the
 /// program are kept back, and Escape shows the last of them.
 ///
-/// Keys: Up, Down and the wheel step the number, by 10 with Control or Shift, by 100 with both (wheel only);
-/// a step commits by itself after 100 ms, unless the user types on or gives up meanwhile. Kept: a wheel event
+/// Keys: Up, Down and the wheel step the number; Control or Shift make it 10 steps on the wheel, both 100. A
+/// step commits by itself after 100 ms, unless the user types on or gives up meanwhile. Kept: a wheel event
 /// with a delta of zero steps down, but not where it marks the begin, end or momentum of a gesture. Escape,
 /// F5 and the menu's "Undo" drop what was typed.
 ///
@@ -347,11 +347,12 @@ public slots:
     /// below raw 0 counts as 0). The value stays. Limits are judged while the user types, not here.
     void commit();
 
-    /// Drops what was typed and shows the program's last value, as Escape does.
+    /// Drops what was typed and shows the program's last value, as Escape does. Kept: a field that waits shows
+    /// the value that it announced, idle, before anybody confirmed it.
     void restore();
 
-    /// Steps the number up (`steps` > 0) or down; whether it was possible. Does not when the result cannot be
-    /// represented or is beyond the limits.
+    /// Steps the number up (`steps` > 0) or down; whether it was possible. Does not when the text is no number,
+    /// or the result cannot be represented or is beyond the limits.
     ///
     /// A relative step up and one down lead back to the start. A step is at least one raw step, and at least
     /// one in the last digit shown; a result smaller than that digit is zero. The text changes at once, the

@@ -190,7 +190,8 @@ bool UnitEdit::step(int steps)
 {
     // A text typed into a field that never had a value is shown from now on, as by a commit.
     if (!text().isEmpty()) m_valueShown = true;
-    const double current = getNumber();
+    bool isNumber = false;
+    const double current = getNumber(&isNumber);
     const double rawStep = m_model->rawStep(m_value);
     const double magnitude = std::fabs(value2Number(m_value));
     const double digit = std::pow(10, std::floor(std::log10(magnitude / std::pow(10, resolution() - 1.0))));
@@ -210,7 +211,8 @@ bool UnitEdit::step(int steps)
 
     double next = current + steps * width;
     if (std::fabs(next) < digit) next = 0.0;
-    const bool isPossible = checkNumberValid(next);
+    // An invalid text is never committed: a step from it would set a value that nobody asked for.
+    const bool isPossible = isNumber && checkNumberValid(next);
     if (isPossible) {
         m_commitTimer->start(commitDelay);
         const QPointer<UnitEdit> self(this);
