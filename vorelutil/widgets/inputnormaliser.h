@@ -23,7 +23,9 @@ class QLineEdit;
 /// A comma is always a decimal comma, never a separator of thousands: "1,000" becomes "1.000" and means one,
 /// as the point that appears at once shows. In a number with a second separator every comma stays and the
 /// text is not a number: "1,000.5", "1.000,5" and "1,000,000" are refused by the field and never read as
-/// something else. The number ends at the first letter; behind it only the other three rows apply.
+/// something else. Typed one by one, the first comma has become a point before the second separator comes;
+/// "1.000.5" is no number either. The number ends at the first letter; behind it only the other three rows
+/// apply.
 ///
 /// What is typed, and what is pasted by key, is changed before it reaches the field: one `textChanged`, and
 /// the field's undo takes it back. A paste that was changed counts as typed there: it goes together with what
