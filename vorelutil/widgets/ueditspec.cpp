@@ -100,7 +100,9 @@ void UEditSpec::run()
     }
     m_delayTimer->stop();
     m_confirmTimer->stop();
-    if (!m_running && !m_restoring) m_savedValue = getValue();
+    // A value other than that at the end was entered since.
+    bool const isRestored = !m_restoring || getValue() != m_lastValue;
+    if (!m_running && isRestored) m_savedValue = getValue();
     m_running = true;
     m_restoring = false;
     m_sending = true; // no point is out: what is set now confirms none
@@ -186,9 +188,9 @@ void UEditSpec::stop()
     if (m_running) {
         m_running = false; // first, so that a stop out of the signal finds nothing to do
         ++m_runs;
-        m_restoring = true;
+        m_restoring = true; // until the program has set it
+        m_lastValue = getValue();
         emit changed(m_savedValue);
-        if (self) m_restoring = false;
     }
     if (self && m_dialog && !m_running) m_dialog->finish();
 }

@@ -96,8 +96,8 @@ public slots:
     bool setValue(int v, bool limit = false) override;
 
     /// Starts the sweep; with settings that cannot be run it acts as `stop`. One that runs starts anew, and
-    /// ends with the value from before the first start; so does one that is started out of the `changed` that
-    /// ends another.
+    /// ends with the value from before the first start; so does one that is started after another, before the
+    /// program has set or the user entered a value.
     void run();
 
     /// Ends the sweep, with `changed` of the value before it. Without a sweep only the dialog becomes idle.
@@ -149,7 +149,8 @@ private:
     int m_savedValue = 0;
     int m_progress = 0; ///< what the dialog shows
     bool m_running = false;
-    bool m_restoring = false; ///< within the `changed` that ends a sweep, and `m_savedValue` is not set yet
+    bool m_restoring = false; ///< a sweep has ended, and no value was set since
+    int m_lastValue = 0;      ///< the field's at that end
     bool m_sending = false;   ///< telegrams are being sent: a confirmation waits until the point is sent
     bool m_confirmed = false; ///< it came
     unsigned m_runs = 0;      ///< counts starts and ends: tells whether a slot ended the sweep

@@ -167,6 +167,8 @@ void UEditSpecDlg::accept()
 
 void UEditSpecDlg::begin()
 {
+    m_stopButton->setEnabled(true);
+    m_stopButton->setFocus(); // before what has it is disabled
     setRunning(true);
     resetProgress();
 }
@@ -189,7 +191,10 @@ void UEditSpecDlg::closeEvent(QCloseEvent* event)
 
 void UEditSpecDlg::finish()
 {
-    if (m_edit) setRunning(false);
+    if (!m_edit) return;
+    bool const hadFocus = focusWidget() == m_stopButton;
+    setRunning(false);
+    if (hadFocus) m_startButton->setFocus();
 }
 
 void UEditSpecDlg::setProgress(int points)
