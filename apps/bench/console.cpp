@@ -45,15 +45,15 @@ Console::Console(QObject* parent)
     connect(m_scan, &Scan::failed, this, [this](const QString& text, bool started) {
         tell((started ? tr("The scan has ended: %1") : tr("the scan could not start: %1")).arg(text), true);
         askForAcquisition();
-        endLinkIfLeaving();
+        onScanEnded();
     });
     connect(m_scan, &Scan::stopFailed, this, [this](const QString& text) {
         tell(text, true);
-        endLinkIfLeaving();
+        onScanEnded();
     });
     connect(m_scan, &Scan::stopped, this, [this] {
         tell(tr("The scan was stopped"), false);
-        endLinkIfLeaving();
+        onScanEnded();
     });
     m_leaveTimer.setSingleShot(true);
     m_leaveTimer.setInterval(stopMilliseconds);
@@ -89,17 +89,29 @@ void Console::connectTo(const QString& host, int port)
 void Console::disconnectFrom()
 {
     if (m_leaveTimer.isActive()) return;
-    if (m_scan->isIdle()) {
-        endLink();
-        return;
-    }
+    m_holds = 0;
+    m_scanStops = !m_scan->isIdle();
     m_leaveTimer.start();
-    m_scan->stop();
+    emit leaving();
+    if (m_scanStops) m_scan->stop();
+    endLinkIfLeaving();
+}
+
+void Console::release()
+{
+    --m_holds;
+    endLinkIfLeaving();
 }
 
 void Console::endLinkIfLeaving()
 {
-    if (m_leaveTimer.isActive()) endLink();
+    if (m_leaveTimer.isActive() && m_holds <= 0 && !m_scanStops) endLink();
+}
+
+void Console::onScanEnded()
+{
+    m_scanStops = false;
+    endLinkIfLeaving();
 }
 
 void Console::endLink()

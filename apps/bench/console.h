@@ -27,9 +27,12 @@ public:
     Scan* scan() const { return m_scan; }
 
     void connectTo(const QString& host, int port);
-    /// Ends the link. A running scan is stopped before: the link then ends when the controller has answered,
-    /// or after `stopMilliseconds` without an answer.
+    /// Ends the link. A running scan is stopped before, and who hears `leaving` may do more: the link then
+    /// ends when the controller has answered, or after `stopMilliseconds` without an answer.
     void disconnectFrom();
+    /// During `leaving`: the link is to stay until `release`, called once for each.
+    void hold() { ++m_holds; }
+    void release();
     static constexpr int stopMilliseconds = 1000;
     /// Connected, and the controller has said where its positions begin: scans can start.
     bool isReady() const { return m_ready; }
@@ -61,6 +64,8 @@ public:
 
 signals:
     void readyChanged(bool ready);
+    /// The link is about to end.
+    void leaving();
     /// The controller goes on, or no longer goes on, with what is no scan of this console.
     void stillAcquiringChanged();
     /// A frame is whole; `lastFrame` returns it.
@@ -74,6 +79,7 @@ private:
     void onLinkState();
     void endLink();
     void endLinkIfLeaving();
+    void onScanEnded();
     void askForAcquisition();
     void setStillAcquiring(bool acquiring);
     void watch();
@@ -93,7 +99,9 @@ private:
     int m_stopRequest = 0;        ///< of the request to stop what is no scan of ours
     bool m_positionKnown = false;
     bool m_stillAcquiring = false;
-    QTimer m_leaveTimer; ///< active: the link ends when the scan has stopped, at the latest then
+    int m_holds = 0;          ///< until the link may end
+    bool m_scanStops = false; ///< the link ends after it
+    QTimer m_leaveTimer;      ///< active: the link ends when the scan has stopped, at the latest then
     QTimer m_watchTimer;
     qint64 m_arrived = 0;      ///< telegrams from the controller
     qint64 m_arrivedThen = -1; ///< when they were last looked at

@@ -29,8 +29,15 @@ GaugeBar::GaugeBar(char prefix, const QString& unit, QWidget* parent)
 
 void GaugeBar::setReading(int raw)
 {
-    if (raw == m_reading) return;
+    if (m_hasReading && raw == m_reading) return;
     m_reading = raw;
+    m_hasReading = true;
+    update();
+}
+
+void GaugeBar::clearReading()
+{
+    m_hasReading = false;
     update();
 }
 
@@ -48,7 +55,12 @@ void GaugeBar::setAlarm(int raw)
 
 bool GaugeBar::isAlarmed() const
 {
-    return std::abs(double(m_reading)) > m_alarm;
+    return m_hasReading && std::abs(double(m_reading)) > m_alarm;
+}
+
+bool GaugeBar::isBeyondScale() const
+{
+    return m_hasReading && std::abs(double(m_reading)) > m_fullScale;
 }
 
 int GaugeBar::markLength(QString* text) const
@@ -100,7 +112,7 @@ void GaugeBar::paintEvent(QPaintEvent*)
     painter.fillRect(frame, palette().base());
 
     const double zero = place(0);
-    const double end = place(m_reading);
+    const double end = m_hasReading ? place(m_reading) : zero;
     const QRectF bar(std::min(zero, end), top, std::abs(end - zero), barHeight);
     painter.fillRect(bar, isAlarmed() ? colours.second : colours.first);
 

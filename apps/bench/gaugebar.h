@@ -21,11 +21,15 @@ public:
     GaugeBar(char prefix, const QString& unit, QWidget* parent = nullptr);
 
     void setReading(int raw);
+    /// No bar, and no alarm, until the next reading; so at first.
+    void clearReading();
     /// From zero to either end; below 1 counts as 1.
     void setFullScale(int raw);
     /// Readings of a larger magnitude are an alarm.
     void setAlarm(int raw);
     bool isAlarmed() const;
+    /// The bar's end is not where the reading is.
+    bool isBeyondScale() const;
 
     /// The length of the mark in pixels, and what it stands for.
     int markLength() const;
@@ -44,6 +48,7 @@ private:
     const char m_prefix;
     const QString m_unit;
     int m_reading = 0;
+    bool m_hasReading = false;
     int m_fullScale = 1;
     int m_alarm = 0;
 };

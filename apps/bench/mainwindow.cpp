@@ -26,6 +26,7 @@
 #include <QVBoxLayout>
 #include <QWindow>
 #include <vorelutil/frames/framebuffer.h>
+#include <vorelutil/widgets/unitedit.h>
 
 namespace bench {
 
@@ -62,10 +63,13 @@ MainWindow::MainWindow(Console* console, Simulator* simulator, QWidget* parent)
     , m_gate([this] { repaintPlots(); })
 {
     setWindowTitle(tr("vorelbench"));
-    m_log = new LogView(this);
-    m_values = new ValuePanel(console, simulator, this);
+    // Made in the order in which Tab goes.
+    QWidget* const linkRow = makeLinkRow();
     m_pages = new QTabWidget(this);
-    m_pages->addTab(makeScanPage(), tr("Scan"));
+    QWidget* const scanPage = makeScanPage();
+    m_values = new ValuePanel(console, simulator, this);
+    m_log = new LogView(this);
+    m_pages->addTab(scanPage, tr("Scan"));
     m_pages->addTab(m_values, tr("Values"));
     auto* parts = new QSplitter(Qt::Vertical, this);
     parts->addWidget(m_pages);
@@ -77,7 +81,7 @@ MainWindow::MainWindow(Console* console, Simulator* simulator, QWidget* parent)
 
     auto* centre = new QWidget(this);
     auto* layout = new QVBoxLayout(centre);
-    layout->addWidget(makeLinkRow());
+    layout->addWidget(linkRow);
     layout->addWidget(parts, 1);
     setCentralWidget(centre);
     makeStatusBar();
@@ -236,6 +240,9 @@ void MainWindow::connectSignals()
     connect(m_console, &Console::message, this, &MainWindow::showMessage);
     connect(m_console, &Console::overcome, this, [this](const QString& text) {
         if (m_message->text() == text) showMessage(QString(), false);
+    });
+    connect(m_pages, &QTabWidget::currentChanged, this, [this] {
+        if (m_pages->currentWidget() == m_values) m_values->field(controller::outputVoltage)->setFocus();
     });
     connect(&m_textTimer, &QTimer::timeout, this, &MainWindow::updateScanText);
     m_textTimer.start(textMilliseconds);

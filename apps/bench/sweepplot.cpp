@@ -3,12 +3,14 @@
 #include "plotstyle.h"
 
 #include <algorithm>
+#include <cmath>
 #include <QEvent>
 #include <qwt_legend.h>
 #include <qwt_plot_curve.h>
 #include <qwt_plot_grid.h>
 #include <qwt_plot_layout.h>
 #include <qwt_symbol.h>
+#include <tuple>
 
 namespace bench {
 
@@ -54,10 +56,12 @@ void SweepPlot::applyColours()
     applyPlotStyle(this);
     const PlotColours colours = plotColours(palette());
     m_grid->setPen(colours.grid, 0.0);
-    for (const auto& [curve, colour] :
-         {std::pair(m_forward, colours.first), std::pair(m_backward, colours.second)}) {
+    // The way back is hollow, for who does not tell the colours apart.
+    for (const auto& [curve, colour, fill, size] :
+         {std::tuple(m_forward, colours.first, colours.first, 4),
+          std::tuple(m_backward, colours.second, palette().color(QPalette::Base), 6)}) {
         curve->setPen(colour, 1.3);
-        curve->setSymbol(new QwtSymbol(QwtSymbol::Ellipse, colour, QPen(colour), QSize(4, 4)));
+        curve->setSymbol(new QwtSymbol(QwtSymbol::Ellipse, fill, QPen(colour), QSize(size, size)));
     }
 }
 
@@ -67,10 +71,10 @@ void SweepPlot::clear(double start, double end)
     m_backwardPoints.clear();
     m_forward->setSamples(m_forwardPoints);
     m_backward->setSamples(m_backwardPoints);
-    const double low = std::min(start, end);
-    const double high = std::max(start, end);
-    setAxisScale(xBottom, low, high > low ? high : low + 1);
-    setAxisScale(yLeft, low, high > low ? high : low + 1);
+    const double span = std::abs(end - start);
+    const double margin = span > 0 ? span * 0.05 : 1;
+    for (const int axis : {int(xBottom), int(yLeft)})
+        setAxisScale(axis, std::min(start, end) - margin, std::max(start, end) + margin);
     replot();
 }
 
@@ -79,7 +83,6 @@ void SweepPlot::add(double set, double readBack, bool backward)
     (backward ? m_backwardPoints : m_forwardPoints).append(QPointF(set, readBack));
     m_forward->setSamples(m_forwardPoints);
     m_backward->setSamples(m_backwardPoints);
-    setAxisAutoScale(yLeft, true);
     replot();
 }
 

@@ -17,7 +17,7 @@ public:
     explicit SweepPlot(QWidget* parent = nullptr);
     ~SweepPlot() override;
 
-    /// An empty plot, from one end of the sweep to the other, in V.
+    /// An empty plot, both axes from one end of the sweep to the other and a little beyond, in V.
     void clear(double start, double end);
     void add(double set, double readBack, bool backward);
     int pointCount() const { return m_forwardPoints.size() + m_backwardPoints.size(); }

@@ -2,6 +2,7 @@
 
 #include <QElapsedTimer>
 #include <QObject>
+#include <QSet>
 
 class UEditSpec;
 
@@ -9,10 +10,11 @@ namespace bench {
 
 class ValueRoad;
 
-/// Follows a field's sweeps and says how they end.
+/// Sends what a field's sweeps tell the controller, follows them, and says how they end.
 ///
-/// A sweep stops by itself when a point is not confirmed in time, and does not say so; what stopped it is
-/// seen from the outside: a point without an answer, refused, or answered with another value.
+/// None goes on without a link. A sweep stops by itself when a point is not confirmed in time, and does not
+/// say so; what stopped it is seen from the outside: a point without an answer, refused, or answered with
+/// another value.
 class SweepWatch : public QObject
 {
     Q_OBJECT
@@ -42,22 +44,30 @@ private:
     };
 
     bool isConfirmed() const;
-    void onTelegram(int address, int value);
+    void onTelegram(bool set, int address, int index, int value);
+    void onAcknowledged(int number, int reason);
+    void onLinkState();
+    void tellUntaken(const QString& reason);
     void onAnswered(int address, int reason, int value, int milliseconds, bool isLast);
     void look();
     QString whyStopped() const;
 
     UEditSpec* m_field;
+    ValueRoad* m_road;
     const int m_address;
     bool m_running = false;
     bool m_late = false; ///< the last sweep stopped before its point was answered
     int m_steps = 0;     ///< in one direction
     bool m_bothWays = false;
     int m_point = 0; ///< that was sent last, from 0 on
+    int m_done = 0;  ///< points that were confirmed
     int m_target = 0;
     Answer m_answer = Answer::None;
     int m_answered = 0; ///< value of the answer
     QElapsedTimer m_sincePoint;
+    QSet<int> m_telegrams;  ///< unanswered ones about the sweep, by number
+    bool m_untaken = false; ///< it was told that the controller does not take them
+    QString m_withoutLink;  ///< why a sweep was stopped: what the link said; null: something else
 };
 
 } // namespace bench

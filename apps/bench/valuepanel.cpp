@@ -6,6 +6,7 @@
 #include "gaugebar.h"
 #include "sweepplot.h"
 #include "sweepwatch.h"
+#include "theme.h"
 #include "ticaxis.h"
 #include "valueroad.h"
 
@@ -108,7 +109,23 @@ ValuePanel::ValuePanel(Console* console, Simulator* simulator, QWidget* parent)
     applyColours();
     connect(m_road, &ValueRoad::message, console, &Console::tell);
     connect(m_road, &ValueRoad::overcome, console, &Console::overcome);
+    connect(m_road, &ValueRoad::shown, this, &ValuePanel::keepSteps);
+    connect(m_road, &ValueRoad::answered, this, [this](int address, int, int, int, bool isLast) {
+        if (!m_holdsLink || !isLast || address != controller::outputVoltage) return;
+        m_holdsLink = false;
+        m_console->release();
+    });
     connect(m_sweepWatch, &SweepWatch::message, console, &Console::tell);
+    connect(m_sweepWatch, &SweepWatch::started, m_road,
+            [this] { m_road->reserve(controller::outputVoltage, m_sweepField); });
+    connect(m_sweepWatch, &SweepWatch::ended, m_road,
+            [this] { m_road->reserve(controller::outputVoltage, nullptr); });
+    connect(console, &Console::leaving, this, &ValuePanel::leave);
+    connect(console->link(), &ControllerLink::stateChanged, this, [this](ControllerLink::State state) {
+        if (state == ControllerLink::Connected) return;
+        m_gauge->clearReading();
+        showAlarm();
+    });
     connect(console->link(), &ControllerLink::told, this, [this](const controller::TelegramView& telegram) {
         if (telegram.type == controller::typeTell && telegram.address == controller::voltageReadBack &&
             telegram.wordCount > 0)
@@ -130,12 +147,10 @@ QWidget* ValuePanel::makeValueGroup()
     // What the attenuator does: 80 dB x / (x + 4095), 0 to 40 dB.
     addField(form, controller::attenuator, tr("&Attenuation"))
         ->setFormulas(QStringLiteral("/(*(80,x),+(x,4095))"), QStringLiteral("/(*(4095,x),-(80,x))"));
-    UnitEdit* counter = addField(form, controller::counter, tr("Counter"));
+    UnitEdit* counter = addField(form, controller::counter, tr("Counter"), false);
     counter->setInputUnsigned(true);
-    counter->setEnabled(false);
     m_road->askAgain(controller::counter);
-    UnitEdit* readBack = addField(form, controller::voltageReadBack, tr("Read-back"));
-    readBack->setEnabled(false);
+    UnitEdit* readBack = addField(form, controller::voltageReadBack, tr("Read-back"), false);
     readBack->setAverageLength(readBacksShown);
     readBack->setToolTip(tr("Mean of %1 values").arg(readBacksShown));
 
@@ -151,22 +166,22 @@ QWidget* ValuePanel::makeValueGroup()
     return group;
 }
 
-UnitEdit* ValuePanel::addField(QFormLayout* form, int address, const QString& label)
+UnitEdit* ValuePanel::addField(QFormLayout* form, int address, const QString& label, bool isEntry)
 {
     const Format& format = formatOf(address);
     auto* field =
         new UnitEdit(this, format.dfltInputPf, &m_selectOnFocus, false, QString::fromUtf8(format.group));
     configure(field, format);
     form->addRow(label, field);
-    bind(address, field, label);
+    bind(address, field, label, isEntry);
     return field;
 }
 
-void ValuePanel::bind(int address, UnitEdit* field, const QString& label)
+void ValuePanel::bind(int address, UnitEdit* field, const QString& label, bool isEntry)
 {
     const QString name = QString(label).remove(QLatin1Char('&'));
     field->setAccessibleName(name);
-    m_road->bind(address, field, name);
+    m_road->bind(address, field, name, isEntry);
     m_fields.append({address, field});
 }
 
@@ -180,9 +195,31 @@ UnitEdit* ValuePanel::field(int address) const
 /// The members of a group take each other's step settings over.
 void ValuePanel::shareSteps()
 {
-    for (const auto& [from, sender] : qAsConst(m_fields))
+    for (const auto& [from, sender] : qAsConst(m_fields)) {
+        connect(sender, &UnitEdit::stepChanged, this,
+                [this](const QString& group, bool useRel, int relStep, double absStep) {
+                    m_steps.insert(group, {useRel, relStep, absStep});
+                });
         for (const auto& [to, receiver] : qAsConst(m_fields))
             if (sender != receiver) connect(sender, &UnitEdit::stepChanged, receiver, &UnitEdit::changeStep);
+    }
+}
+
+/// A value makes the absolute step of a field that was only told one what it was at first.
+void ValuePanel::keepSteps(UnitEdit* field)
+{
+    const QString group = field->groupName();
+    const auto steps = m_steps.constFind(group);
+    if (steps != m_steps.constEnd()) field->changeStep(group, steps->useRel, steps->relStep, steps->absStep);
+}
+
+/// A sweep ends before the link, and the controller has the value from before it.
+void ValuePanel::leave()
+{
+    if (!m_sweepField->isRunning()) return;
+    m_sweepField->stop();
+    m_holdsLink = m_road->isWaiting(controller::outputVoltage);
+    if (m_holdsLink) m_console->hold();
 }
 
 QWidget* ValuePanel::makeGaugeGroup()
@@ -229,14 +266,7 @@ QWidget* ValuePanel::makeSweepGroup()
     m_sweepField =
         new UEditSpec(group, format.dfltInputPf, &m_selectOnFocus, false, QString::fromUtf8(format.group));
     configure(m_sweepField, format);
-    bind(controller::outputVoltage, m_sweepField, name);
-    connect(m_sweepField, &UEditSpec::sendTel, m_console->link(),
-            [this](bool set, int address, int index, int value) {
-                if (set)
-                    m_console->link()->set(address, value, index);
-                else
-                    m_console->link()->get(address, index);
-            });
+    bind(controller::outputVoltage, m_sweepField, name, true);
     m_sweepWatch = new SweepWatch(m_sweepField, m_road, controller::outputVoltage, this);
     m_sweepPlot = new SweepPlot(group);
     connect(m_sweepWatch, &SweepWatch::started, m_sweepPlot, [this] {
@@ -318,6 +348,7 @@ void ValuePanel::applyScale()
     m_gauge->setFullScale(int(std::lround(full * 1000)));
     m_gauge->setAlarm(int(std::lround(m_alarm->getNumber() * 1000)));
     m_axis->setRange(-full, full);
+    showAlarm();
     m_storedScale.setValue(full);
     m_storedAlarm.setValue(m_alarm->getNumber());
 }
@@ -325,7 +356,15 @@ void ValuePanel::applyScale()
 void ValuePanel::showReadBack(int raw)
 {
     m_gauge->setReading(raw);
-    m_alarmText->setText(m_gauge->isAlarmed() ? tr("Alarm") : QString());
+    showAlarm();
+}
+
+void ValuePanel::showAlarm()
+{
+    QStringList texts;
+    if (m_gauge->isAlarmed()) texts += tr("Alarm");
+    if (m_gauge->isBeyondScale()) texts += tr("beyond the scale");
+    m_alarmText->setText(texts.join(QStringLiteral(", ")));
 }
 
 /// What is read at a point is taken before the next one is set: requests are answered in their order.
@@ -350,6 +389,10 @@ void ValuePanel::applyColours()
     for (const auto& [address, field] : qAsConst(m_fields)) field->setDefaultColor(base);
     for (DblEdit* field : {m_fullScale, m_alarm})
         if (field != nullptr) field->setDefaultColor(base);
+    if (m_alarmText == nullptr) return;
+    QPalette colours = palette();
+    colours.setColor(QPalette::WindowText, problemColour(colours));
+    m_alarmText->setPalette(colours);
 }
 
 } // namespace bench

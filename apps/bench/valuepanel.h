@@ -52,17 +52,28 @@ private:
     QWidget* makeGaugeGroup();
     QWidget* makeSweepGroup();
     QWidget* makeSimulatorGroup(Simulator* simulator);
-    UnitEdit* addField(QFormLayout* form, int address, const QString& label);
-    void bind(int address, UnitEdit* field, const QString& label);
+    UnitEdit* addField(QFormLayout* form, int address, const QString& label, bool isEntry = true);
+    void bind(int address, UnitEdit* field, const QString& label, bool isEntry);
     void shareSteps();
+    void keepSteps(UnitEdit* field);
+    void leave();
     void applyColours();
     void applyScale();
     void showReadBack(int raw);
+    void showAlarm();
     void plotReadBack(int number, int reason, int raw);
 
     Console* m_console;
     ValueRoad* m_road;
+    struct Steps
+    {
+        bool useRel;
+        int relStep;
+        double absStep;
+    };
     QVector<QPair<int, UnitEdit*>> m_fields; ///< with their addresses
+    QHash<QString, Steps> m_steps;           ///< told last in a group
+    bool m_holdsLink = false;                ///< until the end of a sweep is confirmed
     bool m_selectOnFocus = true;             ///< the fields look at it
     QCheckBox* m_selectBox = nullptr;
     GaugeBar* m_gauge = nullptr;

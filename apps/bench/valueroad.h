@@ -24,6 +24,11 @@ namespace bench {
 /// controller has then, so that a refused value gives way to the one that holds. When no answer can come (no
 /// link, a link that is lost, nothing within `answerMilliseconds`), the field returns to the last value that
 /// the controller said, and is empty when it never said one. Whatever went wrong is told through `message`.
+/// A field can be entered only while a link stands over which the controller has said its value.
+///
+/// An idle field that differs from what the controller said last, with nothing under way, is what the user
+/// asked for: values that come while one types are kept back, and the text that is then committed may be the
+/// field's former value, which no field announces. Such a value goes out as a "SET", too.
 ///
 /// While a "SET" is under way, other values of its address are remembered and not shown: the answer, which
 /// follows them, decides; of several "SET"s the last one's. GUI thread only.
@@ -41,10 +46,20 @@ public:
 
     /// Binds a field to an address; several fields may share one. `name` is what messages call it, of the
     /// first field that is bound. The field may be destroyed at any time.
-    void bind(int address, UnitEdit* field, const QString& name);
+    /// `isEntry` false: the field is for display, and stays disabled.
+    void bind(int address, UnitEdit* field, const QString& name, bool isEntry = true);
 
     /// Asks for the value every `askMilliseconds`, as it is not told. After `bind`.
     void askAgain(int address);
+
+    /// Only this one of the address's fields can be entered; null: all of them.
+    void reserve(int address, const UnitEdit* field);
+
+    /// A "SET" of the address is under way.
+    bool isWaiting(int address) const;
+    /// The controller has said the value over the present link.
+    bool isFresh(int address) const;
+    ControllerLink* link() const { return m_link; }
 
 signals:
     /// Something for the operator to read.
@@ -54,6 +69,8 @@ signals:
     /// A "SET" of a bound address was answered, after so many milliseconds. `isLast`: none was sent since.
     /// Emitted before the fields have the value, and so before a sweep sends its next one.
     void answered(int address, int reason, int value, int milliseconds, bool isLast);
+    /// A field was given the controller's value.
+    void shown(UnitEdit* field);
 
 private:
     struct Way;
@@ -66,9 +83,13 @@ private:
 
     Way* find(int address) const;
     void ask(Way* way);
+    void look();
+    void closeGap(Way* way);
+    void allow(Way* way);
+    void told(Way* way, int value);
     void send(Way* way, int value);
     void show(Way* way);
-    void giveUp(Way* way, const QString& reason);
+    void giveUp(Way* way, const QString& text);
     void complain(Way* way, const QString& text);
     void onLinkState();
     void onAcknowledged(int number, int reason, int value);
@@ -78,6 +99,7 @@ private:
     std::vector<std::unique_ptr<Way>> m_ways;
     QHash<int, Request> m_requests; ///< unanswered ones by number
     QTimer m_askTimer;
+    QTimer m_lookTimer;
 };
 
 } // namespace bench
