@@ -117,6 +117,12 @@ TEST_F(Sweep, IsStoppedStartedAnewAndDestroyedByItsSlots)
 {
     answer = [this](int) { field->stop(); };
     EXPECT_EQ(run(0, 100, 5, false), "1071=0 1072=100000000 1073=5 1074=637 1075=0 0 7");
+    answer = [this](int v) { if (v != 7) confirm(v); }; // the value before is not set yet when it starts anew
+    run(0, 100, 5, false, 10000);
+    for (int i = 0; i < 2; ++i) { field->stop(); field->run(); }
+    field->stop();
+    EXPECT_EQ(std::exchange(log, {}).last(), "7");
+    field->setValue(7);
     std::string const start = "1071=0 1072=1000000000 1073=2 1074=636 1075=0 0", all = start + " 1070=0 1 1070=1 7";
     int points = 0; // started anew at the second, and by the end of the sweep; and the pause is longer than the wait
     answer = [&](int v) { ++points == 2 || points == 5 ? field->run() : confirm(v); };
