@@ -100,6 +100,8 @@ TEST(UnitEdit, TakesOverValuesAndSettings)
         {"beyond it, or forced", DO(e.setTolerance(0.01); e.setValue(1011, false); EXPECT_EQ(e.text(), "1.011 V"); e.setValue(1012, false); e.updateDisplay(true)), idle, "1.012 V", 1012},
         {"NaN is beyond it",     DO(e.setTolerance(0.01); e.setFormulas("(", "")),           idle, "nan V", 1000},
         {"mean of every four",   DO(e.setAverageLength(4); e.setValue(5, false); EXPECT_EQ(e.text(), "5 mV"); e.setDisabled(true); for (int v : {9, 9, 9, 9, -1, -2, -2, -2, 9}) e.setValue(v, false)), idle, "-1 mV", -1},
+        {"mean, unsigned on and off", DO(e.setAverageLength(2); e.setDisabled(true); e.setInputUnsigned(true); e.setValue(-1, false); e.setInputUnsigned(false); e.setValue(INT_MAX, false); EXPECT_EQ(e.getValue(), -1073741825); e.setValue(-3, false); e.setInputUnsigned(true); e.setValue(1, false)), idle, "4.295 MV", -1},
+        {"no such setting",      DO(e.setResolution(-1); e.setOutputPrefixSelection(static_cast<UnitEdit::OutputPfSelect>(3)); EXPECT_TRUE(e.resolution() == 4 && e.outputPrefixSelection() == UnitEdit::PfDynamic)), idle, "1 V", 1000},
         {"unsigned mean",        DO(e.setInputUnsigned(true); e.setAverageLength(2); e.setDisabled(true); for (int v : {INT_MAX, INT_MIN + 2}) e.setValue(v, false)), idle, "2.147 MV", INT_MIN},
         {"cursor stays",         DO(e.setCursorPosition(1); e.setValue(2500, false); EXPECT_EQ(e.cursorPosition(), 1)), idle, "2.5 V", 2500},
         {"configured prefix",    DO(e.type("5 V"); e.commit(); e.setValue(0, false)),        idle, "0 mV", 0, {5000}},
@@ -266,7 +268,7 @@ TEST(StepDialog, SetsTheStepByKeysAlone)
     EXPECT_TRUE(buttons.at(1)->isChecked() && spin->isEnabled() && !text->isEnabled());
     QTest::keyClick(buttons.at(1), Qt::Key_Down);
     EXPECT_TRUE(buttons.at(0)->isChecked() && !spin->isEnabled() && text->isEnabled());
-    EXPECT_TRUE(enter("2 x"));
+    EXPECT_TRUE(enter("2 x") && !buttons.at(2)->isEnabled());
     edit.changeStep("volts", false, 10, 2);
     EXPECT_FALSE(enter("3")); // volts, as it was shown, not milli, as in the field
     EXPECT_TRUE(dialog->result() == QDialog::Accepted && text->text() == "3 V");
