@@ -121,10 +121,19 @@ void LogView::readMore()
                                [](const QString& line) { return lineKind(line) == Line::Periodic; }),
                 lines.end());
     if (lines.isEmpty()) return;
-    // Whoever has scrolled up to read stays there; appendPlainText follows only from the bottom.
+    // Whoever has scrolled up to read stays there.
     const int column = horizontalScrollBar()->value();
+    m_follows = verticalScrollBar()->value() == verticalScrollBar()->maximum();
     appendPlainText(lines.join(QLatin1Char('\n')));
     horizontalScrollBar()->setValue(column);
+    if (m_follows) verticalScrollBar()->setValue(verticalScrollBar()->maximum());
+}
+
+/// A long line brings a scroll bar, which takes room from the end.
+void LogView::resizeEvent(QResizeEvent* event)
+{
+    QPlainTextEdit::resizeEvent(event);
+    if (m_follows) verticalScrollBar()->setValue(verticalScrollBar()->maximum());
 }
 
 void LogView::changeEvent(QEvent* event)

@@ -32,11 +32,13 @@ public slots:
 
 protected:
     void changeEvent(QEvent* event) override;
+    void resizeEvent(QResizeEvent* event) override;
 
 private:
     class Highlighter;
 
     Highlighter* m_highlighter;
+    bool m_follows = true; ///< the end is shown, and is to stay so
     QFile m_file;
     QTimer m_timer;
     QByteArray m_partial; ///< the beginning of a line whose end is not written yet

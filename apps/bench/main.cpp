@@ -28,6 +28,14 @@ int complain(const QString& text)
     return 1;
 }
 
+/// What the store says, as the log and the message line write it: without the point at the end.
+QString problemOf(const SettingsStore& store)
+{
+    QString text = store.errorText();
+    if (text.endsWith(QLatin1Char('.'))) text.chop(1);
+    return text;
+}
+
 // Qt ends the process with a core dump where there is no display.
 bool hasDisplay()
 {
@@ -135,18 +143,18 @@ int main(int argc, char** argv)
     window.followLog(trace.currentFile());
     QObject::connect(&trace, &bench::TraceFiles::fileChanged, &window, &bench::MainWindow::followLog);
     SettingsStore store(settingsFile(options), lockMilliseconds);
-    if (!store.load() || !store.errorText().isEmpty()) console.tell(store.errorText(), true);
+    if (!store.load() || !store.errorText().isEmpty()) console.tell(problemOf(store), true);
     store.offer();
     window.show();
 
     StopSignal stop;
     if (options.headless) {
         const int code = runHeadless(&console, &window, options, &stop);
-        return saveAtLast(&store) ? code : complain(store.errorText());
+        return saveAtLast(&store) ? code : complain(problemOf(store));
     }
     QString failure; // told once
     const auto save = [&] {
-        if (!store.save() && failure != store.errorText()) console.tell(store.errorText(), true);
+        if (!store.save() && failure != store.errorText()) console.tell(problemOf(store), true);
         failure = store.errorText();
     };
     QTimer saving;
@@ -155,5 +163,5 @@ int main(int argc, char** argv)
     QObject::connect(&stop, &StopSignal::received, &window, &QWidget::close);
     console.connectTo(options.host, options.port);
     const int code = QApplication::exec();
-    return saveAtLast(&store) ? code : complain(store.errorText());
+    return saveAtLast(&store) ? code : complain(problemOf(store));
 }

@@ -20,7 +20,9 @@
 #include <QPushButton>
 #include <QVBoxLayout>
 #include <vorelutil/widgets/dbledit.h>
+#include <vorelutil/widgets/inputnormaliser.h>
 #include <vorelutil/widgets/ueditspec.h>
+#include <vorelutil/widgets/wheelguard.h>
 
 namespace bench {
 
@@ -105,6 +107,10 @@ ValuePanel::ValuePanel(Console* console, Simulator* simulator, QWidget* parent)
     layout->addLayout(left);
     layout->addLayout(right, 1);
 
+    // A wheel that passes over a field must not set a voltage.
+    new WheelGuard(this);
+    for (const auto& [address, field] : m_fields) new InputNormaliser(field);
+    for (DblEdit* field : {m_fullScale, m_alarm}) new InputNormaliser(field);
     shareSteps();
     applyColours();
     connect(m_road, &ValueRoad::message, console, &Console::tell);

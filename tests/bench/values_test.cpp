@@ -180,7 +180,7 @@ TEST_F(Panel, TakesPhysicalValuesIntoRawOnes)
     constexpr int least = -2147483647 - 1;
     // clang-format off
     for (const auto& [address, text, raw, shown] : {
-             Row{0x21, "10 V", 10000, "10 V"}, Row{0x22, "12.345678 MHz", 12345678, "12.345678 MHz"},
+             Row{0x21, "2,5 V", 2500, "2.5 V"}, Row{0x21, "10 V", 10000, "10 V"}, Row{0x22, "12.345678 MHz", 12345678, "12.345678 MHz"},
              Row{0x23, "1:01:01 h", 3661000, "01:01:01 h"}, Row{0x23, "59999", 59999, "59.999 s"},
              Row{0x24, "-2147483648", least, "-2147483648 pm"}, Row{0x24, "1 um", 1000000, "1000000 pm"},
              Row{0x25, "40 dB", 4095, "40 dB"}, Row{0x25, "20", 1365, "20 dB"}, Row{0x25, "0", 0, "0 dB"}}) {
@@ -200,6 +200,9 @@ TEST_F(Panel, TakesPhysicalValuesIntoRawOnes)
         wait([this] { return panel.field(0x26)->text().section(' ', 0, 0).toLongLong() > 2147483647; }));
     EXPECT_TRUE(wait([this] { return qAbs(panel.field(0x27)->getValue() - 10000) <= 5; })); // a mean
     EXPECT_FALSE(panel.field(0x26)->isEnabled() || panel.field(0x27)->isEnabled());
+    QWheelEvent passing({1, 1}, {1, 1}, {}, {0, 120}, Qt::NoButton, {}, {}, false);
+    QApplication::sendEvent(panel.field(0x23), &passing);
+    EXPECT_EQ(panel.field(0x23)->text(), "59.999 s"); // a wheel that passes over it
 }
 
 TEST_F(Panel, SharesStepsInAGroupAndTakesStoredSettings)
