@@ -347,12 +347,12 @@ public slots:
     /// below raw 0 counts as 0). The value stays. Limits are judged while the user types, not here.
     void commit();
 
-    /// Drops what was typed and shows the program's last value, as Escape does. Kept: a field that waits shows
-    /// the value that it announced, idle, before anybody confirmed it.
+    /// Drops what was typed and shows the program's last value, as Escape does. Kept: a field that waits
+    /// shows the value that it announced, idle, before anybody confirmed it.
     void restore();
 
-    /// Steps the number up (`steps` > 0) or down; whether it was possible. Does not when the text is no number,
-    /// or the result cannot be represented or is beyond the limits.
+    /// Steps the number up (`steps` > 0) or down; whether it was possible. Does not when the text is no
+    /// number, or the result cannot be represented or is beyond the limits.
     ///
     /// A relative step up and one down lead back to the start. A step is at least one raw step, and at least
     /// one in the last digit shown; a result smaller than that digit is zero. The text changes at once, the
