@@ -18,9 +18,9 @@
 
 namespace {
 
-constexpr int saveMilliseconds = 5000; ///< settings that changed are saved after so long at the latest
-constexpr int lockMilliseconds = 50;   ///< that a save waits for another process; the window stands still
-constexpr int lastSaves = 60;          ///< tried at the end: 3 s for another process
+constexpr int saveMilliseconds = 5000;     ///< settings that changed are saved after so long at the latest
+constexpr int lockMilliseconds = 50;       ///< that a save waits for another process; the window stands still
+constexpr int lastLockMilliseconds = 3000; ///< the same at the end, when nobody looks
 
 int complain(const QString& text)
 {
@@ -56,14 +56,6 @@ QString settingsFile(const bench::Options& options)
     const QDir folder(QStandardPaths::writableLocation(QStandardPaths::AppConfigLocation));
     folder.mkpath(QStringLiteral("."));
     return folder.filePath(QStringLiteral("settings.ini"));
-}
-
-/// Nothing is lost for another process that saves a little longer.
-bool saveAtLast(SettingsStore* store)
-{
-    for (int i = 1; i < lastSaves; ++i)
-        if (store->save()) return true;
-    return store->save();
 }
 
 int runHeadless(bench::Console* console, bench::MainWindow* window, const bench::Options& options,
@@ -150,7 +142,8 @@ int main(int argc, char** argv)
     StopSignal stop;
     if (options.headless) {
         const int code = runHeadless(&console, &window, options, &stop);
-        return saveAtLast(&store) ? code : complain(problemOf(store));
+        store.setLockWait(lastLockMilliseconds);
+        return store.save() ? code : complain(problemOf(store));
     }
     QString failure; // told once
     const auto save = [&] {
@@ -163,5 +156,6 @@ int main(int argc, char** argv)
     QObject::connect(&stop, &StopSignal::received, &window, &QWidget::close);
     console.connectTo(options.host, options.port);
     const int code = QApplication::exec();
-    return saveAtLast(&store) ? code : complain(problemOf(store));
+    store.setLockWait(lastLockMilliseconds);
+    return store.save() ? code : complain(problemOf(store));
 }

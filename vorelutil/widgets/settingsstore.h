@@ -53,6 +53,10 @@ public:
     /// its lock holds up the others for half a second.
     explicit SettingsStore(const QString& path, int lockWaitMs = 3000);
 
+    /// Changes how long a save waits for another one: short while a window must not stand still, long at the
+    /// end.
+    void setLockWait(int lockWaitMs) { m_lockWaitMs = lockWaitMs; }
+
     /// Reads the file; settings are not touched. True when there are values to offer, which may be none: an
     /// absent file is fine, even beside a backup (who removes it wants to begin anew), and so is an empty one
     /// without a good backup.
@@ -104,7 +108,7 @@ private:
     bool fail(const QString& text);
 
     const QString m_path;
-    const int m_lockWaitMs;
+    int m_lockWaitMs;
     QString m_errorText;
     QHash<Key, QString> m_values; ///< what the file held, as far as this process knows: loaded, then saved
     /// The value from which each setting's next change counts, never null. Shared, as `offer` may outlive the
