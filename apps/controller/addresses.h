@@ -20,7 +20,10 @@ enum Address : std::int32_t
     frameMode = 0x0043,       ///< 2 to 6, as `FrameBuffer` has them
     lineRate = 0x0044,        ///< lines (stream: samples) per second, 1 to 100000
     samplePosition = 0x0045,  ///< position of the next sample, 0 to 2147483647
+    timeStampFormat = 0x0050, ///< a `TimeStampFormat`; not 0: packets are told
+    eventRate = 0x0051,       ///< events per second of the time-stamp stream, 1 to 5000000
     samples = 0x0100,         ///< told: `Ind` = absolute position of the first sample, data = samples
+    packet = 0x0110,          ///< told: `Ind` = the packet's `TimeStampFormat`, data = its words
     sweepPoint = 0x1070,      ///< number of the point that was just set, from 0 on
     sweepStart = 0x1071,      ///< in the scale that `sweepUnit` names, as `sweepEnd`
     sweepEnd = 0x1072,
@@ -35,6 +38,17 @@ enum Acquisition : std::int32_t
     acquisitionArea = 1,
     acquisitionLine = 2,
     acquisitionStream = 3
+};
+
+/// Packet formats of the time-stamp stream; see tdc56.h.
+enum TimeStampFormat : std::int32_t
+{
+    timeStampsOff = 0,
+    timeStamps56 = 1,
+    timeStamps52 = 2,
+    timeStamps52x = 3,
+    timeStamps60 = 4,
+    timeStamps60b = 5
 };
 
 enum TelegramType : std::uint32_t
@@ -67,7 +81,7 @@ enum TraceCategory : int
 {
     categoryRequest = 0x008, ///< "SET", "GET", "DO" and their "ACK"s
     categoryTell = 0x010,    ///< "TELL"s of parameters
-    categorySamples = 0x020, ///< "TELL"s of samples
+    categorySamples = 0x020, ///< "TELL"s of samples and time-stamp packets
 };
 
 /// What raw values stand for. Unit codes as `algoGetBaseUnit` takes them.
@@ -77,7 +91,8 @@ constexpr std::int32_t scanHeight = 75000; ///< pm, distance from the first to t
 constexpr std::int32_t lengthUnit = 0x17C; ///< pm: unit of the lengths
 constexpr std::int32_t sampleUnit = 0x17C; ///< pm: unit of the samples, 1 raw = 1 pm
 constexpr std::int32_t sampleDivisor = 1;
-constexpr std::int32_t stepHeight = 300; ///< pm, one atomic step of the simulated surface
+constexpr std::int32_t clockPeriod = 1000; ///< ps, of the time stamps
+constexpr std::int32_t stepHeight = 300;   ///< pm, one atomic step of the simulated surface
 } // namespace scale
 
 } // namespace controller
