@@ -21,7 +21,7 @@ namespace {
 constexpr int firstEventType = 1000;
 constexpr int lengthSize = 4;
 constexpr int aheadSize = 65536;
-constexpr int directSize = 16384; ///< rests of this size go straight into the ring
+constexpr int directSize = 16384; ///< frames of this size go straight into the ring
 constexpr int roomPollMs = 20;
 constexpr int backOffStepMs = 50;
 constexpr int backOffSteps = 100; ///< 5 s at most
@@ -250,14 +250,15 @@ void IQTcpThread::Core::shutdown()
 }
 
 // Receiving. The frames are cut from m_ahead as if each had been received by itself: room is reserved frame
-// by frame, and only whole frames are committed. A large rest of a frame goes straight into the ring.
+// by frame, and only whole frames are committed. A large frame goes straight into the ring, and after one
+// only the next one's length is read ahead: reading more would copy it twice.
 
 int IQTcpThread::Core::read()
 {
     m_socketError = 0;
     if (m_reading == nullptr) return -1;
     while (m_aheadEnd - m_aheadBegin < lengthSize) {
-        const platform::Transfer transfer = fillAhead();
+        const platform::Transfer transfer = fillAhead(m_large ? lengthSize : aheadSize);
         if (shutdownRequested) return 0;
         if (transfer.count <= 0) return abandoned(transfer, m_aheadEnd - m_aheadBegin);
     }
@@ -270,28 +271,29 @@ int IQTcpThread::Core::read()
     char* const place = reserve(std::int64_t{lengthSize} + length);
     if (place == nullptr) return 0;
     const int total = lengthSize + length;
+    m_large = total >= directSize;
     std::memcpy(place, &length, lengthSize);
     int received = lengthSize + take(place + lengthSize, length);
     while (received < total) {
         const int rest = total - received;
-        const bool direct = rest >= directSize;
-        const platform::Transfer transfer = direct ? m_reading->receive(place + received, rest) : fillAhead();
+        const platform::Transfer transfer =
+            m_large ? m_reading->receive(place + received, rest) : fillAhead(aheadSize);
         if (shutdownRequested) return 0;
         if (transfer.count <= 0) return abandoned(transfer, received);
-        received += direct ? transfer.count : take(place + received, rest);
+        received += m_large ? transfer.count : take(place + received, rest);
     }
     fifo.finishWrite(total);
     return total;
 }
 
-/// Receives what is there, as far as the read-ahead buffer has room.
-platform::Transfer IQTcpThread::Core::fillAhead()
+/// Receives what is there, until the read-ahead buffer holds `size` bytes.
+platform::Transfer IQTcpThread::Core::fillAhead(int size)
 {
     const int kept = m_aheadEnd - m_aheadBegin;
     std::memmove(m_ahead.data(), m_ahead.data() + m_aheadBegin, static_cast<std::size_t>(kept));
     m_aheadBegin = 0;
     m_aheadEnd = kept;
-    const platform::Transfer transfer = m_reading->receive(m_ahead.data() + kept, aheadSize - kept);
+    const platform::Transfer transfer = m_reading->receive(m_ahead.data() + kept, size - kept);
     if (transfer.count > 0) m_aheadEnd += transfer.count;
     return transfer;
 }

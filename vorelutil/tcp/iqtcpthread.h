@@ -138,7 +138,7 @@ private:
     void closeSocket();
     std::string ownerName();
     char* reserve(std::int64_t total);
-    platform::Transfer fillAhead();
+    platform::Transfer fillAhead(int size);
     int take(char* target, int wanted);
     int abandoned(const platform::Transfer& transfer, int received);
 
@@ -150,4 +150,5 @@ private:
     std::vector<char> m_ahead;                   ///< read-ahead: one recv serves many small frames
     int m_aheadBegin = 0;
     int m_aheadEnd = 0;
+    bool m_large = false; ///< the last frame went straight into the ring
 };
