@@ -10,8 +10,10 @@ namespace timestamps {
 /// Start-stop histogram: how many stops came how long after the latest start at or before them.
 ///
 /// A stop counts once, in bin floor((stop - start) / width); beyond the last bin it is dropped and counted as
-/// such. At equal times the start comes first. Events may come out of order within `window` events; later
-/// ones are still counted against the starts remembered, or as `late`.
+/// such. At equal times the start comes first. Starts and stops may come out of order within `window` of
+/// them; later ones are still counted against the starts remembered (the last `window`), or as `late`.
+///
+/// Memory does not grow with the events. One thread at a time.
 class StartStopHistogram
 {
 public:
@@ -27,13 +29,37 @@ public:
     /// Begins anew with the same settings.
     void clear();
 
-    /// Counts by bin, of what is settled.
-    const std::vector<std::uint64_t>& counts() const;
-    std::uint64_t starts() const;
-    std::uint64_t stops() const;        ///< all, whatever became of them
-    std::uint64_t beyond() const;       ///< stops beyond the last bin
-    std::uint64_t withoutStart() const; ///< stops before the first start
-    std::uint64_t late() const;         ///< stops too far out of order to find their start
+    /// Counts by bin; like all that follow, of what is settled.
+    const std::vector<std::uint64_t>& counts() const { return m_counts; }
+    std::uint64_t starts() const { return m_startCount; }
+    /// All, whatever became of them: the sum of the counts and of the three below.
+    std::uint64_t stops() const { return m_stopCount; }
+    std::uint64_t beyond() const { return m_beyond; }             ///< stops beyond the last bin
+    std::uint64_t withoutStart() const { return m_withoutStart; } ///< stops before the first start
+    std::uint64_t late() const { return m_late; } ///< stops too far out of order to find their start
+
+private:
+    struct Event
+    {
+        std::int64_t time;
+        bool isStop; ///< with one channel for both: each event, which starts, too
+    };
+
+    void settle(std::size_t count);
+    void countStop(std::int64_t time, bool hasStart, std::int64_t start);
+
+    const std::uint8_t m_start;
+    const std::uint8_t m_stop;
+    const std::uint64_t m_binWidth;
+    std::vector<std::uint64_t> m_counts;
+    std::uint64_t m_startCount = 0;
+    std::uint64_t m_stopCount = 0;
+    std::uint64_t m_beyond = 0;
+    std::uint64_t m_withoutStart = 0;
+    std::uint64_t m_late = 0;
+    std::vector<Event> m_events;        ///< not settled yet
+    std::vector<std::int64_t> m_starts; ///< settled, ascending; the last `window`
+    bool m_forgotten = false;           ///< there were earlier starts
 };
 
 } // namespace timestamps

@@ -3,6 +3,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <deque>
 #include <functional>
 #include <memory>
 #include <vector>
@@ -50,7 +51,17 @@ struct Summary
 /// exceed the instance's buffer, keeps what is not whole for the next call, drains the queue at the end, and
 /// merges what does not pass the queue (markers, channels above 7) into what does.
 ///
-/// One thread at a time.
+/// With offsets the events of a stream whose times ascend come in the order of their times; at equal times
+/// channels 0 to 7 come first, by number. Events wait until no earlier one can come any more, also for one
+/// with a negative offset: nothing depends on how the stream was cut. Some may still come late: virtual
+/// events of format 60 that are due while only markers come, and any event where the offsets differ by
+/// nearly 2^31 or more. What waits takes memory: the events within the largest difference between two
+/// offsets, or between 0 and one.
+///
+/// Format 60: only adjacent first and second words are decoded; every other word is skipped and counted, so
+/// that a missing word costs its record alone.
+///
+/// One thread at a time. May throw `std::bad_alloc`, and whatever the sink throws; decode no further then.
 class StreamDecoder
 {
 public:
@@ -64,13 +75,50 @@ public:
 
     /// The next `size` bytes of the stream, cut anywhere. Words are little-endian.
     void decode(const void* data, std::size_t size, const Sink& sink);
-    /// The stream is over: what waits in the queue comes out.
+    /// The stream is over: what waits in the queue comes out. Nothing may be decoded after it.
     void finish(const Sink& sink);
 
     /// Up to what was decoded so far.
     const Summary& summary() const;
     /// The stream's time, in clock periods.
     std::int64_t time() const;
+
+private:
+    struct Free
+    {
+        void operator()(Tdc56Instance* instance) const { tdc56DeInit(instance); }
+    };
+    using Instance = std::unique_ptr<Tdc56Instance, Free>;
+
+    void setOffsets();
+    std::size_t eventsPerEvent() const;
+    std::size_t packetSize() const;
+    std::size_t decodePacket(const Sink& sink);
+    void decodeWords(const std::uint32_t* words, std::size_t count, const Sink& sink);
+    std::size_t keepPairs(std::size_t count, std::size_t* kept);
+    void decodeOneByOne(std::uint32_t first, std::uint32_t second, const Sink& sink);
+    void deliver(const Sink& sink);
+    void deliverSorted(std::int64_t limit, const Sink& sink);
+    void takeAside();
+    void hand(const PpTimest* events, std::size_t count, const Sink& sink);
+    void summarize();
+
+    const Settings m_settings;
+    Instance m_instance; ///< while sorting: channels 0 to 7 alone
+    Instance m_aside;    ///< while sorting, formats with markers: what does not pass the queue; else null
+    bool m_sorting = false;
+    std::int64_t m_delay = 0;        ///< added to all offsets, so that none is negative; taken off again
+    const bool m_oneByOne;           ///< format 60: not even one record's events fit the buffer
+    const std::size_t m_packetBytes; ///< the most that is decoded at once
+    std::size_t m_filled = 0;        ///< bytes in `m_packet`
+    std::int64_t m_time = 0;         ///< the stream's, before draining
+    std::uint64_t m_bytes = 0;       ///< read
+    Summary m_summary;
+    std::array<std::uint64_t, 256> m_counts = {}; ///< events by code
+    std::vector<std::uint32_t> m_packet;
+    std::vector<PpTimest> m_events; ///< room for one pop
+    std::vector<PpTimest> m_merged;
+    std::deque<PpTimest> m_waiting; ///< set aside, ascending
 };
 
 } // namespace timestamps
