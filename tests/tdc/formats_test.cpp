@@ -1,0 +1,412 @@
+#include <array>
+#include <fuzz/tdcfuzz.h>
+#include <gmock/gmock.h>
+#include <limits>
+#include <ostream>
+#include <random>
+#include <string>
+#include <tests/trace/logfixture.h>
+#include <vector>
+
+namespace {
+
+using testing::MatchesRegex;
+using Formats = LogFixture;
+using Packets = std::vector<std::vector<std::uint32_t>>; ///< of words; of bytes for 60b
+
+struct Event
+{
+    std::int64_t time;
+    int channel;
+
+    friend bool operator==(const Event& a, const Event& b)
+    {
+        return a.time == b.time && a.channel == b.channel;
+    }
+    friend void PrintTo(const Event& event, std::ostream* out)
+    {
+        *out << '(' << event.time << ", " << event.channel << ')';
+    }
+};
+using Events = std::vector<Event>;
+
+constexpr std::int64_t lowest = std::numeric_limits<std::int64_t>::min();
+constexpr std::int64_t highest = std::numeric_limits<std::int64_t>::max();
+
+enum class Format
+{
+    f56,
+    f52,
+    f52x,
+    f60,
+    f60b
+};
+
+/// An instance, and what it delivered. Packets are in heap blocks of their size, so that the address
+/// sanitizer sees what is read behind them.
+struct Stream
+{
+    Tdc56Instance* instance = tdc56Init();
+    std::uint32_t mask = 0x1FF;
+    Events events;
+    int result = 0; ///< of format 60
+
+    Stream() = default;
+    Stream(const Stream&) = delete;
+    Stream& operator=(const Stream&) = delete;
+    ~Stream() { tdc56DeInit(instance); }
+
+    void feed(Format format, const std::vector<std::uint32_t>& packet)
+    {
+        const auto count = static_cast<int>(packet.size());
+        const std::vector<std::uint8_t> bytes(packet.begin(), packet.end());
+        std::vector<PpTimest> out(packet.size());
+        switch (format) {
+        case Format::f56:
+            tdc56Decode(instance, packet.data(), count);
+            break;
+        case Format::f52:
+            tdc56Decode52(instance, packet.data(), count, mask);
+            break;
+        case Format::f52x:
+            take(out, tdc56Decode52x(instance, packet.data(), count, out.data()));
+            break;
+        case Format::f60:
+            result = tdc56Decode60(instance, packet.data(), count, mask);
+            break;
+        case Format::f60b:
+            tdc56Decode60b(instance, bytes.data(), -count, mask);
+            break;
+        }
+        out.resize(tdc56Capacity);
+        take(out, tdc56Pop(instance, out.data()));
+    }
+
+private:
+    void take(const std::vector<PpTimest>& out, int count)
+    {
+        for (int i = 0; i < count; ++i) {
+            const PpTimest& event = out[static_cast<std::size_t>(i)];
+            events.push_back({event.time, event.channel});
+        }
+    }
+};
+
+struct Row
+{
+    const char* desc;
+    Packets packets;
+    Events events;
+    std::int64_t time;      ///< of the stream, at the end
+    std::uint64_t lost = 0; ///< words dropped, ordering errors
+};
+
+void check(Format format, const std::vector<Row>& rows)
+{
+    for (const Row& row : rows) {
+        Stream stream;
+        for (const auto& packet : row.packets) stream.feed(format, packet);
+        EXPECT_EQ(stream.events, row.events) << row.desc;
+        EXPECT_EQ(tdc56GetTime(stream.instance), row.time) << row.desc;
+        EXPECT_EQ(tdc56GetDroppedWords(stream.instance) + tdc56GetOrderingErrors(stream.instance), row.lost)
+            << row.desc;
+    }
+}
+
+// clang-format off
+TEST_F(Formats, Decodes56)
+{
+    check(Format::f56, {
+        {"all bits", {{0x10000001, 0x20000005, 0xEFFFFFFF}}, {{0x10000005, 1}, {0x1FFFFFFF, 7}}, 0x1FFFFFFF},
+        {"high word's channel bits", {{0xF0000001, 3}}, {{0x10000003, 0}}, 0x10000003},
+        {"words before it", {{5, 0x20000006}, {0x10000000, 7}}, {{7, 0}}, 7, 2},
+        {"low part wraps", {{0x10000001, 0x0FFFFFF0, 0x10}}, {{0x1FFFFFF0, 0}, {0x20000010, 0}}, 0x20000010},
+        {"and stays wrapped", {{0x10000000, 9, 8}, {9}}, {{9, 0}, {0x10000008, 0}, {0x10000009, 0}}, 0x10000009},
+        {"the same time", {{0x10000000, 7}, {0x20000007}}, {{7, 0}, {7, 1}}, 7},
+        {"wraps once only", {{0x10000002, 0}, {0x10000000, 5}}, {{0x20000000, 0}, {0x10000005, 0}}, 0x10000005},
+        {"beyond the highest", {{0x1FFFFFFF, 0xEFFFFFFF, 0}}, {{0xFFFFFFFFFFFFFF, 7}, {0x100000000000000, 0}},
+         0x100000000000000},
+    });
+}
+
+TEST_F(Formats, Decodes52)
+{
+    check(Format::f52, {
+        {"bits", {{0xFC000001, 0x04000005, 0x7FFFFFFF}}, {{0x4000005, 1}, {0x7FFFFFF, 31}}, 0x7FFFFFF},
+        {"words before the high word", {{5, 0x84000001}, {0xFC000000, 0x84000007}}, {{7, 100}}, 7, 2},
+        {"no wrap", {{0xFC000001, 0x03FFFFFF, 1}}, {{0x7FFFFFF, 0}, {0x4000001, 0}}, 0x4000001},
+        {"highest", {{0xFFFFFFFF, 0x03FFFFFF}}, {{0xFFFFFFFFFFFFF, 0}}, 0xFFFFFFFFFFFFF},
+    });
+}
+
+TEST_F(Formats, Decodes52x)
+{
+    check(Format::f52x, {
+        {"bits", {{1, 0x90000005, 0xFFFFFFFF}}, {{0x10000005, 1}, {0x1FFFFFFF, 7}}, 0x1FFFFFFF},
+        {"high word's bits 28 to 30", {{0x70000002, 0x80000001}}, {{0x20000001, 0}}, 0x20000001},
+        {"words before it", {{0x80000001}, {0, 0xA0000002}}, {{2, 2}}, 2, 1},
+        {"low part wraps", {{0, 0x80000009, 0x80000008}}, {{9, 0}, {0x10000008, 0}}, 0x10000008},
+    });
+}
+
+TEST_F(Formats, Decodes60)
+{
+    // The first two words mostly are the absolute time 1000.
+    check(Format::f60, {
+        {"absolute", {{0x3FFFFFFF, 0xBFFFFFFF}}, {}, 0xFFFFFFFFFFFFFFF},
+        {"three events, +1 -1 +65535", {{1000, 0x80000000, 0x7FF40001, 0xABFFFDFF}},
+         {{1001, 2}, {1000, 3}, {66535, 5}}, 66535},
+        {"three events, -65536 +65535 -1", {{1000, 0x80000000, 0x7FF10000, 0x87FFFC3F}},
+         {{-64536, 0}, {999, 0}, {998, 0}}, 998},
+        {"two events, -5 +67108863", {{1000, 0x80000000, 0x0FFFFFFB, 0xE3FFFFFF}},
+         {{995, 1}, {67109858, 4}}, 67109858},
+        {"one event, -1", {{1000, 0x80000000, 0x7FFFFFFF, 0xEFFFFFFF}}, {{999, 5}}, 999},
+        {"one event, -2^56", {{1000, 0x80000000, 0x40000000, 0xC4000000}}, {{-72057594037926936, 0}}, -72057594037926936},
+        {"none before the first time", {{0x40000001, 0xC0000000, 0, 0x80000000, 0x40000001, 0xC0000000}}, {}, 0},
+        {"a record that passes time 0", {{1, 0x80000000, 0x07FFFFFF, 0xC8000001}}, {{0, 0}, {1, 1}}, 1},
+        {"channel 7", {{1000, 0x80000000, 0x40000005, 0xF8000000}}, {}, 1005},
+        {"markers at 15007", {{15000, 0x80000000, 0x40000007, 0xF0000000}}, {{15000, 100}, {15000, 101}, {15000, 102}}, 15007},
+        {"markers at -1, remainder 4999", {{1, 0x80000000, 0x7FFFFFFE, 0xF7FFFFFF}},
+         {{-5000, 100}, {-5000, 101}, {-5000, 102}, {-5000, 202}, {-5000, 203}}, -1},
+        {"carry over three words", {{1000, 0x80000000, 0x4000000A}, {0xC8000000, 0x40000001, 0xC8000000}},
+         {{1010, 1}, {1011, 1}}, 1011},
+        {"single words", {{1000}, {0x80000000}, {0x40000005}, {}, {0xC0000000}, {0xC0000000}}, {{1005, 0}}, 1005},
+        {"a carry without its partner", {{1000, 0x80000000, 0x40000005}, {0x40000007, 0xC0000000}}, {{1007, 0}}, 1007},
+        {"a carry of 0 is none", {{1000, 0x80000000, 0}, {0x80000000}}, {}, 1000},
+        {"a second word alone", {{0xC8000000, 1000, 0x80000000, 0x40000001, 0xC0000000}}, {{1001, 0}}, 1001},
+        {"out of step, low", {{1000, 0x80000000, 0x40000005}, {1, 2, 0x80000000}, {0xC0000000}}, {{1005, 0}}, 1005, 1},
+        {"out of step, high", {{1000, 0x80000000, 0x40000005}, {0xC0000000, 0xC0000000}, {0xC0000000}}, {{1005, 0}}, 1005, 1},
+    });
+}
+
+TEST_F(Formats, Decodes60b)
+{
+    check(Format::f60b, {
+        {"3 and 4 bytes", {{0x04, 10, 0, 0x09, 0, 1, 0}}, {{10, 1}, {266, 2}}, 266},
+        {"8 and 5 bytes, -1000, then -1, and none below 0", {{0xA3, 0x0F, 0, 0, 0, 0, 0, 0, 0x7E, 0x18, 0xFC, 0xFF, 0xFF},
+         {0, 0xFF, 0xFF, 0x04, 5, 0}, {0x1F, 0, 0, 0, 0, 0, 0, 0, 0, 1, 0}}, {{0, 31}, {-1, 0}, {8, 0}}, 8},
+        {"4 bytes, -8388608", {{0x83, 0, 0, 0, 2, 0, 0, 0, 0x05, 0, 0, 0x80}}, {{32, 1}}, 32},
+        {"highest absolute time", {{0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0x7F}}, {}, 2305843009213693951},
+        {"lowest", {{3, 0, 0, 0, 0, 0, 0, 0x80, 0x04, 1, 0}}, {}, -2305843009213693952},
+    });
+}
+// clang-format on
+
+TEST_F(Formats, EmptyPacketsChangeNothing)
+{
+    Stream stream;
+    stream.feed(Format::f60, {1000, 0x80000000, 0x40000005});
+    for (const int count : {0, -1, std::numeric_limits<int>::min()}) {
+        tdc56Decode(stream.instance, nullptr, count);
+        tdc56Decode52(stream.instance, nullptr, count, 0x1FF);
+        EXPECT_EQ(tdc56Decode52x(stream.instance, nullptr, count, nullptr), 0);
+        EXPECT_EQ(tdc56Decode60(stream.instance, nullptr, count, 0x1FF), 0x40000005) << "the word kept";
+        EXPECT_EQ(tdc56Cut60b(nullptr, count), 0);
+    }
+    tdc56Decode60b(stream.instance, nullptr, 0, 0x1FF);
+    EXPECT_EQ(tdc56GetTime(stream.instance), 1000);
+    EXPECT_EQ(tdc56GetCount(stream.instance), 0);
+}
+
+TEST_F(Formats, EachMaskBitIsOneMarker)
+{
+    constexpr std::array<int, 9> marker = {100, 101, 102, 103, 104, 200, 201, 202, 203};
+    constexpr std::array<int, 9> code = {33, 34, 35, 36, 41, 37, 38, 39, 40};
+    std::vector<std::uint32_t> words = {0xFC000000};
+    std::vector<std::uint32_t> bytes;
+    Events channels;
+    for (std::uint32_t c = 0; c < 64; ++c) { // at the time c
+        words.push_back(c << 26 | c);
+        bytes.insert(bytes.end(), {c << 2, c == 0 ? 0U : 1U, 0});
+        if (c < 32) channels.push_back({c, static_cast<int>(c)});
+    }
+    for (std::size_t bit = 0; bit <= 9; ++bit) { // 9: a mask of bits without a marker
+        for (const Format format : {Format::f52, Format::f60, Format::f60b}) {
+            Stream stream;
+            stream.mask = bit < 9 ? 1U << bit : 0xFFFFFE00;
+            Events expected = format == Format::f60 ? Events() : channels;
+            if (bit < 9) expected.push_back({format == Format::f60 ? 5000 : code[bit], marker[bit]});
+            stream.feed(format, format == Format::f52 ? words
+                                : format == Format::f60
+                                    ? std::vector<std::uint32_t>{5000, 0x80000000, 0x400011FF, 0xF0000000}
+                                    : bytes);
+            EXPECT_EQ(stream.events, expected) << bit;
+        }
+    }
+}
+
+TEST_F(Formats, RecordCutByTheEndDeliversNothing)
+{
+    const std::vector<std::uint32_t> stream60b = {0x04, 10, 0, 0x09, 0, 1,    0,    0xA3, 0x0F, 0,
+                                                  0,    0,  0, 0,    0, 0x0E, 0xFB, 0xFF, 0xFF, 0xFF};
+    for (std::size_t size = 0; size <= stream60b.size(); ++size) {
+        const int whole = size < 3 ? 0 : size < 7 ? 3 : size < 15 ? 7 : size < 20 ? 15 : 20;
+        const std::int64_t time = size < 3 ? 0 : size < 7 ? 10 : size < 15 ? 266 : size < 20 ? 1000 : 995;
+        const std::vector<std::uint8_t> bytes(stream60b.begin(),
+                                              stream60b.begin() + static_cast<std::ptrdiff_t>(size));
+        Stream stream;
+        stream.feed(Format::f60b, {bytes.begin(), bytes.end()});
+        EXPECT_EQ(stream.events.size(), size < 3 ? 0U : size < 7 ? 1U : size < 20 ? 2U : 3U) << size;
+        EXPECT_EQ(tdc56GetTime(stream.instance), time) << size;
+        EXPECT_EQ(tdc56Cut60b(bytes.data(), static_cast<int>(size)), whole) << size;
+        if (size % 4 != 0) continue;
+        Stream inWords;
+        tdc56Decode60b(inWords.instance, bytes.data(), static_cast<int>(size) / 4, 0);
+        EXPECT_EQ(tdc56GetTime(inWords.instance), time) << size;
+    }
+}
+
+TEST_F(Formats, OrderingErrorDropsTheRestOfThePacket)
+{
+    // clang-format off
+    const struct { const char* desc; Packets packets; const char* line; Events events; } rows[] = {
+        {"first, behind a lone second word", {{0xC0000000, 1, 2}}, "0, 00000001 00000002", {}},
+        {"first, two second words", {{1000, 0x80000000}, {0xC0000000, 0x40000001, 0x40000002, 0xC0000000}},
+         "0, 40000001 40000002", {}},
+        {"behind a carry", {{1000, 0x80000000, 0x40000005}, {0xC0000000, 0x40000001, 0x40000002}},
+         "1, 40000001 40000002", {{1005, 0}}},
+        {"second, in step", {{1000, 0x80000000, 0xC0000001, 0x40000002, 0xC0000000}}, "1, c0000001 40000002", {}},
+        {"second, two first words", {{1000, 0x80000000, 0x40000001, 0x40000002, 0x40000003}},
+         "1, 40000001 40000002", {}},
+        {"third, two second words", {{1000, 0x80000000, 0x40000001, 0xC0000000, 0xC0000001, 0xC0000002}},
+         "2, c0000001 c0000002", {{1001, 0}}},
+        {"last of four", {{1000, 0x80000000, 0x40000001, 0xC0000000, 0x40000001, 0xC0000000, 0x4000000A, 0x4000000B}},
+         "3, 4000000a 4000000b", {{1001, 0}, {1002, 0}}},
+    };
+    // clang-format on
+    traceInit("log", "p", TRACE_ON);
+    for (const auto& row : rows) {
+        Stream stream;
+        for (const auto& packet : row.packets) stream.feed(Format::f60, packet);
+        const std::string text = std::string("Ordering error index ") + row.line + ", dropping packet";
+        EXPECT_THAT(logged(), MatchesRegex("p \\[[0-9]+\\.[0-9]{3}\\]: " + text + "\\.\n")) << row.desc;
+        EXPECT_EQ(stream.events, row.events) << row.desc;
+        EXPECT_EQ(stream.result, 0) << row.desc;
+        EXPECT_EQ(tdc56GetOrderingErrors(stream.instance), 1U) << row.desc;
+        stream.feed(Format::f60, {0xC0000000});
+        EXPECT_EQ(stream.events, row.events) << row.desc << ": no word is kept";
+    }
+    Stream stream;
+    stream.feed(Format::f60, {7, 8});
+    EXPECT_EQ(stream.result, 7) << "out of step";
+    EXPECT_EQ(logged(), "");
+}
+
+TEST_F(Formats, TimesWrapAtTheEndsOfTheirRange)
+{
+    Stream stream;
+    std::vector<std::uint32_t> packet = {0x3FFFFFFF, 0xBFFFFFFF};                        // 2^60 - 1
+    for (int i = 0; i < 112; ++i) packet.insert(packet.end(), {0x7FFFFFFF, 0xFBFFFFFF}); // + 2^56 - 1
+    packet.insert(packet.end(), {0x40000070, 0xC0000000, 0x40000001, 0xF0000000, 0x7FFFFFFF, 0xCFFFFFFF});
+    stream.feed(Format::f60, packet);
+    EXPECT_EQ(stream.events,
+              (Events{{highest, 0}, {highest - 4191, 200}, {highest - 4191, 201}, {highest, 1}}));
+    tdc56SetDivider(stream.instance, 2);
+    tdc56SetStartPeriod(stream.instance, 2000);
+    stream.events.clear();
+    stream.feed(Format::f60b, {0x04, 1, 0}); // from the highest to the lowest, folded onto 1000
+    EXPECT_EQ(stream.events, (Events{{192, 1}}));
+    EXPECT_EQ(tdc56GetTime(stream.instance), lowest);
+}
+
+TEST_F(Formats, DividerMakesVirtualEventsOrFolds)
+{
+    constexpr int most = std::numeric_limits<int>::max();
+    constexpr std::uint32_t high = 0x10000000;
+    const std::vector<std::uint32_t> starts = {high, 1000, 2000, 0x20000000 + 3100, 4200};
+    const Events plain = {{1000, 0}, {2000, 0}, {3100, 1}, {4200, 0}};
+    // clang-format off
+    const struct { const char* desc; int divider; std::int64_t period; Format format; std::vector<std::uint32_t> packet; Events events; } rows[] = {
+        {"as the stream passes them, the last too", 4, 0, Format::f56, starts, {{1000, 0}, {2000, 0}, {2250, 0}, {2500, 0},
+         {2750, 0}, {3000, 0}, {3100, 1}, {4200, 0}}},
+        {"the next start comes first", 4, 0, Format::f56, {high, 1000, 2000, 2999}, {{1000, 0}, {2000, 0}, {2250, 0},
+         {2500, 0}, {2750, 0}, {2999, 0}}},
+        {"truncated", 4, 0, Format::f56, {high, 1000, 2003, 2755}, {{1000, 0}, {2003, 0}, {2253, 0}, {2504, 0}, {2755, 0}}},
+        {"a first start at 0 is none", 2, 0, Format::f56, {high, 0, 1000, 1500}, {{0, 0}, {1000, 0}, {1500, 0}}},
+        {"more than the clock resolves", most, 0, Format::f56, {high, 1, high + 1, 1, 0x20000002}, {{1, 0}, {0x10000001, 0},
+         {0x10000001, 0}, {0x10000001, 0}, {0x10000001, 0}, {0x10000001, 0}, {0x10000001, 0}, {0x10000001, 0}, {0x10000001, 0},
+         {0x10000002, 1}}},
+        {"1", 1, 500, Format::f56, starts, plain}, {"0", 0, 0, Format::f56, starts, plain},
+        {"-1", -1, 500, Format::f56, starts, plain}, {"lowest", -most - 1, 0, Format::f56, starts, plain},
+        {"folded", 4, 1000, Format::f56, {high, 0x20000000 + 1260}, {{10, 1}}},
+        {"period below the divider", most, 1000, Format::f56, starts, plain},
+        {"negative period", 4, -1000, Format::f56, starts, plain},
+        {"60, starts on 5", 2, 0, Format::f60, {1000, 0x80000000, 0x40000000, 0xE8000000, 0x40000064, 0xE8000000,
+         0x40000064, 0xF8000000, 0x40000001, 0xC0000000}, {{1000, 5}, {1100, 5}, {1150, 0}, {1200, 0}, {1201, 0}}},
+        {"60, folded, not its markers", 2, 200, Format::f60, {5000, 0x80000000, 0x40000001, 0xF0000000, 0x40000064,
+         0xC8000000}, {{5000, 100}, {1, 1}}},
+        {"52, no starts", 2, 0, Format::f52, {0xFC000000, 1000, 2000, 3000}, {{1000, 0}, {2000, 0}, {3000, 0}}},
+        {"52, folded, not its markers", 2, 200, Format::f52, {0xFC000000, 0x84000000 + 1010, 0x78000000 + 1010},
+         {{1010, 100}, {10, 30}}},
+        {"60b, no starts", 2, 0, Format::f60b, {0, 100, 0, 0, 100, 0, 0, 100, 0}, {{100, 0}, {200, 0}, {300, 0}}},
+        {"60b, folded, not its markers", 2, 20, Format::f60b, {0x84, 123, 0, 0x04, 0, 0}, {{123, 100}, {3, 1}}},
+        {"52x does neither", 2, 200, Format::f52x, {0, 0x80000000 + 1010}, {{1010, 0}}},
+    };
+    // clang-format on
+    for (const auto& row : rows) {
+        Stream stream;
+        tdc56SetDivider(stream.instance, row.divider);
+        tdc56SetStartPeriod(stream.instance, row.period);
+        stream.feed(row.format, row.packet);
+        EXPECT_EQ(stream.events, row.events) << row.desc;
+    }
+}
+
+/// Random packets that look like real ones, beside the literal decoder.
+TEST_F(Formats, DecodesLikeTheLiteralDecoder)
+{
+    std::mt19937 random(20);
+    const auto below = [&random](std::uint32_t limit) { return random() % limit; };
+    for (const Format format : {Format::f56, Format::f52, Format::f52x, Format::f60, Format::f60b}) {
+        tdcfuzz::Twin twin;
+        std::uint32_t clock = 0;
+        std::size_t popped = 0;
+        for (int packet = 0; packet < 1500; ++packet) {
+            std::int32_t offsets[8] = {};
+            for (std::int32_t& offset : offsets)
+                offset = below(9) == 0 ? static_cast<std::int32_t>(random()) : 0;
+            const std::uint32_t what = below(40);
+            if (what == 0) twin.setOffsets(offsets);
+            if (what == 1) twin.setDivider(static_cast<std::int32_t>(below(9)) - 1);
+            if (what == 2) twin.setStartPeriod(below(2) == 0 ? 0 : below(100000));
+            if (what == 3) twin.mask = random();
+            if (what == 4) twin.setOffsets(nullptr);
+            if (what == 5) twin.reset();
+            if (what == 6) twin.push(twin.stated.time + below(1000), static_cast<std::uint8_t>(random()));
+            std::vector<std::uint32_t> words(below(100) == 0 ? below(20000) : below(60));
+            std::vector<std::uint8_t> bytes;
+            std::uint32_t second = twin.stated.carryWord != 0 ? 0x80000000U : 0U;
+            for (std::uint32_t& word : words) {
+                clock += below(0x400000);
+                const bool isHigh = below(30) == 0;
+                const std::uint32_t bits = random();
+                if (format == Format::f56) {
+                    word = isHigh ? 0x10000000 | below(30) : (clock & 0x0FFFFFFF) | (bits & 0xE0000000);
+                } else if (format == Format::f52) {
+                    word = isHigh ? 0xFC000000 | below(60) : (clock & 0x03FFFFFF) | (bits & 0xFC000000);
+                } else if (format == Format::f52x) {
+                    word = isHigh ? below(30) : (clock & 0x0FFFFFFF) | (bits & 0x70000000) | 0x80000000;
+                } else if (format == Format::f60) {
+                    word = (bits & (below(2) == 0 ? 0x7FFFFFFF : 0x780003FF)) | second;
+                    if (below(500) != 0) second ^= 0x80000000;
+                } else {
+                    const std::uint32_t type = isHigh ? 3 : below(3);
+                    bytes.push_back(static_cast<std::uint8_t>((bits & 0xFC) | type));
+                    for (std::uint32_t i = 0; i < (type == 3 ? 6 : type + 1); ++i)
+                        bytes.push_back(static_cast<std::uint8_t>(random()));
+                    bytes.push_back(static_cast<std::uint8_t>(below(4)));
+                }
+            }
+            if (format == Format::f56) twin.decode56(words);
+            if (format == Format::f52) twin.decode52(words);
+            if (format == Format::f52x) twin.decode52x(words);
+            if (format == Format::f60) twin.decode60(words);
+            if (format == Format::f60b) twin.decode60b(bytes, bytes.size() % 4 == 0);
+            if (below(3) != 0) popped += twin.pop();
+            ASSERT_TRUE(twin.same()) << static_cast<int>(format) << ", packet " << packet;
+        }
+        EXPECT_EQ(popped > 100000, format != Format::f52x) << "they did decode something";
+    }
+}
+
+} // namespace

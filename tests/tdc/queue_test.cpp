@@ -1,0 +1,146 @@
+#include <algorithm>
+#include <chrono>
+#include <cstdint>
+#include <fuzz/literaltdc.h>
+#include <gtest/gtest.h>
+#include <limits>
+#include <malloc.h>
+#include <memory>
+#include <random>
+#include <string>
+#include <vector>
+#include <vorelutil/tdc/instance.h>
+
+namespace {
+
+constexpr std::int64_t lowest = std::numeric_limits<std::int64_t>::min();
+constexpr std::int64_t highest = std::numeric_limits<std::int64_t>::max();
+constexpr std::int32_t lowestOffset = std::numeric_limits<std::int32_t>::min();
+constexpr std::int32_t highestOffset = std::numeric_limits<std::int32_t>::max();
+
+using Random = std::mt19937_64;
+
+/// Takes out of both, and requires the same.
+testing::AssertionResult popSame(Tdc56Instance& ours, literal::Instance& expected)
+{
+    std::vector<PpTimest> output(tdc56Capacity, PpTimest{-1, 255, {9, 9, 9, 9, 9, 9, 9}}), events;
+    output.resize(static_cast<std::size_t>(tdc56Pop(&ours, output.data())));
+    expected.pop(&events);
+    if (output.size() != events.size())
+        return testing::AssertionFailure() << output.size() << " events instead of " << events.size();
+    for (std::size_t i = 0; i < events.size(); ++i) {
+        const bool same = output[i].time == events[i].time && output[i].channel == events[i].channel &&
+                          std::equal(output[i].padding, std::end(output[i].padding), events[i].padding);
+        if (!same)
+            return testing::AssertionFailure()
+                   << "event " << i << " is " << output[i].time << " on " << int{output[i].channel};
+    }
+    if (tdc56GetQueued(&ours) != expected.queue.size())
+        return testing::AssertionFailure() << tdc56GetQueued(&ours) << " are left in the queue";
+    return testing::AssertionSuccess();
+}
+
+struct Flow
+{
+    const char* desc;
+    std::int64_t begin;   ///< the stream's time at first
+    std::uint64_t step;   ///< by which it goes on at most from pop to pop
+    std::uint64_t spread; ///< how far events are around it
+    std::int32_t offset0, offset1;
+    unsigned pushes; ///< at most, between two pops
+    int rounds;
+};
+
+// clang-format off
+const Flow flows[] = {
+    {"one clock, many equal",       1000,            1,               2,             -1,           1,             40,    200},
+    {"waiting for long",            0,               1000,            50000,         -100000,      100000,        300,   300},
+    {"a few words a pop",           0,               10,              5000,          -3000,        3000,          8,     2000},
+    {"more ready than one pop has", 0,               100000,          50000,         0,            1,             60000, 12},
+    {"below the longest key",       (1LL << 60) - 9, 2,               8,             -5,           0,             30,    200},
+    {"lowest key",                  -(1LL << 60),    2,               8,             3,            -3,            30,    200},
+    {"offsets at their ends",       0,               1ULL << 33,      1000,          lowestOffset, highestOffset, 100,   200},
+    {"beyond keys now and then",    (1LL << 60),     1ULL << 57,      1ULL << 59,    7,            -7,            100,   100},
+    {"wraps above",                 highest - 500,   100,             200,           lowestOffset, highestOffset, 30,    200},
+    {"wraps below",                 lowest,          50,              100,           lowestOffset, highestOffset, 30,    200},
+    {"any time",                    0,               ~std::uint64_t{}, ~std::uint64_t{}, lowestOffset, highestOffset, 90, 300},
+};
+// clang-format on
+
+TEST(TimeQueue, AnswersAsOneSortOfAllDoes)
+{
+    for (const Flow& flow : flows) {
+        SCOPED_TRACE(flow.desc);
+        Random random(57);
+        const auto upTo = [&](std::uint64_t most) {
+            return static_cast<std::int64_t>(most + 1 == 0 ? random() : random() % (most + 1));
+        };
+        auto ours = std::make_unique<Tdc56Instance>();
+        literal::Instance expected;
+        const std::int32_t offsets[8] = {flow.offset0, flow.offset1, 1, 0, -1, 0, flow.offset0 / 2, 0};
+        tdc56SetOffsets(ours.get(), offsets);
+        expected.setOffsets(offsets);
+        ours->time = flow.begin;
+        std::size_t popped = 0;
+        for (int round = 0; round < flow.rounds; ++round) {
+            for (auto left = random() % (flow.pushes + 1); left > 0; --left) {
+                const std::int64_t stamp =
+                    literal::sum(literal::difference(ours->time, upTo(flow.spread / 2)), upTo(flow.spread));
+                const auto channel = static_cast<std::uint8_t>(random() % 8);
+                tdc56Push(ours.get(), stamp, channel);
+                expected.push(stamp, channel);
+            }
+            ours->time = literal::sum(ours->time, upTo(flow.step));
+            expected.time = ours->time;
+            const std::size_t before = expected.queue.size();
+            for (auto pops = 1 + random() % 2; pops > 0; --pops)
+                ASSERT_TRUE(popSame(*ours, expected)) << round;
+            popped += before - expected.queue.size();
+        }
+        EXPECT_GT(popped, 100U) << "the flow is of no use";
+    }
+}
+
+std::size_t allocated()
+{
+    const struct mallinfo2 info = mallinfo2();
+    return info.uordblks + info.hblkhd;
+}
+
+TEST(TimeQueue, TenMillionWaitingEventsHoldUpNobodyAndGiveTheirMemoryBack)
+{
+    constexpr std::int64_t far = std::int64_t{1} << 50;
+    constexpr std::size_t waiting = 10'000'000;
+    const auto begun = std::chrono::steady_clock::now();
+    const std::size_t before = allocated();
+    TimeQueue queue;
+    Random random(3);
+    for (std::size_t i = 0; i < waiting; ++i)
+        queue.push(far + static_cast<std::int64_t>(random() % far), static_cast<std::uint8_t>(i % 8));
+
+    // Packets of 20 events go on, half of which wait as well.
+    constexpr int packets = 20'000;
+    std::vector<PpTimest> output(tdc56Capacity);
+    for (int i = 0; i < packets; ++i) {
+        for (int event = 0; event < 10; ++event) {
+            queue.push(i, 1);
+            queue.push(far + static_cast<std::int64_t>(random() % far), 1);
+        }
+        ASSERT_EQ(queue.pop(i, output.data(), output.size()), 10U);
+        ASSERT_EQ(output[9].time, i);
+    }
+    EXPECT_EQ(queue.size(), waiting + packets * 10);
+    EXPECT_LT(allocated() - before, waiting * 2 * sizeof(PpTimest));
+
+    // What is asked for in the end comes in order; the rest is dropped.
+    ASSERT_EQ(queue.pop(2 * far, output.data(), output.size()), output.size());
+    EXPECT_TRUE(std::is_sorted(output.begin(), output.end()));
+    EXPECT_GE(output[0].time, far);
+    queue.clear();
+    EXPECT_EQ(queue.size(), 0U);
+    EXPECT_LT(allocated(), before + 1'000'000);
+    // With each pop as long as the queue these would be minutes.
+    EXPECT_LT(std::chrono::steady_clock::now() - begun, std::chrono::seconds(30));
+}
+
+} // namespace
