@@ -31,6 +31,8 @@ constexpr Parameter parameters[] = {
     {controller::frameMode,         true,    2,            6,           4},
     {controller::lineRate,          true,    1,            100000,      500},
     {controller::samplePosition,    true,    0,            2147483647,  0},
+    {controller::timeStampFormat,   true,    0,            5,           0},
+    {controller::eventRate,         true,    1,            5000000,     100000},
     {controller::sweepPoint,        true,    0,            2147483647,  0},
     {controller::sweepStart,        true,   -2147483648LL, 2147483647,  0},
     {controller::sweepEnd,          true,   -2147483648LL, 2147483647,  0},

@@ -19,7 +19,8 @@ constexpr std::int64_t maxUnsent = 4 * 1024 * 1024; ///< beyond that a connectio
 constexpr std::int64_t floodUnsent = 256 * 1024;
 constexpr int blockSamples = 4096;
 constexpr int scanMilliseconds = 5;
-constexpr std::int64_t maxCatchUpNs = 250 * 1000 * 1000; ///< of a scan whose thread did not run
+constexpr int streamMilliseconds = 20;                   ///< a packet each, whatever the rate
+constexpr std::int64_t maxCatchUpNs = 250 * 1000 * 1000; ///< of a scan or stream whose thread did not run
 constexpr std::int64_t nsPerSecond = 1000 * 1000 * 1000;
 constexpr std::int64_t positions = std::int64_t(1) << 31; ///< positions run from 0 below this
 constexpr std::uint32_t counterStart = 2147483000;        ///< soon beyond the signed range
@@ -32,18 +33,23 @@ Server::Server(const Simulator::Options& options, const Simulator::Manner& manne
     , m_manner(manner)
     , m_source(options.seed)
     , m_position(std::uint32_t(std::max(options.position, 0)))
-    , m_block(headerBytes + 4 * blockSamples)
+    , m_block(headerBytes + 4 * std::max<std::size_t>(blockSamples, PacketWriter::maxWords))
     , m_samples(blockSamples)
+    , m_events(options.seed, 1)
+    , m_stamps(PacketWriter::maxEvents)
+    , m_words(PacketWriter::maxWords)
 {
     for (std::size_t i = 0; i < parameterCount; ++i) m_values[i] = parameters[i].initial;
     m_confirmTimer.setSingleShot(true);
     m_confirmTimer.setTimerType(Qt::PreciseTimer);
     m_tellTimer.setTimerType(Qt::PreciseTimer);
     m_scanTimer.setTimerType(Qt::PreciseTimer);
+    m_streamTimer.setTimerType(Qt::PreciseTimer);
     connect(&m_server, &QTcpServer::newConnection, this, &Server::accept);
     connect(&m_confirmTimer, &QTimer::timeout, this, &Server::confirmDue);
     connect(&m_tellTimer, &QTimer::timeout, this, &Server::tellReadBack);
     connect(&m_scanTimer, &QTimer::timeout, this, &Server::scan);
+    connect(&m_streamTimer, &QTimer::timeout, this, &Server::stream);
 }
 
 bool Server::open(QString* error)
@@ -210,6 +216,12 @@ void Server::assign(std::size_t parameter, std::int32_t value)
     case lineRate:
         applyScan();
         break;
+    case timeStampFormat:
+        applyStream();
+        break;
+    case eventRate:
+        m_events.setRate(value, m_streamTime);
+        break;
     default:
         break;
     }
@@ -232,8 +244,8 @@ void Server::applyScan()
     if (!m_scanTimer.isActive()) m_scanTimer.start(scanMilliseconds);
 }
 
-/// Nobody listens, or somebody is too slow: the scan waits, so that no sample is lost.
-bool Server::scanHeldBack() const
+/// Nobody listens, or somebody is too slow: scan and stream wait, so that no sample and no event is lost.
+bool Server::heldBack() const
 {
     bool anyLive = false;
     for (const Client* client : m_clients) {
@@ -252,7 +264,7 @@ void Server::scan()
     m_credit += samplesPerSecond * std::min(now - m_scannedNs, maxCatchUpNs);
     m_scannedNs = now;
     while (m_credit >= nsPerSecond) {
-        if (scanHeldBack()) {
+        if (heldBack()) {
             m_credit = 0; // slower, not later in a burst
             return;
         }
@@ -282,6 +294,43 @@ void Server::endSurface()
 {
     qWarning("The surface file ends here: %s", qUtf8Printable(m_surface.errorString()));
     m_surface.close();
+}
+
+// Time stamps
+
+/// Starts the stream anew, or stops it.
+void Server::applyStream()
+{
+    m_streamTimer.stop();
+    if (current(timeStampFormat) == timeStampsOff) return;
+    m_events = EventSource(m_options.seed, current(eventRate));
+    m_packets.begin(current(timeStampFormat));
+    m_streamTime = 1; // 0 would be no time in format 60
+    m_streamedNs = m_clock.nsecsElapsed();
+    m_streamTimer.start(streamMilliseconds);
+}
+
+/// Sends what happened since the last time, in one packet or more; one without events tells the time.
+void Server::stream()
+{
+    const std::int64_t now = m_clock.nsecsElapsed();
+    const std::int64_t until = m_streamTime + std::min(now - m_streamedNs, maxCatchUpNs);
+    m_streamedNs = now;
+    std::size_t count = 0;
+    do {
+        if (heldBack()) return; // its time stands still
+        count = m_events.take(until, m_stamps.data(), m_stamps.size());
+        sendPacket(count);
+        m_streamTime = count == m_stamps.size() ? m_stamps.back().time : until;
+    } while (count == m_stamps.size());
+}
+
+void Server::sendPacket(std::size_t events)
+{
+    const std::size_t n = m_packets.write(m_streamTime, m_stamps.data(), events, m_words.data());
+    encodeHeader(typeTell, packet, current(timeStampFormat), 0, n, m_block.data());
+    qToLittleEndian<std::uint32_t>(m_words.data(), qsizetype(n), m_block.data() + headerBytes);
+    for (Client* client : m_clients) client->send(m_block.data(), headerBytes + 4 * n);
 }
 
 // Tells

@@ -1,6 +1,8 @@
 #pragma once
 
 #include "client.h"
+#include "events.h"
+#include "packets.h"
 #include "parameters.h"
 #include "simulator.h"
 #include "surface.h"
@@ -54,10 +56,13 @@ private:
     std::uint32_t random();
     std::int32_t readBack();
     std::vector<char> readBackTelegram();
-    bool scanHeldBack() const;
+    bool heldBack() const;
     void scan();
     void sendSamples(int count);
     void endSurface();
+    void applyStream();
+    void stream();
+    void sendPacket(std::size_t events);
 
     void fault(Simulator::FaultKind kind);
     void misbehave(Client* client, Simulator::FaultKind kind);
@@ -70,6 +75,7 @@ private:
     QTimer m_confirmTimer;
     QTimer m_tellTimer;
     QTimer m_scanTimer;
+    QTimer m_streamTimer;
     QFile m_surface;
 
     std::vector<Client*> m_clients;
@@ -82,6 +88,13 @@ private:
     std::int64_t m_credit = 0;    ///< samples that are due, in 10^-9 of a sample
     std::vector<char> m_block;    ///< the telegram under construction
     std::vector<std::int32_t> m_samples;
+
+    EventSource m_events;
+    PacketWriter m_packets;
+    std::int64_t m_streamedNs = 0;  ///< when the stream's time was moved on last
+    std::int64_t m_streamTime = 0;  ///< in clocks: events up to then are sent
+    std::vector<PpTimest> m_stamps; ///< of the packet under construction
+    std::vector<std::uint32_t> m_words;
 
     bool m_refusing = false;
     int m_refuseTurn = 0;            ///< the last one seen in `m_manner`

@@ -9,11 +9,12 @@
 
 /// A simulated controller: a TCP server that speaks the wire format, in a thread of its own.
 ///
-/// Answers requests, tells its read-back and the samples of a running acquisition, and tells the others what
-/// one connection sets. What it samples is a pure function of seed, acquisition, frame mode, geometry and
-/// position, so that two runs give the same samples however fast they go. All functions are called from one
-/// thread, while a `QCoreApplication` exists, but for the setters, which any thread may call at any time; the
-/// server's own thread is inside. See docs/simulator.md for what it answers.
+/// Answers requests, tells its read-back, the samples of a running acquisition and the packets of a running
+/// time-stamp stream, and tells the others what one connection sets. What it samples is a pure function of
+/// seed, acquisition, frame mode, geometry and position, and its events one of seed, rate and event number,
+/// so that two runs give the same however fast they go. All functions are called from one thread, while a
+/// `QCoreApplication` exists, but for the setters, which any thread may call at any time; the server's own
+/// thread is inside. See docs/simulator.md for what it answers.
 class Simulator
 {
 public:
