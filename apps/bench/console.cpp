@@ -1,6 +1,7 @@
 #include "console.h"
 
 #include "apps/controller/controllerlink.h"
+#include "timestamproad.h"
 
 #include <QCoreApplication>
 #include <vorelutil/frames/framebuffer.h>
@@ -26,10 +27,11 @@ Console::Console(QObject* parent)
     : QObject(parent)
     , m_link(new ControllerLink(this))
     , m_scan(new Scan(m_link, this))
+    , m_timeStamps(new TimeStampRoad(m_link, this))
 {
     connect(m_link, &ControllerLink::stateChanged, this, &Console::onLinkState);
     connect(m_link, &ControllerLink::acknowledged, this, &Console::onAcknowledged);
-    // After the scan's connection: what it had to do with a telegram is done.
+    // After the connections of scan and time stamps: what they had to do with a telegram is done.
     connect(m_link, &ControllerLink::told, this, &Console::breathe);
     connect(&m_heartbeat, &QTimer::timeout, this, [this] { m_sinceHeartbeat.start(); });
     m_sinceHeartbeat.start();
@@ -55,6 +57,18 @@ Console::Console(QObject* parent)
         tell(tr("The scan was stopped"), false);
         onScanEnded();
     });
+    connect(m_timeStamps, &TimeStampRoad::message, this, &Console::tell);
+    connect(m_timeStamps, &TimeStampRoad::partDecoded, this, &Console::handleEventsIfDue);
+    connect(m_timeStamps, &TimeStampRoad::stateChanged, this, &Console::onStreamState);
+    connect(m_timeStamps, &TimeStampRoad::stopped, this,
+            [this] { tell(tr("The time-stamp stream was stopped"), false); });
+    connect(m_timeStamps, &TimeStampRoad::failed, this,
+            [this](const QString& text) { tell(tr("The time-stamp stream: %1").arg(text), true); });
+    connect(m_timeStamps, &TimeStampRoad::eventsDecoded, this,
+            [this](const PpTimest* events, std::size_t count) {
+                m_eventLog.add(events, count);
+                if (m_eventLog.hasFailed()) stopEventLog();
+            });
     m_leaveTimer.setSingleShot(true);
     m_leaveTimer.setInterval(stopMilliseconds);
     connect(&m_leaveTimer, &QTimer::timeout, this, &Console::endLink);
@@ -65,6 +79,7 @@ Console::Console(QObject* parent)
 Console::~Console()
 {
     // As children they would go last, and signal to members that are gone.
+    delete m_timeStamps;
     delete m_scan;
     delete m_link;
 }
@@ -74,6 +89,11 @@ Console::~Console()
 void Console::breathe()
 {
     ++m_arrived;
+    handleEventsIfDue();
+}
+
+void Console::handleEventsIfDue()
+{
     if (m_sinceHeartbeat.elapsed() < longestSilence) return;
     m_sinceHeartbeat.start();
     QCoreApplication::processEvents(QEventLoop::AllEvents, breathMilliseconds);
@@ -91,9 +111,11 @@ void Console::disconnectFrom()
     if (m_leaveTimer.isActive()) return;
     m_holds = 0;
     m_scanStops = !m_scan->isIdle();
+    m_streamStops = !m_timeStamps->isIdle();
     m_leaveTimer.start();
     emit leaving();
     if (m_scanStops) m_scan->stop();
+    if (m_streamStops) m_timeStamps->stop();
     endLinkIfLeaving();
 }
 
@@ -105,12 +127,23 @@ void Console::release()
 
 void Console::endLinkIfLeaving()
 {
-    if (m_leaveTimer.isActive() && m_holds <= 0 && !m_scanStops) endLink();
+    if (m_leaveTimer.isActive() && m_holds <= 0 && !m_scanStops && !m_streamStops) endLink();
 }
 
 void Console::onScanEnded()
 {
     m_scanStops = false;
+    endLinkIfLeaving();
+}
+
+/// An event log ends with the stream that it is of; one that waits for the first event goes on.
+void Console::onStreamState()
+{
+    if (m_timeStamps->state() != TimeStampRoad::State::Running && m_eventLog.isRunning() &&
+        m_eventLog.count() > 0)
+        stopEventLog();
+    if (!m_timeStamps->isIdle()) return;
+    m_streamStops = false;
     endLinkIfLeaving();
 }
 
@@ -259,6 +292,37 @@ SaveResult Console::startLog(const QString& target)
 SaveResult Console::stopLog()
 {
     return told(m_log.stop());
+}
+
+bool Console::startTimeStamps()
+{
+    if (!m_ready || !m_timeStamps->start()) {
+        tell(m_ready ? tr("A time-stamp stream is running already")
+                     : tr("A time-stamp stream needs a connected controller"),
+             true);
+        return false;
+    }
+    tell(tr("Time stamps: %1 events per second").arg(m_timeStamps->settings().rate), false);
+    return true;
+}
+
+SaveResult Console::saveHistogram(const QString& target)
+{
+    return told(bench::saveHistogram(m_timeStamps->settledHistogram().counts(), target));
+}
+
+SaveResult Console::startEventLog(const QString& target)
+{
+    const SaveResult result = m_eventLog.start(target);
+    emit eventLogChanged();
+    return told(result);
+}
+
+SaveResult Console::stopEventLog()
+{
+    const SaveResult result = m_eventLog.stop();
+    emit eventLogChanged();
+    return told(result);
 }
 
 SaveResult Console::told(const SaveResult& result)

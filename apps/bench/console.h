@@ -1,5 +1,6 @@
 #pragma once
 
+#include "eventlog.h"
 #include "safesave.h"
 #include "scan.h"
 
@@ -11,7 +12,9 @@ class ControllerLink;
 
 namespace bench {
 
-/// The instrument console without its window: link, scan, frames, running log, saving.
+class TimeStampRoad;
+
+/// The instrument console without its window: link, scan, frames, time stamps, running logs, saving.
 ///
 /// The window shows it, the run without a window drives it, tests use it as it is. GUI thread only. While a
 /// controller sends more than can be processed, events are handled between its telegrams.
@@ -25,10 +28,12 @@ public:
 
     ControllerLink* link() const { return m_link; }
     Scan* scan() const { return m_scan; }
+    TimeStampRoad* timeStamps() const { return m_timeStamps; }
 
     void connectTo(const QString& host, int port);
-    /// Ends the link. A running scan is stopped before, and who hears `leaving` may do more: the link then
-    /// ends when the controller has answered, or after `stopMilliseconds` without an answer.
+    /// Ends the link. A running scan or time-stamp stream is stopped before, and who hears `leaving` may do
+    /// more: the link then ends when the controller has answered, or after `stopMilliseconds` without an
+    /// answer.
     void disconnectFrom();
     /// During `leaving`: the link is to stay until `release`, called once for each.
     void hold() { ++m_holds; }
@@ -59,6 +64,18 @@ public:
     bool isLogging() const { return m_log.isRunning(); }
     qint64 loggedCount() const { return m_log.count(); }
 
+    /// Starts the time-stamp stream; what stands in its way is told through `message`.
+    bool startTimeStamps();
+
+    /// Saves the histogram as it is.
+    SaveResult saveHistogram(const QString& target);
+    /// Saves the events that are decoded from now on, until the stream that they are of ends. Told through
+    /// `message` too, as the end is.
+    SaveResult startEventLog(const QString& target);
+    SaveResult stopEventLog();
+    bool isLoggingEvents() const { return m_eventLog.isRunning(); }
+    std::uint64_t loggedEvents() const { return m_eventLog.count(); }
+
     /// Tells the operator: emits `message`, and writes to the trace log.
     void tell(const QString& text, bool isProblem);
 
@@ -70,6 +87,8 @@ signals:
     void stillAcquiringChanged();
     /// A frame is whole; `lastFrame` returns it.
     void frameDone(bench::ScanKind kind);
+    /// A log of events was begun or has ended.
+    void eventLogChanged();
     /// Something for the operator to read; it is in the trace log, too.
     void message(const QString& text, bool isProblem);
     /// What was told with this text is over.
@@ -80,17 +99,21 @@ private:
     void endLink();
     void endLinkIfLeaving();
     void onScanEnded();
+    void onStreamState();
     void askForAcquisition();
     void setStillAcquiring(bool acquiring);
     void watch();
     void breathe();
+    void handleEventsIfDue();
     void onAcknowledged(int number, int address, int index, int reason, int value);
     void setReady(bool ready);
     SaveResult told(const SaveResult& result);
 
     ControllerLink* m_link;
     Scan* m_scan;
+    TimeStampRoad* m_timeStamps;
     RunningLog m_log;
+    EventLog m_eventLog;
     QTimer m_heartbeat; ///< fires when the event loop runs
     QElapsedTimer m_sinceHeartbeat;
     SharedFrame m_frames[3];      ///< by kind
@@ -99,9 +122,10 @@ private:
     int m_stopRequest = 0;        ///< of the request to stop what is no scan of ours
     bool m_positionKnown = false;
     bool m_stillAcquiring = false;
-    int m_holds = 0;          ///< until the link may end
-    bool m_scanStops = false; ///< the link ends after it
-    QTimer m_leaveTimer;      ///< active: the link ends when the scan has stopped, at the latest then
+    int m_holds = 0;            ///< until the link may end
+    bool m_scanStops = false;   ///< the link ends after it
+    bool m_streamStops = false; ///< the same of the time stamps
+    QTimer m_leaveTimer;        ///< active: the link ends when the scan has stopped, at the latest then
     QTimer m_watchTimer;
     qint64 m_arrived = 0;      ///< telegrams from the controller
     qint64 m_arrivedThen = -1; ///< when they were last looked at

@@ -3,6 +3,7 @@
 #include "apps/controller/controllerlink.h"
 #include "mainwindow.h"
 #include "sweepwatch.h"
+#include "timestamppanel.h"
 #include "valuepanel.h"
 
 #include <cmath>
@@ -36,8 +37,9 @@ constexpr Value values[] = {
     {controller::attenuator,    "16 dB",      1024,    "attenuator"},
 };
 // clang-format on
-constexpr int voltage = 0;       ///< index of the value that is swept
-constexpr int relativeStep = 20; ///< 2 %
+constexpr int voltage = 0;                  ///< index of the value that is swept
+constexpr int relativeStep = 20;            ///< 2 %
+constexpr std::uint64_t eventCount = 50000; ///< that are saved
 constexpr int valueCount = static_cast<int>(std::size(values));
 
 } // namespace
@@ -63,6 +65,14 @@ HeadlessRun::HeadlessRun(Console* console, MainWindow* window, const QString& fo
     connect(window->values()->sweepWatch(), &SweepWatch::ended, this, &HeadlessRun::onSweepEnded);
     connect(console, &Console::frameDone, this, &HeadlessRun::onFrame);
     connect(console->scan(), &Scan::stopped, this, &HeadlessRun::onStopped);
+    TimeStampRoad* const timeStamps = console->timeStamps();
+    connect(timeStamps, &TimeStampRoad::eventsDecoded, this, &HeadlessRun::onEvents);
+    connect(timeStamps, &TimeStampRoad::stopped, this, &HeadlessRun::onStopped);
+    connect(timeStamps, &TimeStampRoad::failed, this, [this](const QString& text) {
+        // A link that was lost and is back takes the step again.
+        if (m_step == Step::TimeStamps && m_console->link()->state() == ControllerLink::Connected)
+            fail(tr("%1: %2").arg(stepName(), text));
+    });
     connect(console->scan(), &Scan::failed, this, &HeadlessRun::onScanFailed);
     connect(console->scan(), &Scan::stopFailed, this, &HeadlessRun::onStopFailed);
     m_deadline.setSingleShot(true);
@@ -89,6 +99,8 @@ QString HeadlessRun::stepName() const
         return tr("the line scan");
     case Step::Stream:
         return tr("the stream");
+    case Step::TimeStamps:
+        return tr("the time stamps");
     case Step::Dwell:
     case Step::Ending:
         break;
@@ -108,6 +120,9 @@ void HeadlessRun::begin(Step step)
         return;
     case Step::Sweep:
         startSweep();
+        return;
+    case Step::TimeStamps:
+        startTimeStamps();
         return;
     case Step::Area:
     case Step::Dwell:
@@ -229,6 +244,7 @@ void HeadlessRun::onFrame(ScanKind kind)
     }
     case Step::Values:
     case Step::Sweep:
+    case Step::TimeStamps:
     case Step::Dwell:
     case Step::Ending:
         return;
@@ -244,6 +260,41 @@ void HeadlessRun::save(Snapshot snapshot, ScanKind kind, const char* name)
     if (!result.ok) fail(result.text);
 }
 
+void HeadlessRun::startTimeStamps()
+{
+    TimeStampSettings settings;
+    settings.decoder.format = timestamps::Format::F60;
+    settings.start = startChannel(settings.decoder.format);
+    m_histogram = std::make_unique<timestamps::StartStopHistogram>(
+        std::uint8_t(settings.start), std::uint8_t(settings.stop), settings.binWidth,
+        std::size_t(settings.bins));
+    m_eventsDone = false;
+    const SaveResult file = m_events.start(path("timestamps.csv"));
+    if (!file.ok) return fail(file.text);
+    m_window->timeStamps()->setSettings(settings);
+    if (!m_console->startTimeStamps()) fail(tr("%1 could not be started").arg(stepName()));
+}
+
+void HeadlessRun::onEvents(const PpTimest* events, std::size_t count)
+{
+    if (m_over || m_step != Step::TimeStamps || m_eventsDone) return;
+    const std::size_t taken = std::size_t(std::min<std::uint64_t>(count, eventCount - m_events.count()));
+    m_events.add(events, taken);
+    m_histogram->add(events, taken);
+    if (m_events.count() < eventCount && !m_events.hasFailed()) return;
+    m_eventsDone = true;
+    saveTimeStamps();
+    if (!m_over) m_console->timeStamps()->stop();
+}
+
+void HeadlessRun::saveTimeStamps()
+{
+    m_histogram->settle();
+    for (const SaveResult& file :
+         {m_events.stop(), saveHistogram(m_histogram->counts(), path("histogram.csv"))})
+        if (!file.ok) return fail(file.text);
+}
+
 void HeadlessRun::onStopped()
 {
     if (m_over) return;
@@ -255,6 +306,9 @@ void HeadlessRun::onStopped()
         begin(Step::Stream);
         break;
     case Step::Stream:
+        begin(Step::TimeStamps);
+        break;
+    case Step::TimeStamps:
         begin(Step::Dwell);
         break;
     case Step::Ending:
@@ -311,10 +365,15 @@ void HeadlessRun::interrupt()
 
 bool HeadlessRun::writePictures()
 {
-    for (const bool showValues : {true, false}) {
-        m_window->showValues(showValues);
+    const std::pair<MainWindow::Page, const char*> pictures[] = {
+        {MainWindow::Page::Values, "values.png"},
+        {MainWindow::Page::TimeStamps, "timestamps.png"},
+        {MainWindow::Page::Scan, "bench.png"},
+    };
+    for (const auto& [page, name] : pictures) {
+        m_window->showPage(page);
         m_window->refreshNow();
-        const QString file = path(showValues ? "values.png" : "bench.png");
+        const QString file = path(name);
         if (m_window->grab().save(file)) continue;
         fail(tr("%1 could not be written").arg(file));
         return false;
@@ -326,12 +385,14 @@ bool HeadlessRun::writeSummary()
 {
     const Scan& scan = *m_console->scan();
     const ControllerLink& link = *m_console->link();
+    const TimeStampRoad& timeStamps = *m_console->timeStamps();
     const QJsonObject summary{
         {QStringLiteral("telegrams"), link.telegramCount()},
         {QStringLiteral("samples"), scan.sampleCount()},
         {QStringLiteral("frames"), scan.frameCount()},
-        {QStringLiteral("events"), 0},
-        {QStringLiteral("errors"), link.errorCount() + scan.gapCount() + scan.refusedCount()},
+        {QStringLiteral("events"), qint64(timeStamps.eventCount())},
+        {QStringLiteral("errors"),
+         link.errorCount() + scan.gapCount() + scan.refusedCount() + qint64(timeStamps.faultCount())},
         {QStringLiteral("reconnects"), link.reconnectCount()},
     };
     QFile file(path("summary.json"));

@@ -1,7 +1,9 @@
 #pragma once
 
+#include "apps/timestamps/histogram.h"
 #include "console.h"
 
+#include <memory>
 #include <QHash>
 #include <QTimer>
 #include <QVector>
@@ -11,10 +13,10 @@ namespace bench {
 class MainWindow;
 
 /// Takes the console's roads by itself: values through their fields, a sweep, an area, a line, a stream with
-/// its log; then the area goes on until the time is over.
+/// its log, time stamps; then the area goes on until the time is over.
 ///
-/// The files hold the first whole frame of each kind, and of the stream's samples exactly that frame's, so
-/// that their contents depend on the controller alone.
+/// The files hold the first whole frame of each kind, of the stream's samples exactly that frame's, and the
+/// first events of the time-stamp stream, so that their contents depend on the controller alone.
 class HeadlessRun : public QObject
 {
     Q_OBJECT
@@ -40,6 +42,7 @@ private:
         Area,
         Line,
         Stream,
+        TimeStamps,
         Dwell,
         Ending
     };
@@ -51,6 +54,9 @@ private:
     void checkFields();
     void onSweepEnded(bool done);
     void onFrame(ScanKind kind);
+    void startTimeStamps();
+    void onEvents(const PpTimest* events, std::size_t count);
+    void saveTimeStamps();
     void onStopped();
     void onScanFailed(const QString& text);
     void onStopFailed(const QString& text);
@@ -74,6 +80,9 @@ private:
     QHash<int, int> m_reading; ///< requests that are under way: number to index of the value
     QString m_problem;         ///< the last one that the console told
     bool m_haveFrame = false;  ///< of this step
+    EventLog m_events;
+    std::unique_ptr<timestamps::StartStopHistogram> m_histogram; ///< of what is in `m_events`
+    bool m_eventsDone = false;
     bool m_over = false;
 };
 

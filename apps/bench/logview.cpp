@@ -36,7 +36,8 @@ Line lineKind(const QString& line)
     if (type == QLatin1String("ACK") && match.capturedRef(3) != QLatin1String("0")) return Line::Problem;
     const int address = int(match.capturedRef(2).toUInt(nullptr, 16));
     const bool isTold = type == QLatin1String("TELL") &&
-                        (address == controller::voltageReadBack || address == controller::samples);
+                        (address == controller::voltageReadBack || address == controller::samples ||
+                         address == controller::packet);
     return isTold || address == controller::counter ? Line::Periodic : Line::Plain;
 }
 

@@ -7,6 +7,7 @@
 #include "profileplot.h"
 #include "scanpanel.h"
 #include "theme.h"
+#include "timestamppanel.h"
 #include "valuepanel.h"
 
 #include <new>
@@ -68,13 +69,15 @@ MainWindow::MainWindow(Console* console, Simulator* simulator, QWidget* parent)
     m_pages = new QTabWidget(this);
     QWidget* const scanPage = makeScanPage();
     m_values = new ValuePanel(console, simulator, this);
+    m_timeStamps = new TimeStampPanel(console, m_values->selectOnFocus(), this);
     m_log = new LogView(this);
     m_pages->addTab(scanPage, tr("Scan"));
     m_pages->addTab(m_values, tr("Values"));
+    m_pages->addTab(m_timeStamps, tr("Time stamps"));
     auto* parts = new QSplitter(Qt::Vertical, this);
     parts->addWidget(m_pages);
-    parts->addWidget(withHeading(tr("Trace log without samples, read-back and counter (the file has them)"),
-                                 m_log, parts));
+    parts->addWidget(withHeading(
+        tr("Trace log without samples, packets, read-back and counter (the file has them)"), m_log, parts));
     parts->setStretchFactor(0, 4);
     parts->setStretchFactor(1, 1);
     parts->setSizes({570, 130});
@@ -264,9 +267,9 @@ void MainWindow::followLog(const QString& path)
     m_log->follow(path);
 }
 
-void MainWindow::showValues(bool show)
+void MainWindow::showPage(Page page)
 {
-    m_pages->setCurrentIndex(show ? 1 : 0);
+    m_pages->setCurrentIndex(static_cast<int>(page)); // in their order
 }
 
 void MainWindow::refreshNow()
@@ -274,6 +277,7 @@ void MainWindow::refreshNow()
     m_log->readMore();
     updateState();
     updatePasses();
+    m_timeStamps->refreshNow();
     QCoreApplication::sendPostedEvents(nullptr, QEvent::LayoutRequest); // room for new texts
     m_gate.repaintNow();
 }
@@ -296,6 +300,7 @@ void MainWindow::changeEvent(QEvent* event)
 void MainWindow::closeEvent(QCloseEvent* event)
 {
     if (m_console->isLogging()) m_console->stopLog();
+    if (m_console->isLoggingEvents()) m_console->stopEventLog();
     m_closing = true;
     m_console->disconnectFrom();
     m_closing = m_console->link()->state() != ControllerLink::Off;

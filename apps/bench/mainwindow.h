@@ -22,9 +22,10 @@ class ImagePlot;
 class LogView;
 class ProfilePlot;
 class ScanPanel;
+class TimeStampPanel;
 class ValuePanel;
 
-/// The console's window: the link, a page for scans and one for values, and the trace log below both.
+/// The console's window: the link, pages for scans, values and time stamps, and the trace log below both.
 class MainWindow : public QMainWindow
 {
     Q_OBJECT
@@ -40,9 +41,17 @@ public:
     /// The log that the window follows.
     void followLog(const QString& path);
 
+    enum class Page
+    {
+        Scan,
+        Values,
+        TimeStamps
+    };
+
     ValuePanel* values() const { return m_values; }
-    /// Brings the page of the values to the front, or that of the scans.
-    void showValues(bool show);
+    TimeStampPanel* timeStamps() const { return m_timeStamps; }
+    /// Brings a page to the front.
+    void showPage(Page page);
 
     /// Brings everything that is shown up to date, as before a picture is taken.
     void refreshNow();
@@ -77,6 +86,7 @@ private:
 
     QTabWidget* m_pages = nullptr;
     ValuePanel* m_values = nullptr;
+    TimeStampPanel* m_timeStamps = nullptr;
     QLineEdit* m_host = nullptr;
     QSpinBox* m_port = nullptr;
     QPushButton* m_connect = nullptr;

@@ -40,6 +40,8 @@ public:
     UEditSpec* sweepField() const { return m_sweepField; }
     SweepWatch* sweepWatch() const { return m_sweepWatch; }
     SweepPlot* sweepPlot() const { return m_sweepPlot; }
+    /// The selection switch, for other fields that look at it.
+    const bool* selectOnFocus() const { return &m_selectOnFocus; }
 
 protected:
     void changeEvent(QEvent* event) override;
