@@ -13,7 +13,7 @@
 
 namespace {
 
-constexpr std::size_t keptRoom = 65536; ///< keys for which room is kept, however few events there are
+constexpr std::size_t keptRoom = 65536; ///< events for which room is kept, however few there are
 
 /// The event of a key. Field by field: a record that is made first and then copied takes several times as
 /// long.
@@ -142,7 +142,7 @@ std::size_t TimeQueue::popRecords(std::int64_t time, PpTimest* output, std::size
         m_records.pop_back();
     }
     m_heaped = m_records.size();
-    if (m_records.capacity() > keptRoom + 4 * m_records.size()) m_records.shrink_to_fit();
+    if (m_records.capacity() > keptRoom + 2 * m_records.size()) m_records.shrink_to_fit();
     return taken;
 }
 
@@ -236,7 +236,7 @@ void TimeQueue::closeGaps()
             m_end += length;
         }
         m_tail = m_end;
-        if (m_keys.size() > keptRoom + 4 * m_end) {
+        if (m_keys.size() > keptRoom + 2 * m_end) {
             m_keys.resize(m_end);
             m_keys.shrink_to_fit();
         }

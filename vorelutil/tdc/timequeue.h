@@ -13,9 +13,10 @@
 /// again.
 ///
 /// Costs: pushing appends. Popping sorts what was pushed since the last pop and merges it with what was left
-/// then; an event takes part in O(log n) merges while it waits, so that many waiting events do not make
-/// the others' pops slow. Memory: 8 bytes an event (16 as a record), up to four times that in all, and as
-/// much again for a moment while sorting; in a steady stream nothing is allocated.
+/// then; an event takes part in O(log n) merges while it waits, so that many waiting events do not make the
+/// others' pops slow. Whole records take O(log n) steps each.
+/// Memory: room for up to four times the keys that wait, or twice the records; while sorting, once more for
+/// what is sorted. Room for 65536 events is kept until `clear`, so that a steady stream allocates nothing.
 class TimeQueue
 {
 public:
