@@ -67,6 +67,7 @@ int run(int argc, char** argv)
     addLinkCommands(app, &work);
     addFrameCommands(app, &work);
     addEvalCommand(app, &work);
+    addTdcCommands(app, &work);
 
     const int code = parseAndWork(app, work, argc, argv);
     if ((std::fflush(stdout) != 0 || std::ferror(stdout) != 0) && code == exitDone) {

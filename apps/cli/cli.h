@@ -28,11 +28,16 @@ void addSimCommand(CLI::App& app, Work* work);
 void addLinkCommands(CLI::App& app, Work* work);
 void addFrameCommands(CLI::App& app, Work* work);
 void addEvalCommand(CLI::App& app, Work* work);
+void addTdcCommands(CLI::App& app, Work* work);
+
+/// Whether the command draws text, so that `run` needs a `QGuiApplication`.
+bool drawsText(int argc, char** argv);
 
 /// Puts the formulas among the words of `vorel eval` that the parser would not take for such behind a "--".
 void shieldFormulas(std::vector<const char*>* words);
 
-/// Runs `vorel`. A `QCoreApplication` must exist. Result: the exit code.
+/// Runs `vorel`. A `QCoreApplication` must exist, a `QGuiApplication` where `drawsText`. Result: the exit
+/// code.
 int run(int argc, char** argv);
 
 /// Writes "vorel: TITLE: MESSAGE" to standard error, in one line.

@@ -1,5 +1,6 @@
 #include "cli.h"
 #include "colourmap.h"
+#include "streams.h"
 
 #include <algorithm>
 #include <CLI/CLI.hpp>
@@ -10,9 +11,7 @@
 #include <nlohmann/json.hpp>
 #include <QBuffer>
 #include <QFile>
-#include <QFileInfo>
 #include <QImage>
-#include <QSaveFile>
 #include <QTemporaryFile>
 #include <vorelutil/frames/framereader.h>
 #include <vorelutil/trace/error.h>
@@ -143,29 +142,6 @@ QImage picture(const FrameImage& frame, const ColourMap& colours)
     return image;
 }
 
-/// Writes the bytes to a file, all or nothing, or to standard output.
-void writeOut(const std::string& name, const QByteArray& bytes)
-{
-    if (name == "-") {
-        std::fwrite(bytes.constData(), 1, std::size_t(bytes.size()), stdout); // checked at the end
-        return;
-    }
-    const QString path = QFile::decodeName(name.c_str());
-    const auto fail = [&](const QFileDevice& file) {
-        throw IOError("cannot write " + name + ": " + file.errorString().toStdString());
-    };
-    const QFileInfo present(path);
-    if (present.exists() && !present.isFile()) { // a pipe or a device keeps its place
-        QFile file(path);
-        if (!file.open(QIODevice::WriteOnly) || file.write(bytes) != bytes.size() || !file.flush())
-            fail(file);
-    } else {
-        QSaveFile file(path);
-        if (!file.open(QIODevice::WriteOnly) || file.write(bytes) != bytes.size() || !file.commit())
-            fail(file);
-    }
-}
-
 int png(const Input& input, const FrameArguments& arguments)
 {
     const FrameImage frame = readImage(input.path(), detectFrameFile(input.path()));
@@ -175,7 +151,9 @@ int png(const Input& input, const FrameArguments& arguments)
     buffer.open(QIODevice::WriteOnly);
     if (image.isNull() || !image.save(&buffer, "PNG"))
         throw FormatError("too large for a picture", input.path());
-    writeOut(arguments.out, bytes);
+    OutputStream out(arguments.out);
+    out.write(bytes.constData(), std::size_t(bytes.size()));
+    out.finish();
     return exitDone;
 }
 

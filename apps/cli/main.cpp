@@ -1,10 +1,25 @@
 #include "cli.h"
 
+#include <memory>
 #include <QCoreApplication>
+#include <QGuiApplication>
+
+namespace {
+
+void ignore(QtMsgType, const QMessageLogContext&, const QString&) {}
+
+} // namespace
 
 int main(int argc, char** argv)
 {
-    QCoreApplication application(argc, argv);
+    std::unique_ptr<QCoreApplication> application;
+    if (cli::drawsText(argc, argv)) {
+        qputenv("QT_QPA_PLATFORM", "offscreen"); // fonts are all that is needed
+        qInstallMessageHandler(ignore);          // a home or a runtime folder may be missing
+        application = std::make_unique<QGuiApplication>(argc, argv);
+    } else {
+        application = std::make_unique<QCoreApplication>(argc, argv);
+    }
     QCoreApplication::setApplicationName(QStringLiteral("vorel"));
     return cli::run(argc, argv);
 }

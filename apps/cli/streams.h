@@ -1,0 +1,65 @@
+#pragma once
+
+#include <cstddef>
+#include <QFile>
+#include <string>
+
+/// Files of any size, in pieces, as the command line names them: "-" is standard input or output.
+namespace cli {
+
+/// Read from the beginning to the end, with a progress bar on standard error where that is a terminal and
+/// the size is known. Throws `IOError`.
+class InputStream
+{
+public:
+    /// `withBar`: whether the bar may be shown at all.
+    InputStream(const std::string& name, bool withBar);
+    ~InputStream();
+    InputStream(const InputStream&) = delete;
+    InputStream& operator=(const InputStream&) = delete;
+
+    /// The next bytes, up to `size`; 0 at the end.
+    std::size_t read(void* data, std::size_t size);
+    /// For messages.
+    const std::string& name() const { return m_name; }
+
+private:
+    void showProgress();
+    void eraseBar();
+
+    std::string m_name;
+    QFile m_file;
+    qint64 m_size = 0; ///< 0: unknown, or no bar
+    qint64 m_done = 0;
+    int m_shown = -1; ///< per cent; below 0: no bar stands
+};
+
+/// Written all or nothing: the file gets its name when it is finished. A pipe or a device that is there keeps
+/// its place and takes what comes, as standard output does. Throws `IOError`.
+class OutputStream
+{
+public:
+    explicit OutputStream(const std::string& name);
+    /// Removes what is not finished.
+    ~OutputStream();
+    OutputStream(const OutputStream&) = delete;
+    OutputStream& operator=(const OutputStream&) = delete;
+
+    void write(const void* data, std::size_t size);
+    /// Whether `rewind` works: a file, not a pipe, a device or standard output.
+    bool canRewind() const { return m_replaces; }
+    /// The next bytes go over the first ones.
+    void rewind();
+    void finish();
+
+private:
+    [[noreturn]] void fail(const std::string& reason) const;
+
+    const std::string m_name;
+    QString m_path; ///< that the file gets in the end; empty: standard output
+    QFile m_file;
+    bool m_replaces = false; ///< written beside `m_path`, then renamed
+    bool m_finished = false;
+};
+
+} // namespace cli

@@ -1,0 +1,108 @@
+#include "apps/timestamps/eventcsv.h"
+#include "apps/timestamps/histogram.h"
+#include "histogrampicture.h"
+#include "streams.h"
+#include "tdccommands.h"
+#include "terminal.h"
+
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <limits>
+#include <memory>
+#include <QBuffer>
+
+namespace cli {
+namespace {
+
+struct HistogramArguments
+{
+    std::int64_t start = 0;
+    std::int64_t stop = 0;
+    std::int64_t binWidth = 1;
+    std::int64_t bins = 1;
+    std::string in;
+    std::string out = "-";
+    std::string png;
+};
+
+void writeCsv(const std::vector<std::uint64_t>& counts, const std::string& name)
+{
+    constexpr std::size_t pieceSize = 65536;
+    OutputStream out(name);
+    std::string text = "bin,count\n";
+    for (std::size_t bin = 0; bin < counts.size(); ++bin) {
+        text += std::to_string(bin) + ',' + std::to_string(counts[bin]) + '\n';
+        if (text.size() < pieceSize) continue;
+        out.write(text.data(), text.size());
+        text.clear();
+    }
+    out.write(text.data(), text.size());
+    out.finish();
+}
+
+void writePicture(const std::vector<std::uint64_t>& counts, const HistogramArguments& arguments)
+{
+    QByteArray bytes;
+    QBuffer buffer(&bytes);
+    buffer.open(QIODevice::WriteOnly);
+    histogramPicture(counts, arguments.binWidth,
+                     QStringLiteral("Stops on channel %1 after starts on channel %2")
+                         .arg(arguments.stop)
+                         .arg(arguments.start))
+        .save(&buffer, "PNG");
+    OutputStream out(arguments.png);
+    out.write(bytes.constData(), std::size_t(bytes.size()));
+    out.finish();
+}
+
+int histogram(const HistogramArguments& arguments)
+{
+    timestamps::StartStopHistogram histogram(std::uint8_t(arguments.start), std::uint8_t(arguments.stop),
+                                             arguments.binWidth, std::size_t(arguments.bins));
+    {
+        InputStream in(arguments.in, true);
+        timestamps::EventCsvReader reader([&](void* data, std::size_t size) { return in.read(data, size); },
+                                          in.name());
+        std::vector<PpTimest> events(eventsAtOnce);
+        while (const std::size_t count = reader.read(events.data(), events.size()))
+            histogram.add(events.data(), count);
+    }
+    histogram.settle();
+    writeCsv(histogram.counts(), arguments.out);
+    if (!arguments.png.empty()) writePicture(histogram.counts(), arguments);
+    diagnose("Starts", std::to_string(histogram.starts()));
+    diagnose("Stops", std::to_string(histogram.stops()));
+    diagnose("Stops beyond the last bin", std::to_string(histogram.beyond()));
+    diagnose("Stops before the first start", std::to_string(histogram.withoutStart()));
+    diagnose("Stops too far out of order", std::to_string(histogram.late()));
+    return exitDone;
+}
+
+} // namespace
+
+void addTdcHistogram(CLI::App& tdc, Work* work)
+{
+    constexpr std::int64_t mostBins = 10000000;
+    auto arguments = std::make_shared<HistogramArguments>();
+    CLI::App* const command =
+        tdc.add_subcommand("histogram", "How many stops came how long after the latest start.");
+    addNumber(*command, "--start", 0, 255, &arguments->start, "Channel, or marker code, of the starts")
+        ->required();
+    addNumber(*command, "--stop", 0, 255, &arguments->stop, "Channel, or marker code, of the stops")
+        ->required();
+    addNumber(*command, "--bin", 1, std::numeric_limits<std::int64_t>::max(), &arguments->binWidth,
+              "Width of a bin in clock periods")
+        ->required();
+    addNumber(*command, "--bins", 1, mostBins, &arguments->bins, "Number of bins")->required();
+    command->add_option("IN", arguments->in, "CSV with the header time,channel; - is standard input")
+        ->required();
+    command->add_option("-o", arguments->out, "CSV bin,count; -, the default, is standard output");
+    command->add_option("--png", arguments->png, "A picture, too; - is standard output");
+    command->callback([arguments, work] {
+        if (arguments->png == "-" && arguments->out == "-")
+            throw CLI::ValidationError("--png", "standard output takes the CSV; name a file for one of them");
+        *work = [arguments] { return histogram(*arguments); };
+    });
+}
+
+} // namespace cli
