@@ -1,0 +1,171 @@
+"""Events as arrays, their way back to words, and histograms."""
+
+from __future__ import annotations
+
+import ctypes
+import weakref
+from typing import Any, Union
+
+import numpy as np
+
+from ._library import library
+
+EVENT = np.dtype({"names": ["time", "channel"], "formats": ["<i8", "u1"], "offsets": [0, 8], "itemsize": 16})
+"""One event: `time` in clock periods, `channel` a channel or a marker code."""
+
+MARKER_CODES = (100, 101, 102, 103, 104, 200, 201, 202, 203)
+"""The markers' codes; bit 0 to 8 of a marker mask stands for each of them, in this order."""
+
+FORMATS = ("56", "52", "52x", "60", "60b")
+
+_BLOCK = 65536  # events that one call of an encoder gets
+
+
+class Instance:
+    """An instance of the library, freed with this object."""
+
+    def __init__(self) -> None:
+        lib = library()
+        self.handle: int = lib.tdc56Init()
+        weakref.finalize(self, lib.tdc56DeInit, self.handle)
+
+
+def format_name(format: Union[str, int], known: tuple[str, ...] = FORMATS) -> str:
+    name = str(format)
+    if name not in known:
+        raise ValueError(f"format {format!r} is unknown: one of {', '.join(known)} is needed")
+    return name
+
+
+def whole_number(name: str, value: Any, low: int, high: int) -> int:
+    """`value` as an int; ValueError outside low to high, and for what is no whole number."""
+    if isinstance(value, (bool, np.bool_)) or not isinstance(value, (int, np.integer)):
+        raise ValueError(f"{name} {value!r} is not a whole number")
+    if not low <= value <= high:
+        raise ValueError(f"{name} {value} is not between {low} and {high}")
+    return int(value)
+
+
+def as_events(events: Any) -> np.ndarray:
+    """`events` as a contiguous array of EVENT, without a copy where it is one."""
+    array = np.asarray(events)
+    if array.ndim != 1:
+        raise ValueError(f"events of {array.ndim} dimensions: one is needed")
+    fields = array.dtype.fields or {}
+    for field, kind in (("time", "i8"), ("channel", "u1")):
+        if field not in fields:
+            raise ValueError(f"events of dtype {array.dtype} lack the field {field!r}")
+        if not np.can_cast(fields[field][0], kind, "safe"):
+            raise ValueError(f"the field {field!r} of dtype {fields[field][0]} does not fit {np.dtype(kind)}")
+    if array.dtype == EVENT and array.flags.c_contiguous and array.flags.aligned:
+        return array
+    result = np.zeros(len(array), EVENT)
+    for field in ("time", "channel"):
+        result[field] = array[field]
+    return result
+
+
+# format: first and last time, last channel, whether there are markers, the words that begin the stream. The high
+# word 0 is what a reader of 56 and 52 must see first.
+_ENCODINGS = {
+    "56": (0, 2**56 - 1, 7, False, [0x10000000]),
+    "52": (0, 2**52 - 1, 31, True, [0xFC000000]),
+    "60": (1, 2**60 - 1, 5, True, []),
+    "60b": (1, 2**61 - 1, 63, False, []),
+}  # fmt: skip
+
+
+def encode(events: Any, format: Union[str, int]) -> np.ndarray:
+    """Events to packet words, as test data.
+
+    `events`: array with the fields `time` and `channel`. Times ascend (equal ones are allowed), from 0 in the formats
+    56 and 52 and from 1 in 60 and 60b, to 2**56 - 1, 2**52 - 1, 2**60 - 1, 2**61 - 1. Channels go up to 7, 31, 5,
+    63; 52 and 60 carry markers too. Gaps in format 60 stay below 2**56 - 5000. A time or channel that the format
+    cannot carry is a ValueError that names the first such event. Format 52x has no encoder.
+
+    Result: uint32 words (`.tofile` writes them); 60b: uint8 bytes. 56 and 52 begin with a high word 0, so that
+    `decode` gives the same events. In format 60 markers go to the 5000-clock grid: they read back with their time
+    rounded down to it.
+
+    Kept: what is written as 60b does not read back, as its records lack the type bits that `decode` looks at.
+    """
+    name = format_name(format, tuple(_ENCODINGS))
+    array = as_events(events)
+    _check(array, name)
+    return _encode60b(array) if name == "60b" else _encode_words(array, name)
+
+
+def _check(events: np.ndarray, name: str) -> None:
+    first, last, channels, markers, _ = _ENCODINGS[name]
+    time, channel = events["time"], events["channel"]
+    known = channel <= channels
+    if markers:
+        known |= np.isin(channel, MARKER_CODES)
+    steps = np.diff(time)  # both ends are in range, or the first check speaks
+    for wrong, text in (
+        ((time < first) | (time > last), f"time {{time}} is not between {first} and {last}"),
+        (~known, "channel {channel} is not one of the format"),
+        (np.append(False, steps < 0), "time {time} lies before the one of the event before"),
+        (np.append(False, steps >= 2**56 - 5000) & (name == "60"), "time {time} comes too long after the event before"),
+    ):
+        bad = np.flatnonzero(wrong)
+        if len(bad):
+            at = events[bad[0]]
+            raise ValueError(f"format {name}, event {bad[0]}: " + text.format(time=at["time"], channel=at["channel"]))
+
+
+def _encode_words(events: np.ndarray, name: str) -> np.ndarray:
+    call = {"56": library().tdc56Encode, "52": library().tdc56Encode52, "60": library().tdc56Encode60}[name]
+    instance = Instance()
+    parts = [np.array(_ENCODINGS[name][4], "<u4")]
+    for begin in range(0, len(events), _BLOCK):
+        block = events[begin : begin + _BLOCK]
+        words = np.empty(2 * len(block) + 2, "<u4")  # two an event, and the absolute time of format 60
+        count = ctypes.c_int(len(block))
+        size = call(instance.handle, block.ctypes.data, count, words.ctypes.data, len(words))
+        parts.append(words[:size])
+    return np.concatenate(parts)
+
+
+def _encode60b(events: np.ndarray) -> np.ndarray:
+    # The result of a call is whole words only, so the bytes that each event takes are counted here.
+    time = events["time"]
+    sizes = np.select([time > 0xFFFFFFFF, time > 0xFFFFFF, time > 0xFFFF], [11, 5, 4], 3)
+    ends = np.cumsum(sizes)
+    data = np.zeros((int(ends[-1]) if len(ends) else 0) + 4, "u1")
+    instance = Instance()
+    for begin in range(0, len(events), _BLOCK):
+        block = events[begin : begin + _BLOCK]
+        offset = int(ends[begin] - sizes[begin])
+        length = int(ends[begin + len(block) - 1]) - offset
+        count = ctypes.c_int(len(block))
+        library().tdc56Encode60b(instance.handle, block.ctypes.data, count, data[offset:].ctypes.data, -(-length // 4))
+    return data[:-4]
+
+
+def histogram(events: Any, start: int, stop: int, bin_width: int, bins: int) -> np.ndarray:
+    """Start-stop histogram: how many stops came how long after the latest start at or before them.
+
+    `events`: array with the fields `time` and `channel`, in any order. `start`, `stop`: channels or marker codes,
+    0 to 255; when they are the same, each event stops the one before it and starts the next. `bin_width`: clock
+    periods, 1 or more; `bins`: 1 or more.
+
+    Result: int64 counts by bin. A stop counts once, in bin floor((stop - start) / bin_width); one beyond the last
+    bin or before the first start is dropped. At equal times the start comes first.
+    """
+    start = whole_number("start", start, 0, 255)
+    stop = whole_number("stop", stop, 0, 255)
+    bin_width = whole_number("bin_width", bin_width, 1, 2**63 - 1)
+    bins = whole_number("bins", bins, 1, 2**62)
+    array = as_events(events)
+    starts = np.sort(array["time"][array["channel"] == start])
+    if start == stop:
+        starts, stops = starts[:-1], starts[1:]
+        latest = np.arange(len(stops))
+    else:
+        stops = array["time"][array["channel"] == stop]
+        latest = np.searchsorted(starts, stops, side="right") - 1
+        stops, latest = stops[latest >= 0], latest[latest >= 0]
+    # Differences of 64-bit times need 64 bits without sign.
+    bin_of = (stops.astype("u8") - starts[latest].astype("u8")) // np.uint64(bin_width)
+    return np.bincount(bin_of[bin_of < bins].astype("i8"), minlength=bins)

@@ -1,0 +1,59 @@
+"""Installs the library and the Python module as a user would, and tries them.
+
+    module_test.py --build FOLDER --cmake PROGRAM --module FOLDER --page FILE [--preload LIBRARY]
+
+The library goes to a folder of its own, the module into a new virtual environment, built from a copy of its sources.
+Then tdc_test.py runs against both, and the code of the page on reading time stamps. Exit code 77: skipped, as
+something is missing.
+"""
+
+import argparse
+import glob
+import importlib.util
+import os
+import re
+import shutil
+import subprocess
+import sys
+import tempfile
+
+missing = [name for name in ("ensurepip", "pip", "setuptools", "wheel", "numpy") if not importlib.util.find_spec(name)]
+if missing:
+    print("missing:", *missing)
+    sys.exit(1 if "VORELUTIL_REQUIRE_ALL" in os.environ else 77)
+
+parser = argparse.ArgumentParser()
+for name in ("build", "cmake", "module", "page", "preload"):
+    parser.add_argument("--" + name)
+options = parser.parse_args()
+here = os.path.dirname(os.path.abspath(__file__))
+for name in ("PYTHONPATH", "PYTHONHOME", "VORELUTIL_LIBRARY", "VIRTUAL_ENV"):
+    os.environ.pop(name, None)
+
+with tempfile.TemporaryDirectory() as folder:
+
+    def run(*command, **settings):
+        subprocess.run(command, check=True, cwd=folder, **settings)
+
+    run(options.cmake, "--install", options.build, "--prefix", folder + "/prefix", stdout=subprocess.DEVNULL)
+    shutil.copytree(options.module, folder + "/python")
+    run(sys.executable, "-m", "venv", "--system-site-packages", "env")
+    python = folder + "/env/bin/python"
+    pip = [python, "-m", "pip", "install", "--quiet", "--no-index", "--no-build-isolation", "--no-deps", "./python"]
+    run(*pip, env={**os.environ, "PIP_DISABLE_PIP_VERSION_CHECK": "1", "PIP_NO_CACHE_DIR": "1"})
+
+    # The installed library is found by its name alone, the one that the module asks for.
+    (libraries,) = {os.path.dirname(path) for path in glob.glob(folder + "/prefix/**/libvorelutil.so", recursive=True)}
+    environment = {**os.environ, "LD_LIBRARY_PATH": libraries, "PYTHONDONTWRITEBYTECODE": "1"}
+    if options.preload:  # a library with sanitizers needs their runtime first; the interpreter's own leaks are its own
+        environment["LD_PRELOAD"] = options.preload
+        environment["ASAN_OPTIONS"] = "detect_leaks=0"
+    soname = "from vorelutil_tdc import _library; print(_library.__file__); print(_library.SONAME)"
+    where, name = subprocess.check_output([python, "-c", soname], env=environment, cwd=folder, text=True).split()
+    assert where.startswith(folder + "/env/"), where
+    assert os.path.exists(f"{libraries}/{name}"), (name, os.listdir(libraries))
+    run(python, "-m", "unittest", "--verbose", "tdc_test", env={**environment, "PYTHONPATH": here})
+
+    with open(options.page, encoding="utf-8") as page:
+        code = "\n".join(re.findall(r"```python\n(.*?)```", page.read(), re.S))
+    run(python, "-c", code, env=environment)
