@@ -18,6 +18,7 @@ struct Twin
     literal::Instance stated;
     std::uint32_t mask = 0x1FF; ///< of markers
     bool equal = true;          ///< that all results were the same so far
+    std::size_t compared = 0;   ///< events
 
     Twin() = default;
     Twin(const Twin&) = delete;
@@ -57,9 +58,10 @@ struct Twin
     /// Result: the number of records.
     std::size_t pop()
     {
-        const std::int32_t count = tdc56Pop(ours, m_popped.data());
+        static std::vector<PpTimest> popped(tdc56Capacity); // the room, and no more
+        const std::int32_t count = tdc56Pop(ours, popped.data());
         stated.pop(&m_expected);
-        compare(m_popped, m_expected, count);
+        compare(popped, m_expected, count);
         return m_expected.size();
     }
 
@@ -113,12 +115,12 @@ private:
     }
     void compare(const std::vector<PpTimest>& events, const std::vector<PpTimest>& expected, int count)
     {
+        compared += expected.size();
         equal = equal && count == static_cast<int>(expected.size()) &&
                 (count == 0 ||
                  std::memcmp(events.data(), expected.data(), expected.size() * sizeof(PpTimest)) == 0);
     }
 
-    std::vector<PpTimest> m_popped = std::vector<PpTimest>(tdc56Capacity); ///< the room, and no more
     std::vector<PpTimest> m_expected;
 };
 
