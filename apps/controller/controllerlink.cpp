@@ -221,11 +221,11 @@ void ControllerLink::poll()
 
 void ControllerLink::receive(const char* block, std::size_t length)
 {
-    m_overloadPolls = -1;
     TelegramReader reader(block, length);
     TelegramView telegram;
     const QPointer<IQTcp> tcp(m_tcp.get());
     while (reader.next(&telegram)) {
+        m_overloadPolls = -1; // for each: a slot that takes its time handles events, polls among them
         ++m_telegrams;
         trace("rx", telegram);
         dispatch(telegram);
