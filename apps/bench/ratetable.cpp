@@ -13,9 +13,12 @@ namespace bench {
 namespace {
 
 constexpr int shareRole = Qt::UserRole;
-constexpr int barMargin = 4;
+constexpr int barMargin = 2;
+constexpr int barAlpha = 100; ///< a text is read through it
+constexpr int rateColumn = 1;
+constexpr int columns = 3;
 
-/// A bar from the left, as long as the cell's share of the highest rate.
+/// A bar behind the text, as long as the cell's share of the highest rate.
 class BarDelegate : public QStyledItemDelegate
 {
 public:
@@ -23,10 +26,12 @@ public:
 
     void paint(QPainter* painter, const QStyleOptionViewItem& option, const QModelIndex& index) const override
     {
-        QStyledItemDelegate::paint(painter, option, index);
         QRectF bar = QRectF(option.rect).adjusted(barMargin, barMargin, -barMargin, -barMargin);
         bar.setWidth(std::max(bar.width() * index.data(shareRole).toDouble(), 1.0));
-        painter->fillRect(bar, plotColours(option.palette).first);
+        QColor colour = plotColours(option.palette).first;
+        colour.setAlpha(barAlpha);
+        painter->fillRect(bar, colour);
+        QStyledItemDelegate::paint(painter, option, index);
     }
 };
 
@@ -39,10 +44,10 @@ QString rateText(double rate)
 } // namespace
 
 RateTable::RateTable(QWidget* parent)
-    : QTableWidget(0, 4, parent)
+    : QTableWidget(0, columns, parent)
 {
     setAccessibleName(tr("Rates"));
-    setHorizontalHeaderLabels({tr("Channel"), tr("Events"), tr("Rate [1/s]"), QString()});
+    setHorizontalHeaderLabels({tr("Channel"), tr("Rate [1/s]"), tr("Events")});
     setEditTriggers(NoEditTriggers);
     setSelectionMode(NoSelection);
     setFocusPolicy(Qt::NoFocus);
@@ -53,12 +58,12 @@ RateTable::RateTable(QWidget* parent)
     verticalHeader()->setDefaultSectionSize(fontMetrics().height() + 4);
     horizontalHeader()->setSectionsClickable(false);
     horizontalHeader()->setSectionResizeMode(QHeaderView::Fixed);
-    horizontalHeader()->setStretchLastSection(true);
     const int digit = fontMetrics().horizontalAdvance(QLatin1Char('0'));
-    setColumnWidth(0, 12 * digit);
-    setColumnWidth(1, 14 * digit);
+    horizontalHeader()->setSectionResizeMode(rateColumn, QHeaderView::Stretch);
+    horizontalHeader()->setMinimumSectionSize(7 * digit);
+    setColumnWidth(0, 11 * digit);
     setColumnWidth(2, 11 * digit);
-    setItemDelegateForColumn(3, new BarDelegate(this));
+    setItemDelegateForColumn(rateColumn, new BarDelegate(this));
 }
 
 void RateTable::showRows(const QVector<Row>& rows)
@@ -67,9 +72,8 @@ void RateTable::showRows(const QVector<Row>& rows)
     double highest = 0.0;
     for (const Row& row : rows) highest = std::max(highest, row.rate);
     for (int i = 0; i < rows.size(); ++i) {
-        const QString texts[] = {rows[i].name, QString::number(rows[i].count), rateText(rows[i].rate),
-                                 QString()};
-        for (int column = 0; column < 4; ++column) {
+        const QString texts[] = {rows[i].name, rateText(rows[i].rate), QString::number(rows[i].count)};
+        for (int column = 0; column < columns; ++column) {
             if (item(i, column) == nullptr) {
                 setItem(i, column, new QTableWidgetItem);
                 item(i, column)->setTextAlignment(column == 0 ? Qt::AlignLeft | Qt::AlignVCenter
@@ -77,7 +81,7 @@ void RateTable::showRows(const QVector<Row>& rows)
             }
             item(i, column)->setText(texts[column]);
         }
-        item(i, 3)->setData(shareRole, highest > 0.0 ? rows[i].rate / highest : 0.0);
+        item(i, rateColumn)->setData(shareRole, highest > 0.0 ? rows[i].rate / highest : 0.0);
     }
 }
 

@@ -17,6 +17,7 @@
 #include <QLabel>
 #include <QMessageBox>
 #include <QPushButton>
+#include <QSplitter>
 #include <QVBoxLayout>
 #include <vorelutil/widgets/inputnormaliser.h>
 #include <vorelutil/widgets/savable.h>
@@ -31,9 +32,9 @@ namespace {
 
 constexpr double repaintsPerSecond = 10.0;
 constexpr int leftWidth = 268;
-constexpr int decoderWidth = 320;
+constexpr int fieldWidth = 60; ///< at least
 constexpr int offsetCount = 8;
-constexpr int offsetRows = 4;
+constexpr int offsetColumns = 4;
 
 constexpr int least = std::numeric_limits<int>::min();
 constexpr int most = std::numeric_limits<int>::max();
@@ -42,7 +43,7 @@ struct FieldForm
 {
     const char* key; ///< of the setting
     const char* label;
-    const char* help;
+    const char* name; ///< and what it is for
     const char* unit;
     char prefix;
     int minimum, maximum, initial;
@@ -50,16 +51,17 @@ struct FieldForm
 
 // clang-format off
 constexpr FieldForm forms[] = { // in the order of `Field`; the offsets share the last row
-    // key            label              help                                                      unit prefix least most     first
-    {"Rate",         "&Events",          "Events per second that the controller is asked for",      "/s", ' ', 1,     5000000, 100000},
-    {"StartChannel", "Start channel",    "Channel or marker code that starts; format 60 uses 5",    "",   'X', 0,     255,     0},
-    {"StopChannel",  "Stop channel",     "Channel or marker code that stops",                       "",   'X', 0,     255,     1},
-    {"BinWidth",     "Bin &width",       "Width of a bin of the histogram",                         "s",  'n', 1,     most,    10},
-    {"Bins",         "&Bins",            "Number of bins",                                          "",   'X', 1,     100000,  500},
-    {"Divider",      "&Divider",         "Virtual events in a start period, or parts that it is folded onto; 1: off. "
-                                         "Above 16383 events can get lost",                         "",   'X', 1,     most,    1},
-    {"StartPeriod",  "Start &period",    "Start period for folding; 0: is measured, and virtual events are made", "s", 'n', 0, most, 0},
-    {"Offset%1",     "%1",               "Added to the time of the events of channel %1",           "s",  'n', least, most,    0},
+    // key            label             name                                                              unit  prefix least most   first
+    {"Rate",         "&Events",         "Events per second that the controller is asked for",             "/s", ' ', 1,     5000000, 100000},
+    {"StartChannel", "Sta&rt",          "Start channel, or marker code; the starts of format 60 are on 5", "",  'X', 0,     255,     0},
+    {"StopChannel",  "sto&p",           "Stop channel, or marker code",                                   "",   'X', 0,     255,     1},
+    {"BinWidth",     "&width",          "Width of a bin",                                                 "s",  'n', 1,     most,    10},
+    {"Bins",         "&Bins",           "Number of bins",                                                 "",   'X', 1,     100000,  500},
+    {"Divider",      "&Divider",        "Virtual events in a start period, or parts that it is folded onto; 1: off; "
+                                        "above 16383 events can get lost",                                "",   'X', 1,     most,    1},
+    {"StartPeriod",  "Start per&iod",   "Start period for folding; 0: it is measured, and virtual events are made",
+                                                                                                          "s",  'n', 0,     most,    0},
+    {"Offset%1",     "%1",              "Offset that is added to the times of channel %1",                "s",  'n', least, most,    0},
 };
 
 constexpr struct { Format format; const char* name; } formats[] = {
@@ -122,18 +124,26 @@ TimeStampPanel::TimeStampPanel(Console* console, const bool* selectOnFocus, QWid
     m_streamText = makeText(this);
     m_histogramText = makeText(this);
     m_problemText = makeText(this);
-    auto* below = new QHBoxLayout;
-    below->addWidget(m_table, 1);
-    below->addWidget(makeDecoderGroup());
-    auto* right = new QVBoxLayout;
-    right->addWidget(m_streamText);
-    right->addWidget(m_problemText);
-    right->addWidget(m_plot, 1);
-    right->addWidget(m_histogramText);
-    right->addLayout(below);
+    auto* above = new QWidget(this);
+    auto* plotLayout = new QVBoxLayout(above);
+    for (QWidget* part : {static_cast<QWidget*>(m_streamText), static_cast<QWidget*>(m_problemText),
+                          static_cast<QWidget*>(m_plot), static_cast<QWidget*>(m_histogramText)})
+        plotLayout->addWidget(part, part == m_plot ? 1 : 0);
+    auto* below = new QWidget(this);
+    auto* tableLayout = new QHBoxLayout(below);
+    tableLayout->addWidget(m_table, 1);
+    tableLayout->addWidget(makeDecoderGroup(), 1);
+    for (QLayout* inner : {static_cast<QLayout*>(plotLayout), static_cast<QLayout*>(tableLayout)})
+        inner->setContentsMargins(0, 0, 0, 0);
+    auto* right = new QSplitter(Qt::Vertical, this);
+    right->addWidget(above);
+    right->addWidget(below);
+    right->setChildrenCollapsible(false);
+    right->setStretchFactor(0, 1);
+    right->setSizes({400, 180});
     auto* layout = new QHBoxLayout(this);
     layout->addLayout(left);
-    layout->addLayout(right, 1);
+    layout->addWidget(right, 1);
 
     new WheelGuard(this);
     for (UnitEdit* edit : qAsConst(m_fields)) new InputNormaliser(edit);
@@ -157,17 +167,24 @@ UnitEdit* TimeStampPanel::makeField(int which, const bool* selectOnFocus)
     edit->setResolution(10); // every clock period
     edit->configure(QString::fromUtf8(form.unit), form.prefix, 1.0, 0.0, form.minimum, form.maximum);
     edit->setValue(form.initial);
-    edit->setToolTip(numbered(form.help, which));
-    QString name = numbered(form.label, which).remove(QLatin1Char('&'));
-    if (which >= Offset0) name = tr("Offset of channel %1").arg(name);
-    edit->setAccessibleName(name);
+    edit->setMinimumWidth(fieldWidth);
+    edit->setToolTip(numbered(form.name, which));
+    edit->setAccessibleName(edit->toolTip());
     connect(edit, &UnitEdit::changed, this, &TimeStampPanel::apply);
     return edit;
 }
 
-void TimeStampPanel::addRow(QFormLayout* form, int which)
+/// Two fields with their labels beside each other.
+QLayout* TimeStampPanel::makePair(int first, int second)
 {
-    form->addRow(numbered(formOf(which).label, which), m_fields[which]);
+    auto* row = new QHBoxLayout;
+    for (const int which : {first, second}) {
+        auto* label = new QLabel(QString::fromUtf8(formOf(which).label), this);
+        label->setBuddy(m_fields[which]);
+        row->addWidget(label);
+        row->addWidget(m_fields[which], 1);
+    }
+    return row;
 }
 
 QGroupBox* TimeStampPanel::makeStreamGroup()
@@ -187,7 +204,7 @@ QGroupBox* TimeStampPanel::makeStreamGroup()
     auto* form = new QFormLayout(group);
     form->setFieldGrowthPolicy(QFormLayout::AllNonFixedFieldsGrow);
     form->addRow(tr("&Format"), m_formatBox);
-    addRow(form, Rate);
+    form->addRow(numbered(formOf(Rate).label, Rate), m_fields[Rate]);
     auto* buttons = new QHBoxLayout;
     buttons->addWidget(m_start);
     buttons->addWidget(m_stop);
@@ -208,7 +225,8 @@ QGroupBox* TimeStampPanel::makeHistogramGroup()
     connect(clearButton, &QPushButton::clicked, m_road, &TimeStampRoad::clear);
     auto* form = new QFormLayout(group);
     form->setFieldGrowthPolicy(QFormLayout::AllNonFixedFieldsGrow);
-    for (const int which : {StartChannel, StopChannel, BinWidth, Bins}) addRow(form, which);
+    form->addRow(makePair(StartChannel, StopChannel));
+    form->addRow(makePair(Bins, BinWidth));
     auto* row = new QHBoxLayout;
     row->addWidget(m_logBox, 1);
     row->addWidget(clearButton);
@@ -218,28 +236,27 @@ QGroupBox* TimeStampPanel::makeHistogramGroup()
 
 QGroupBox* TimeStampPanel::makeDecoderGroup()
 {
-    auto* group = new QGroupBox(tr("Channel offsets"), this);
-    group->setFixedWidth(decoderWidth);
-    auto* grid = new QGridLayout(group);
+    auto* group = new QGroupBox(tr("Decoding: offsets of the channels 0 to 7"), this);
+    auto* grid = new QGridLayout;
     for (int channel = 0; channel < offsetCount; ++channel) {
         UnitEdit* edit = m_fields[Offset0 + channel];
         auto* label = new QLabel(QString::number(channel), group);
         label->setBuddy(edit);
-        const int column = channel / offsetRows * 2;
-        grid->addWidget(label, channel % offsetRows, column);
-        grid->addWidget(edit, channel % offsetRows, column + 1);
+        const int column = channel % offsetColumns * 2;
+        grid->addWidget(label, channel / offsetColumns, column);
+        grid->addWidget(edit, channel / offsetColumns, column + 1);
     }
-    auto* form = new QFormLayout;
-    form->setFieldGrowthPolicy(QFormLayout::AllNonFixedFieldsGrow);
-    for (const int which : {Divider, StartPeriod}) addRow(form, which);
-    grid->addLayout(form, offsetRows, 0, 1, 4);
+    auto* layout = new QVBoxLayout(group);
+    layout->addLayout(grid);
+    layout->addLayout(makePair(Divider, StartPeriod));
+    layout->addStretch(1);
     return group;
 }
 
 QGroupBox* TimeStampPanel::makeSaveGroup()
 {
     auto* group = new QGroupBox(tr("Save"), this);
-    auto* histogram = new QPushButton(tr("Save &histogram..."), group);
+    auto* histogram = new QPushButton(tr("Save histogra&m..."), group);
     m_eventsButton = new QPushButton(group);
     m_eventsButton->setToolTip(tr("Events that are decoded from now on, until the stream ends"));
     connect(histogram, &QPushButton::clicked, this, &TimeStampPanel::saveHistogram);
@@ -353,6 +370,7 @@ void TimeStampPanel::updateTexts()
                               .arg(totals.events)
                               .arg(totals.markers));
     m_problemText->setText(problemText());
+    m_problemText->setVisible(!m_problemText->text().isEmpty());
 }
 
 QString TimeStampPanel::problemText() const
@@ -376,11 +394,11 @@ void TimeStampPanel::repaintNow()
     try {
         const timestamps::StartStopHistogram& histogram = m_road->settledHistogram();
         const std::uint64_t dropped = histogram.beyond() + histogram.withoutStart() + histogram.late();
-        QString text = tr("Starts: %1    Stops in bins: %2    beyond: %3    without a start: %4")
+        QString text = tr("Starts: %1    Stops in bins: %2    beyond: %3")
                            .arg(histogram.starts())
                            .arg(histogram.stops() - std::min(histogram.stops(), dropped))
-                           .arg(histogram.beyond())
-                           .arg(histogram.withoutStart());
+                           .arg(histogram.beyond());
+        if (histogram.withoutStart() > 0) text += tr("    without a start: %1").arg(histogram.withoutStart());
         if (histogram.late() > 0) text += tr("    out of order: %1").arg(histogram.late());
         m_histogramText->setText(text);
         m_plot->setCounts(histogram.counts(), m_road->settings().binWidth);
@@ -389,7 +407,11 @@ void TimeStampPanel::repaintNow()
         QVector<RateTable::Row> rows;
         for (int i = 0; i < timestamps::channelCount; ++i) {
             const std::uint64_t count = decoded.channels[std::size_t(i)];
-            if (count > 0) rows.append({QString::number(i), count, m_road->channelRate(i)});
+            if (count == 0) continue;
+            QString name = QString::number(i);
+            if (i == m_road->settings().start) name += tr(" start");
+            if (i == m_road->settings().stop) name += tr(" stop");
+            rows.append({name, count, m_road->channelRate(i)});
         }
         for (int i = 0; i < timestamps::markerCount; ++i) {
             const std::uint64_t count = decoded.markers[std::size_t(i)];

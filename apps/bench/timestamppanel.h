@@ -8,10 +8,9 @@
 
 class QCheckBox;
 class QComboBox;
-class QFormLayout;
-class QGridLayout;
 class QGroupBox;
 class QLabel;
+class QLayout;
 class QPushButton;
 class Savable;
 class UnitEdit;
@@ -76,7 +75,7 @@ private:
     QGroupBox* makeDecoderGroup();
     QGroupBox* makeSaveGroup();
     UnitEdit* makeField(int which, const bool* selectOnFocus);
-    void addRow(QFormLayout* form, int which);
+    QLayout* makePair(int first, int second);
     void setValue(int which, qint64 value);
     void chooseFormat();
     void apply();
