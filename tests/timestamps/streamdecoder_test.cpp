@@ -17,7 +17,7 @@ std::string randomStream(Format format)
     std::mt19937 random(17);
     const auto upTo = [&](std::uint32_t last) { return std::uint32_t(random() % (last + 1)); };
     std::string stream;
-    std::uint64_t time = 1000000000000;
+    std::uint64_t time = 1000000000000, high = 0;
     const auto put = [&](std::uint64_t value, std::size_t bytes) {
         for (std::size_t i = 0; i < bytes; ++i) stream += char(value >> 8 * i);
     };
@@ -28,7 +28,6 @@ std::string randomStream(Format format)
         time += upTo(30000);
         const bool isHigh = i > 3 && (i == 4 || upTo(20) == 0);
         const int lowBits = format == Format::F52 ? 26 : 28;
-        static std::uint64_t high = 0;
         const std::uint64_t low = time & ((1U << lowBits) - 1);
         const bool needsHigh = format == Format::F52 && i > 3 && time >> lowBits != high;
         if (isHigh || needsHigh) high = time >> lowBits;
