@@ -1,13 +1,13 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdint>
+#include <cstring>
 #include <fuzz/literaltdc.h>
 #include <gtest/gtest.h>
 #include <limits>
 #include <malloc.h>
 #include <memory>
 #include <random>
-#include <string>
 #include <vector>
 #include <vorelutil/tdc/instance.h>
 
@@ -17,28 +17,6 @@ constexpr std::int64_t lowest = std::numeric_limits<std::int64_t>::min();
 constexpr std::int64_t highest = std::numeric_limits<std::int64_t>::max();
 constexpr std::int32_t lowestOffset = std::numeric_limits<std::int32_t>::min();
 constexpr std::int32_t highestOffset = std::numeric_limits<std::int32_t>::max();
-
-using Random = std::mt19937_64;
-
-/// Takes out of both, and requires the same.
-testing::AssertionResult popSame(Tdc56Instance& ours, literal::Instance& expected)
-{
-    std::vector<PpTimest> output(tdc56Capacity, PpTimest{-1, 255, {9, 9, 9, 9, 9, 9, 9}}), events;
-    output.resize(static_cast<std::size_t>(tdc56Pop(&ours, output.data())));
-    expected.pop(&events);
-    if (output.size() != events.size())
-        return testing::AssertionFailure() << output.size() << " events instead of " << events.size();
-    for (std::size_t i = 0; i < events.size(); ++i) {
-        const bool same = output[i].time == events[i].time && output[i].channel == events[i].channel &&
-                          std::equal(output[i].padding, std::end(output[i].padding), events[i].padding);
-        if (!same)
-            return testing::AssertionFailure()
-                   << "event " << i << " is " << output[i].time << " on " << int{output[i].channel};
-    }
-    if (tdc56GetQueued(&ours) != expected.queue.size())
-        return testing::AssertionFailure() << tdc56GetQueued(&ours) << " are left in the queue";
-    return testing::AssertionSuccess();
-}
 
 struct Flow
 {
@@ -61,21 +39,20 @@ const Flow flows[] = {
     {"lowest key",                  -(1LL << 60),    2,               8,             3,            -3,            30,    200},
     {"offsets at their ends",       0,               1ULL << 33,      1000,          lowestOffset, highestOffset, 100,   200},
     {"beyond keys now and then",    (1LL << 60),     1ULL << 57,      1ULL << 59,    7,            -7,            100,   100},
-    {"wraps above",                 highest - 500,   100,             200,           lowestOffset, highestOffset, 30,    200},
-    {"wraps below",                 lowest,          50,              100,           lowestOffset, highestOffset, 30,    200},
-    {"any time",                    0,               ~std::uint64_t{}, ~std::uint64_t{}, lowestOffset, highestOffset, 90, 300},
+    {"wraps",                       highest - 500,   100,             200,           lowestOffset, highestOffset, 30,    200},
+    {"any time",                    0,               ~0ULL,           ~0ULL,         lowestOffset, highestOffset, 90,    300},
 };
 // clang-format on
 
 TEST(TimeQueue, AnswersAsOneSortOfAllDoes)
 {
+    const auto ours = std::make_unique<Tdc56Instance>();
+    std::vector<PpTimest> output(tdc56Capacity, PpTimest{-1, 255, {9, 9, 9, 9, 9, 9, 9}}), events = output;
     for (const Flow& flow : flows) {
-        SCOPED_TRACE(flow.desc);
-        Random random(57);
-        const auto upTo = [&](std::uint64_t most) {
-            return static_cast<std::int64_t>(most + 1 == 0 ? random() : random() % (most + 1));
+        std::mt19937_64 random(57);
+        const auto upTo = [&](std::uint64_t limit) {
+            return static_cast<std::int64_t>(limit + 1 == 0 ? random() : random() % (limit + 1));
         };
-        auto ours = std::make_unique<Tdc56Instance>();
         literal::Instance expected;
         const std::int32_t offsets[8] = {flow.offset0, flow.offset1, 1, 0, -1, 0, flow.offset0 / 2, 0};
         tdc56SetOffsets(ours.get(), offsets);
@@ -83,34 +60,36 @@ TEST(TimeQueue, AnswersAsOneSortOfAllDoes)
         ours->time = flow.begin;
         std::size_t popped = 0;
         for (int round = 0; round < flow.rounds; ++round) {
-            for (auto left = random() % (flow.pushes + 1); left > 0; --left) {
+            for (auto left = upTo(flow.pushes); left > 0; --left) {
                 const std::int64_t stamp =
                     literal::sum(literal::difference(ours->time, upTo(flow.spread / 2)), upTo(flow.spread));
-                const auto channel = static_cast<std::uint8_t>(random() % 8);
+                const auto channel = static_cast<std::uint8_t>(upTo(7));
                 tdc56Push(ours.get(), stamp, channel);
                 expected.push(stamp, channel);
             }
-            ours->time = literal::sum(ours->time, upTo(flow.step));
-            expected.time = ours->time;
-            const std::size_t before = expected.queue.size();
-            for (auto pops = 1 + random() % 2; pops > 0; --pops)
-                ASSERT_TRUE(popSame(*ours, expected)) << round;
-            popped += before - expected.queue.size();
+            ours->time = expected.time = literal::sum(ours->time, upTo(flow.step));
+            for (auto pops = 1 + upTo(1); pops > 0; --pops) {
+                const auto count = static_cast<std::size_t>(tdc56Pop(ours.get(), output.data()));
+                expected.pop(&events);
+                ASSERT_EQ(count, events.size()) << flow.desc << round;
+                ASSERT_EQ(std::memcmp(output.data(), events.data(), count * sizeof(PpTimest)), 0)
+                    << flow.desc << round;
+                ASSERT_EQ(tdc56GetQueued(ours.get()), expected.queue.size()) << flow.desc << round;
+                popped += count;
+            }
         }
-        EXPECT_GT(popped, 100U) << "the flow is of no use";
+        EXPECT_GT(popped, 100U) << flow.desc << ": of no use";
+        tdc56Flush(ours.get());
     }
 }
 
 TEST(TimeQueue, TakesTimesBeyondTheKeysForNoneOrAll)
 {
     TimeQueue queue;
-    PpTimest output[2];
-    queue.push(5, 1);
+    PpTimest output[1];
     queue.push(-5, 7);
-    EXPECT_EQ(queue.pop(lowest, output, 2), 0U);
-    ASSERT_EQ(queue.pop(highest, output, 2), 2U);
-    EXPECT_EQ(output[0].time, -5);
-    EXPECT_EQ(output[1].channel, 1);
+    EXPECT_EQ(queue.pop(lowest, output, 1), 0U);
+    EXPECT_EQ(queue.pop(highest, output, 1), 1U);
 }
 
 std::size_t allocated()
@@ -139,7 +118,7 @@ TEST(TimeQueue, TenMillionWaitingEventsHoldUpNobodyAndGiveTheirMemoryBack)
     const auto begun = std::chrono::steady_clock::now();
     const std::size_t before = allocated();
     TimeQueue queue;
-    Random random(3);
+    std::mt19937_64 random(3);
     for (std::size_t i = 0; i < waiting; ++i)
         queue.push(far + static_cast<std::int64_t>(random() % far), static_cast<std::uint8_t>(i % 8));
 
