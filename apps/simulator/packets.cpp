@@ -10,7 +10,6 @@ using namespace controller;
 namespace {
 
 constexpr std::uint8_t firstMarker = 100;
-constexpr std::int64_t markerGrid = 5000;
 constexpr std::uint32_t startChannel60 = 5;
 constexpr std::uint32_t carrierChannel60 = 6;
 constexpr std::uint32_t idleCode = 63; ///< of format 60b: delivers nothing
