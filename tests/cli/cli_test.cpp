@@ -1,3 +1,5 @@
+#include "vorel.h"
+
 #include <gmock/gmock.h>
 #include <QFile>
 #include <QImage>
@@ -9,41 +11,6 @@
 using testing::MatchesRegex;
 
 namespace {
-
-const QString vorel = QStringLiteral(VOREL_PATH);
-
-struct Result
-{
-    int code = -1;
-    QByteArray out, err;
-};
-
-Result run(const QByteArray& line, const QByteArray& input = {})
-{
-    QProcess process;
-    process.start(vorel, QString::fromLatin1(line).split(QLatin1Char(' '), Qt::SkipEmptyParts));
-    process.write(input);
-    process.closeWriteChannel();
-    if (!process.waitForFinished(30000) || process.exitStatus() != QProcess::NormalExit) return {};
-    return {process.exitCode(), process.readAllStandardOutput(), process.readAllStandardError()};
-}
-
-struct Row
-{
-    QByteArray arguments;
-    int code;
-    QByteArray out, err;
-};
-
-/// Exit code, standard output and standard error together; `more` follows each row's arguments.
-void expectRows(const std::vector<Row>& rows, const QByteArray& more = {}, const QByteArray& input = {})
-{
-    for (const Row& row : rows) {
-        const Result result = run(row.arguments + more, input);
-        EXPECT_EQ(std::tuple(result.code, result.out, result.err), std::tuple(row.code, row.out, row.err))
-            << row.arguments.constData();
-    }
-}
 
 /// A running `vorel sim`.
 class Sim
