@@ -28,8 +28,10 @@
 ///
 /// The packet formats are drawn bit by bit in docs/formats/.
 
+// NOLINTBEGIN(modernize-deprecated-headers): C needs these.
 #include <stdbool.h>
 #include <stdint.h>
+// NOLINTEND(modernize-deprecated-headers)
 #include <vorelutil/platform/export.h>
 
 #ifdef __cplusplus
