@@ -2,7 +2,9 @@
 
 from __future__ import annotations
 
+import collections
 import ctypes
+import itertools
 import os
 import warnings
 from dataclasses import dataclass, field
@@ -10,16 +12,26 @@ from typing import Any, BinaryIO, Iterable, Iterator, Optional, Sequence, Union
 
 import numpy as np
 
-from ._events import EVENT, MARKER_CODES, Instance, format_name, whole_number
+from ._events import (
+    EVENT,
+    MARKER_CODES,
+    Data,
+    Instance,
+    Output,
+    as_bytes,
+    by_time,
+    format_name,
+    whole_number,
+)
 from ._library import CAPACITY, library
 
-Data = Union[bytes, bytearray, memoryview, np.ndarray]
 Source = Union[str, "os.PathLike[str]", BinaryIO, Data, Iterable[Data]]
 
 _PIECE = 1 << 20  # bytes that are looked at together
 _BATCH = 1 << 18  # events from which on an iterator hands them out
 _FREE = {"56": 1.0, "52": 1.0, "52x": 1.0, "60": 1.5, "60b": 4 / 3}  # most events a word, ordinarily
-_LARGEST_RECORD = 27  # events of a record of format 60: three marker carriers
+_CARRIER = 9  # markers that one event of format 60 may stand for
+_GRID = 5000  # clock periods: such an event's markers lie less than that before it
 
 
 @dataclass
@@ -45,13 +57,15 @@ class Decoder:
 
     `format`: "56", "52", "52x", "60" or "60b".
     `markers`: bit 0 to 8 deliver the markers 100 to 104 and 200 to 203 (formats 52, 60 and 60b).
-    `offsets`: 8 values of 32 bits, added to the times of the channels 0 to 7. If one of them is not 0, events come
-    sorted by time, equal times by channel; markers and channels above 7 have no offset and are merged in behind
-    events of the same time. An event that a negative offset moves before the piece at hand comes late.
-    `divider`, 1 to 16383: from 2 on, and with a start period of 0, virtual events on channel 0 divide each start
-    period into that many parts (formats 56 and 60).
-    `start_period`, 0 to 2**63 - 1: with a divider from 2 on, each channel event's time is folded to the remainder
-    by start_period // divider (all formats but 52x).
+    `offsets`: 8 values of 32 bits, added to the times of the channels 0 to 7. If one of them is not 0, events
+    come sorted by time, equal times by channel; markers and channels above 7 have no offset and are merged in
+    behind events of the same time. Events wait until nothing can come before them. (Some come late all the
+    same: where the stream itself goes back in time, where offsets lie 2**31 apart, and virtual events that
+    fall due behind a marker.)
+    `divider`, 1 to 16383: from 2 on, and with a start period of 0, virtual events on channel 0 divide each
+    start period into that many parts (formats 56 and 60).
+    `start_period`, 0 to 2**63 - 1: with a divider from 2 on, each channel event's time is folded to the
+    remainder by start_period // divider (all formats but 52x).
     A setting that has no effect in the format is told as a warning, a wrong one is a ValueError.
 
     One thread at a time; different decoders are independent.
@@ -77,7 +91,8 @@ class Decoder:
         if self._format == "52x" and (any(shifts) or divider > 1):
             warnings.warn("offsets and divider have no effect in format 52x", stacklevel=2)
         if self._format in ("52", "60b") and divider > 1 and start_period == 0:
-            warnings.warn(f"divider without start_period has no effect in format {self._format}", stacklevel=2)
+            text = f"divider without start_period has no effect in format {self._format}"
+            warnings.warn(text, stacklevel=2)
 
         self.summary = Summary()
         self._bytes = 0
@@ -87,9 +102,19 @@ class Decoder:
         self._lib = library()
         self._main = self._instance(divider, start_period)
         self._sorting = any(shifts) and self._format != "52x"
-        # While sorting, the library keeps what does not pass its queue: this one, without offsets, delivers it.
+        # While sorting, the library keeps what does not pass its queue: an instance without offsets gives
+        # that, and it waits here, in ascending order.
         self._others: Optional[Instance] = None
+        self._popped = np.empty(CAPACITY, EVENT)
+        self._waiting: collections.deque[np.ndarray] = collections.deque()
+        self._delay = 0
         if self._sorting:
+            # Events may still come with the stream's time plus the least offset, markers of format 60 with a
+            # time before it. A delay, taken off again later, keeps the queue from handing out what lies
+            # behind those.
+            lag = _GRID if self._format == "60" else 1
+            self._delay = min(lag - min(*shifts, 0), 2**31 - 1 - max(shifts))
+            shifts = [shift + self._delay for shift in shifts]
             self._lib.tdc56SetOffsets(self._main.handle, (ctypes.c_int32 * 8)(*shifts))
             if self._format != "56":
                 self._others = self._instance(divider if start_period else 1, start_period)
@@ -97,23 +122,21 @@ class Decoder:
         # A packet must not exceed the library's buffer: most events of a word, or of a record of format 60.
         virtual = divider if start_period == 0 and self._format in ("56", "60") else 1
         most = 1 if virtual == 1 else virtual + 1
-        self._single = False
         if self._format == "60":
-            self._single = 3 * most > CAPACITY
-            most = max(most if self._single else 3 * most, _LARGEST_RECORD)
-        self._packet = CAPACITY // most
+            most = 3 * max(most, _CARRIER)
+        self._packet = CAPACITY // most  # 0: not even one record of three events fits
 
     def decode(self, data: Data) -> np.ndarray:
         """The events of the stream's next piece, which may be cut anywhere."""
         data = self._begin(data)
-        out = _Output(int(len(data) / 4 * _FREE[self._format]))
+        out = self._output(data)
         for _ in self._advance(data, out):
             pass
         return self._count(out)
 
     def finish(self) -> np.ndarray:
         """The stream is over: what waits in the queue comes out, whatever its time. No piece may follow."""
-        out = _Output(0)
+        out = Output(0)
         for _ in self._drain(out):
             pass
         return self._count(out)
@@ -127,9 +150,13 @@ class Decoder:
     def _begin(self, data: Data) -> np.ndarray:
         if self._finished:
             raise ValueError("the decoder is finished: a new stream needs a new one")
-        return _as_bytes(data)
+        return as_bytes(data)
 
-    def _count(self, out: _Output) -> np.ndarray:
+    def _output(self, data: np.ndarray) -> Output:
+        """Room for what `data` ordinarily holds."""
+        return Output(int(len(data) / 4 * _FREE[self._format]))
+
+    def _count(self, out: Output) -> np.ndarray:
         """Hands out what `out` holds."""
         events = out.take()
         self._counts += np.bincount(events["channel"], minlength=256)
@@ -139,7 +166,7 @@ class Decoder:
         self.summary.words_before_high = self._lib.tdc56GetDroppedWords(self._main.handle)
         return events
 
-    def _batches(self, steps: Iterator[None], out: _Output) -> Iterator[np.ndarray]:
+    def _batches(self, steps: Iterator[None], out: Output) -> Iterator[np.ndarray]:
         for _ in steps:
             if out.size >= _BATCH:
                 yield self._count(out)
@@ -148,7 +175,7 @@ class Decoder:
 
     # The generators below stop after each packet, so that the caller can hand out what `out` holds.
 
-    def _advance(self, data: np.ndarray, out: _Output) -> Iterator[None]:
+    def _advance(self, data: np.ndarray, out: Output) -> Iterator[None]:
         for begin in range(0, len(data), _PIECE):
             piece = data[begin : begin + _PIECE]
             self._bytes += len(piece)
@@ -167,13 +194,16 @@ class Decoder:
                 yield from self._packets(words, out)
             self._rest = piece[used:].copy()
 
-    def _packets(self, words: np.ndarray, out: _Output) -> Iterator[None]:
+    def _packets(self, words: np.ndarray, out: Output) -> Iterator[None]:
+        if self._packet == 0:
+            yield from self._event_by_event(words, out)
+            return
         address, step = words.ctypes.data, self._packet * (2 if self._format == "60" else 1)
         for begin in range(0, len(words), step):
             self._decode(address + 4 * begin, min(step, len(words) - begin), out)
             yield
 
-    def _records(self, data: np.ndarray, out: _Output) -> Iterator[int]:
+    def _records(self, data: np.ndarray, out: Output) -> Iterator[int]:
         """Packets of format 60b; yields how many bytes are done."""
         address, done = data.ctypes.data, 0
         while True:
@@ -194,52 +224,104 @@ class Decoder:
             first = np.flatnonzero(~second[:-1] & second[1:])
             self.summary.ordering_errors += len(words) - 2 * len(first)
             words = words[np.stack((first, first + 1), axis=1).ravel()]
-        return (_single_events(words) if self._single else words), used
+        return words, used
 
-    def _decode(self, address: int, size: int, out: _Output) -> None:
+    def _decode(self, address: int, size: int, out: Output) -> None:
         """Decodes one packet; `size` in words, format 60b: in bytes."""
         if self._format == "52x":
             out.size += self._lib.tdc56Decode52x(self._main.handle, address, size, out.room())
             return
         begin = out.size
-        self._feed(self._main, address, size)
+        self._feed(self._main, address, size, 0 if self._sorting else self._markers)
+        if self._others:
+            self._feed(self._others, address, size, self._markers)
         while self._pop(self._main, out) == CAPACITY and self._sorting:
             pass
-        if self._others:
-            self._feed(self._others, address, size)
-            end = out.size
-            self._pop(self._others, out)
-            out.keep(end, out.array["channel"][end : out.size] > 7)
-            if out.size > end:
-                out.sort(begin)
+        if self._sorting:
+            self._merge(begin, self._time() - self._delay, out)
 
-    def _feed(self, instance: Instance, address: int, size: int) -> None:
+    def _event_by_event(self, words: np.ndarray, out: Output) -> Iterator[None]:
+        """Records of format 60, those of several events as records of one event each."""
+        for low, high in words.reshape(-1, 2).tolist():
+            events = _several_events(low, high)
+            if not events:
+                self._decode_words([low, high], out)
+            elif self._time() != 0:  # else there is no absolute time yet
+                for delta, channel in events:
+                    if self._time() != 0:
+                        self._decode_words(_one_event(delta, channel), out)
+                    else:  # amid a record that is a time as any other; before one it delivers nothing
+                        self._decode_words([1, 0x80000000, *_one_event(delta - 1, channel)], out)
+                    yield
+            yield
+
+    def _decode_words(self, words: list[int], out: Output) -> None:
+        packet = np.array(words, "<u4")
+        self._decode(packet.ctypes.data, len(packet), out)
+
+    def _time(self) -> int:
+        return int(self._lib.tdc56GetTime(self._main.handle))
+
+    def _feed(self, instance: Instance, address: int, size: int, markers: int) -> None:
         if self._format == "56":
             self._lib.tdc56Decode(instance.handle, address, size)
         elif self._format == "52":
-            self._lib.tdc56Decode52(instance.handle, address, size, self._markers)
+            self._lib.tdc56Decode52(instance.handle, address, size, markers)
         elif self._format == "60":
-            self._lib.tdc56Decode60(instance.handle, address, size, self._markers)
+            self._lib.tdc56Decode60(instance.handle, address, size, markers)
         else:
-            self._lib.tdc56Decode60b(instance.handle, address, -size, self._markers)
+            self._lib.tdc56Decode60b(instance.handle, address, -size, markers)
 
-    def _pop(self, instance: Instance, out: _Output) -> int:
+    def _pop(self, instance: Instance, out: Output) -> int:
         count = int(self._lib.tdc56Pop(instance.handle, out.room()))
         out.size += count
         return count
 
-    def _drain(self, out: _Output) -> Iterator[None]:
+    def _merge(self, begin: int, limit: int, out: Output) -> None:
+        """Takes the delay off the queue's events, those from `begin` on, and merges the others up to `limit`
+        in."""
+        out.array["time"][begin : out.size] -= self._delay
+        if self._others:
+            count = self._lib.tdc56Pop(self._others.handle, self._popped.ctypes.data)
+            self._set_aside(self._popped[:count])
+            out.merge(begin, self._ready(limit))
+
+    def _set_aside(self, events: np.ndarray) -> None:
+        others = by_time(events[events["channel"] > 7])
+        if len(others) == 0:
+            return
+        if self._waiting and others["time"][0] < self._waiting[-1]["time"][-1]:
+            others = by_time(np.concatenate((*self._waiting, others)))
+            self._waiting.clear()
+        self._waiting.append(others)
+
+    def _ready(self, limit: int) -> list[np.ndarray]:
+        """Takes out what waits up to `limit`."""
+        ready = []
+        while self._waiting:
+            first = self._waiting.popleft()
+            count = int(np.searchsorted(first["time"], max(limit, -(2**63)), "right"))
+            ready.append(first[:count])
+            if count < len(first):
+                self._waiting.appendleft(first[count:])
+                break
+        return ready
+
+    def _drain(self, out: Output) -> Iterator[None]:
         self._begin(b"")
         self._finished = True
         self.summary.cut_bytes = len(self._rest)
         if not self._sorting:
             return
-        # The queue gives what the stream's time has passed: records of format 60 move that to the largest one.
-        last = _one_event(np.array([2**56 - 1] * 112 + [112]), np.full(113, 7))
-        words = np.concatenate((np.array([0x3FFFFFFF, 0xBFFFFFFF], "<u4"), last.ravel()))
+        # The queue gives what the stream's time has passed. Records of format 60 move that to the largest
+        # one: an absolute time, and events of channel 7, which count for nothing else.
+        last = [0x3FFFFFFF, 0xBFFFFFFF, *(_one_event(2**56 - 1, 7) * 112), *_one_event(112, 7)]
+        words, begin = np.array(last, "<u4"), out.size
         self._lib.tdc56Decode60(self._main.handle, words.ctypes.data, len(words), 0)
         while self._pop(self._main, out) == CAPACITY:
-            yield
+            pass
+        self._merge(begin, 2**63 - 1, out)
+        yield
 
 
 def decode(
@@ -256,8 +338,11 @@ def decode(
     The settings are those of `Decoder`, which also counts what it met on the way.
     """
     decoder = Decoder(format, markers=markers, offsets=offsets, divider=divider, start_period=start_period)
-    events, rest = decoder.decode(data), decoder.finish()
-    return np.concatenate((events, rest)) if len(rest) else events
+    data = decoder._begin(data)
+    out = decoder._output(data)
+    for _ in itertools.chain(decoder._advance(data, out), decoder._drain(out)):
+        pass
+    return decoder._count(out)
 
 
 def iter_decode(
@@ -272,10 +357,11 @@ def iter_decode(
 ) -> Iterator[np.ndarray]:
     """Decodes a stream of any size in bounded memory: yields its events in arrays that are not empty.
 
-    `source`: the path of a file, a file open for reading bytes, data as `decode` takes it (a memory-mapped array
-    included), or an iterable of such data. Files and data are read `chunk` bytes at a time. Settings as in
-    `Decoder`. Together the arrays hold what `decode` gives, apart from the order of events that an offset moves
-    across a chunk. Events that sorting holds back stay in memory until their time has come.
+    `source`: the path of a file, a file open for reading bytes, data as `decode` takes it (a memory-mapped
+    array included), or an iterable of such data. Files and data are read `chunk` bytes at a time. Settings as
+    in
+    `Decoder`. Together the arrays hold what `decode` gives. Events that sorting holds back stay in memory
+    until their time has come.
     """
     decoder = Decoder(format, markers=markers, offsets=offsets, divider=divider, start_period=start_period)
     return _iterate(decoder, source, whole_number("chunk", chunk, 1, 2**40))
@@ -283,8 +369,8 @@ def iter_decode(
 
 def _iterate(decoder: Decoder, source: Source, chunk: int) -> Iterator[np.ndarray]:
     for data in _chunks(source, chunk):
-        yield from decoder._batches(decoder._advance(decoder._begin(data), out := _Output(0)), out)
-    yield from decoder._batches(decoder._drain(out := _Output(0)), out)
+        yield from decoder._batches(decoder._advance(decoder._begin(data), out := Output(0)), out)
+    yield from decoder._batches(decoder._drain(out := Output(0)), out)
 
 
 def _chunks(source: Source, chunk: int) -> Iterator[Data]:
@@ -295,7 +381,7 @@ def _chunks(source: Source, chunk: int) -> Iterator[Data]:
         while data := source.read(chunk):
             yield data
     elif isinstance(source, (bytes, bytearray, memoryview, np.ndarray)):
-        array = source if isinstance(source, np.ndarray) else _as_bytes(source)
+        array = source if isinstance(source, np.ndarray) else as_bytes(source)
         step = max(1, chunk // max(1, array.itemsize))
         for begin in range(0, len(array), step):
             yield array[begin : begin + step]
@@ -303,80 +389,23 @@ def _chunks(source: Source, chunk: int) -> Iterator[Data]:
         yield from source
 
 
-def _as_bytes(data: Data) -> np.ndarray:
-    """`data` as a contiguous array of bytes, without a copy where possible."""
-    try:
-        array = np.asarray(data if isinstance(data, np.ndarray) else memoryview(data))
-    except TypeError:
-        raise ValueError(f"data of type {type(data).__name__}: bytes or a NumPy array is needed") from None
-    if array.ndim != 1:
-        raise ValueError(f"data of {array.ndim} dimensions: one is needed")
-    if array.dtype.kind != "u" or array.itemsize not in (1, 4):
-        raise ValueError(f"data of dtype {array.dtype}: uint32 words or uint8 bytes are needed")
-    return np.ascontiguousarray(array, "<u4" if array.itemsize == 4 else "u1").view("u1")
+def _one_event(delta: int, channel: int) -> list[int]:
+    """A record of format 60 with one event (type 3)."""
+    return [delta & 0x3FFFFFFF | 0x40000000, delta >> 30 & 0x07FFFFFF | channel << 27 | 0xC0000000]
 
 
-def _one_event(deltas: np.ndarray, channels: np.ndarray) -> np.ndarray:
-    """Records of format 60 of one event each (type 3): rows of two words."""
-    first = (deltas & 0x3FFFFFFF) | 0x40000000
-    second = ((deltas >> 30) & 0x07FFFFFF) | (channels << 27) | 0xC0000000
-    return np.stack((first, second), axis=1).astype("<u4")
+def _several_events(low: int, high: int) -> list[tuple[int, int]]:
+    """Deltas and channels of a record of format 60 that holds three or two events; empty for the other
+    types."""
 
+    def signed(value: int, bits: int) -> int:
+        value &= (1 << bits) - 1
+        return value - (value >> (bits - 1) << bits)
 
-def _single_events(words: np.ndarray) -> np.ndarray:
-    """Records of format 60 with their events in a record each."""
-    low, high = words[0::2].astype("i8"), words[1::2].astype("i8")
-    kind = ((high >> 30) & 1) * 2 + ((low >> 30) & 1)
-    events = np.array([1, 3, 2, 1])[kind]
-    place = np.cumsum(events) - events  # of each record's first event
-    result = np.empty((int(events.sum()), 2), "<u4")
-
-    whole = (kind == 0) | (kind == 3)
-    result[place[whole]] = words.reshape(-1, 2)[whole]
-    three, two = kind == 1, kind == 2
-    middle = ((low >> 20) & 0x3FF) | ((high & 0x7F) << 10)
-    for which, event, delta, channel, bits in (
-        (three, 0, low, low >> 17, 17),
-        (three, 1, middle, high >> 7, 17),
-        (three, 2, high >> 10, high >> 27, 17),
-        (two, 0, low, low >> 27, 27),
-        (two, 1, high, high >> 27, 27),
-    ):
-        sign = 1 << (bits - 1)
-        signed = ((delta[which] & (2 * sign - 1)) ^ sign) - sign
-        result[place[which] + event] = _one_event(signed, channel[which] & 7)
-    return result.ravel()
-
-
-class _Output:
-    """The array that the library writes into; grows in big steps."""
-
-    def __init__(self, expected: int) -> None:
-        self.array = np.empty(expected and expected + CAPACITY, EVENT)
-        self.size = 0
-        self._address = self.array.ctypes.data
-
-    def room(self) -> int:
-        """The address behind the last event, with room for a pop."""
-        if self.size + CAPACITY > len(self.array):
-            self.array.resize(max(self.size + 4 * CAPACITY, len(self.array) * 3 // 2), refcheck=False)
-            self._address = self.array.ctypes.data
-        return self._address + EVENT.itemsize * self.size
-
-    def keep(self, begin: int, which: np.ndarray) -> None:
-        """Of the events from `begin` on, only those."""
-        kept = self.array[begin : self.size][which]
-        self.size = begin + len(kept)
-        self.array[begin : self.size] = kept
-
-    def sort(self, begin: int) -> None:
-        """The events from `begin` on by time; equal times stay in their order."""
-        events = self.array[begin : self.size]
-        events[:] = events[np.argsort(events["time"], kind="stable")]
-
-    def take(self) -> np.ndarray:
-        """Hands the events out; the array is empty then."""
-        events, size = self.array, self.size
-        self.__init__(0)
-        events.resize(size, refcheck=False)
-        return events
+    kind = (high >> 30 & 1) * 2 + (low >> 30 & 1)
+    if kind == 1:
+        both = (high & 0x3FFFFFFF) << 30 | low & 0x3FFFFFFF
+        return [(signed(both >> at, 17), both >> (at + 17) & 7) for at in (0, 20, 40)]
+    if kind == 2:
+        return [(signed(word, 27), word >> 27 & 7) for word in (low, high)]
+    return []

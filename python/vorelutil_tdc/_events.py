@@ -8,13 +8,15 @@ from typing import Any, Union
 
 import numpy as np
 
-from ._library import library
+from ._library import CAPACITY, library
 
 EVENT = np.dtype({"names": ["time", "channel"], "formats": ["<i8", "u1"], "offsets": [0, 8], "itemsize": 16})
 """One event: `time` in clock periods, `channel` a channel or a marker code."""
 
 MARKER_CODES = (100, 101, 102, 103, 104, 200, 201, 202, 203)
 """The markers' codes; bit 0 to 8 of a marker mask stands for each of them, in this order."""
+
+Data = Union[bytes, bytearray, memoryview, np.ndarray]
 
 FORMATS = ("56", "52", "52x", "60", "60b")
 
@@ -65,8 +67,58 @@ def as_events(events: Any) -> np.ndarray:
     return result
 
 
-# format: first and last time, last channel, whether there are markers, the words that begin the stream. The high
-# word 0 is what a reader of 56 and 52 must see first.
+def as_bytes(data: Data) -> np.ndarray:
+    """`data` as a contiguous array of bytes, without a copy where possible."""
+    try:
+        array = np.asarray(data if isinstance(data, np.ndarray) else memoryview(data))
+    except TypeError:
+        raise ValueError(f"data of type {type(data).__name__}: bytes or a NumPy array is needed") from None
+    if array.ndim != 1:
+        raise ValueError(f"data of {array.ndim} dimensions: one is needed")
+    if array.dtype.kind != "u" or array.itemsize not in (1, 4):
+        raise ValueError(f"data of dtype {array.dtype}: uint32 words or uint8 bytes are needed")
+    return np.ascontiguousarray(array, "<u4" if array.itemsize == 4 else "u1").view("u1")
+
+
+def by_time(events: np.ndarray) -> np.ndarray:
+    """Sorted; equal times stay in their order."""
+    return events[np.argsort(events["time"], kind="stable")]
+
+
+class Output:
+    """The array that the library writes into; grows in big steps."""
+
+    def __init__(self, expected: int) -> None:
+        self.array = np.empty(expected and expected + CAPACITY, EVENT)
+        self.size = 0
+        self._address = self.array.ctypes.data
+
+    def room(self) -> int:
+        """The address behind the last event, with room for a pop."""
+        if self.size + CAPACITY > len(self.array):
+            self.array.resize(max(self.size + 4 * CAPACITY, len(self.array) * 3 // 2), refcheck=False)
+            self._address = self.array.ctypes.data
+        return self._address + EVENT.itemsize * self.size
+
+    def merge(self, begin: int, others: list[np.ndarray]) -> None:
+        """Merges `others` by time into the events from `begin` on, behind those of the same time."""
+        if sum(map(len, others)) == 0:
+            return
+        merged = by_time(np.concatenate((self.array[begin : self.size], *others)))
+        self.size = begin + len(merged)
+        self.room()
+        self.array[begin : self.size] = merged
+
+    def take(self) -> np.ndarray:
+        """Hands the events out; the array is empty then."""
+        events, size = self.array, self.size
+        self.__init__(0)
+        events.resize(size, refcheck=False)
+        return events
+
+
+# format: first and last time, last channel, whether there are markers, the words that begin the stream. The
+# high word 0 is what a reader of 56 and 52 must see first.
 _ENCODINGS = {
     "56": (0, 2**56 - 1, 7, False, [0x10000000]),
     "52": (0, 2**52 - 1, 31, True, [0xFC000000]),
@@ -78,14 +130,14 @@ _ENCODINGS = {
 def encode(events: Any, format: Union[str, int]) -> np.ndarray:
     """Events to packet words, as test data.
 
-    `events`: array with the fields `time` and `channel`. Times ascend (equal ones are allowed), from 0 in the formats
-    56 and 52 and from 1 in 60 and 60b, to 2**56 - 1, 2**52 - 1, 2**60 - 1, 2**61 - 1. Channels go up to 7, 31, 5,
-    63; 52 and 60 carry markers too. Gaps in format 60 stay below 2**56 - 5000. A time or channel that the format
-    cannot carry is a ValueError that names the first such event. Format 52x has no encoder.
+    `events`: array with the fields `time` and `channel`. Times ascend (equal ones are allowed), from 0 in the
+    formats 56 and 52 and from 1 in 60 and 60b, to 2**56 - 1, 2**52 - 1, 2**60 - 1, 2**61 - 1. Channels go up
+    to 7, 31, 5, 63; 52 and 60 carry markers too. Gaps in format 60 stay below 2**56 - 5000. A time or channel
+    that the format cannot carry is a ValueError that names the first such event. Format 52x has no encoder.
 
-    Result: uint32 words (`.tofile` writes them); 60b: uint8 bytes. 56 and 52 begin with a high word 0, so that
-    `decode` gives the same events. In format 60 markers go to the 5000-clock grid: they read back with their time
-    rounded down to it.
+    Result: uint32 words (`.tofile` writes them); 60b: uint8 bytes. 56 and 52 begin with a high word 0, so
+    that `decode` gives the same events. In format 60 markers go to the 5000-clock grid: they read back with
+    their time rounded down to it.
 
     Kept: what is written as 60b does not read back, as its records lack the type bits that `decode` looks at.
     """
@@ -101,17 +153,18 @@ def _check(events: np.ndarray, name: str) -> None:
     known = channel <= channels
     if markers:
         known |= np.isin(channel, MARKER_CODES)
-    steps = np.diff(time)  # both ends are in range, or the first check speaks
+    steps = np.append(0, np.diff(time))  # all times are in range, or the first check speaks
+    far = (steps >= 2**56 - 5000) if name == "60" else np.zeros(len(time), bool)
     for wrong, text in (
         ((time < first) | (time > last), f"time {{time}} is not between {first} and {last}"),
         (~known, "channel {channel} is not one of the format"),
-        (np.append(False, steps < 0), "time {time} lies before the one of the event before"),
-        (np.append(False, steps >= 2**56 - 5000) & (name == "60"), "time {time} comes too long after the event before"),
+        (steps < 0, "time {time} lies before the one of the event before"),
+        (far, "time {time} comes too long after the event before"),
     ):
         bad = np.flatnonzero(wrong)
         if len(bad):
-            at = events[bad[0]]
-            raise ValueError(f"format {name}, event {bad[0]}: " + text.format(time=at["time"], channel=at["channel"]))
+            at = bad[0]
+            raise ValueError(f"format {name}, event {at}: " + text.format(time=time[at], channel=channel[at]))
 
 
 def _encode_words(events: np.ndarray, name: str) -> np.ndarray:
@@ -139,19 +192,20 @@ def _encode60b(events: np.ndarray) -> np.ndarray:
         offset = int(ends[begin] - sizes[begin])
         length = int(ends[begin + len(block) - 1]) - offset
         count = ctypes.c_int(len(block))
-        library().tdc56Encode60b(instance.handle, block.ctypes.data, count, data[offset:].ctypes.data, -(-length // 4))
+        output = data[offset:].ctypes.data
+        library().tdc56Encode60b(instance.handle, block.ctypes.data, count, output, -(-length // 4))
     return data[:-4]
 
 
 def histogram(events: Any, start: int, stop: int, bin_width: int, bins: int) -> np.ndarray:
     """Start-stop histogram: how many stops came how long after the latest start at or before them.
 
-    `events`: array with the fields `time` and `channel`, in any order. `start`, `stop`: channels or marker codes,
-    0 to 255; when they are the same, each event stops the one before it and starts the next. `bin_width`: clock
-    periods, 1 or more; `bins`: 1 or more.
+    `events`: array with the fields `time` and `channel`, in any order. `start`, `stop`: channels or marker
+    codes, 0 to 255; when they are the same, each event stops the one before it and starts the next.
+    `bin_width`: clock periods, 1 or more; `bins`: 1 or more.
 
-    Result: int64 counts by bin. A stop counts once, in bin floor((stop - start) / bin_width); one beyond the last
-    bin or before the first start is dropped. At equal times the start comes first.
+    Result: int64 counts by bin. A stop counts once, in bin floor((stop - start) / bin_width); one beyond the
+    last bin or before the first start is dropped. At equal times the start comes first.
     """
     start = whole_number("start", start, 0, 255)
     stop = whole_number("stop", stop, 0, 255)

@@ -64,5 +64,6 @@ def library() -> ctypes.CDLL:
         except (OSError, AttributeError) as error:  # AttributeError: a function is missing
             tried.append(f"{name} ({error})")
     raise OSError(
-        "The library vorelutil cannot be loaded; VORELUTIL_LIBRARY may hold its path. Tried: " + "; ".join(tried)
+        "The library vorelutil cannot be loaded; VORELUTIL_LIBRARY may hold its path. Tried: "
+        + "; ".join(tried)
     )

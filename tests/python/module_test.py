@@ -2,9 +2,9 @@
 
     module_test.py --build FOLDER --cmake PROGRAM --module FOLDER --page FILE [--preload LIBRARY]
 
-The library goes to a folder of its own, the module into a new virtual environment, built from a copy of its sources.
-Then tdc_test.py runs against both, and the code of the page on reading time stamps. Exit code 77: skipped, as
-something is missing.
+The library goes to a folder of its own, the module into a new virtual environment, built from a copy of its
+sources. Then tdc_test.py runs against both, and the code of the page on reading time stamps. Exit code 77:
+skipped, as something is missing.
 """
 
 import argparse
@@ -17,7 +17,8 @@ import subprocess
 import sys
 import tempfile
 
-missing = [name for name in ("ensurepip", "pip", "setuptools", "wheel", "numpy") if not importlib.util.find_spec(name)]
+needed = ("ensurepip", "pip", "setuptools", "wheel", "numpy")
+missing = [name for name in needed if not importlib.util.find_spec(name)]
 if missing:
     print("missing:", *missing)
     sys.exit(1 if "VORELUTIL_REQUIRE_ALL" in os.environ else 77)
@@ -39,17 +40,20 @@ with tempfile.TemporaryDirectory() as folder:
     shutil.copytree(options.module, folder + "/python")
     run(sys.executable, "-m", "venv", "--system-site-packages", "env")
     python = folder + "/env/bin/python"
-    pip = [python, "-m", "pip", "install", "--quiet", "--no-index", "--no-build-isolation", "--no-deps", "./python"]
-    run(*pip, env={**os.environ, "PIP_DISABLE_PIP_VERSION_CHECK": "1", "PIP_NO_CACHE_DIR": "1"})
+    quiet = {"PIP_" + name: "1" for name in ("QUIET", "NO_INDEX", "NO_CACHE_DIR", "DISABLE_PIP_VERSION_CHECK")}
+    pip = (folder + "/env/bin/pip", "install", "--no-build-isolation", "--no-deps", "./python")
+    run(*pip, env={**os.environ, **quiet})
 
     # The installed library is found by its name alone, the one that the module asks for.
-    (libraries,) = {os.path.dirname(path) for path in glob.glob(folder + "/prefix/**/libvorelutil.so", recursive=True)}
+    (library,) = glob.glob(folder + "/prefix/**/libvorelutil.so", recursive=True)
+    libraries = os.path.dirname(library)
     environment = {**os.environ, "LD_LIBRARY_PATH": libraries, "PYTHONDONTWRITEBYTECODE": "1"}
-    if options.preload:  # a library with sanitizers needs their runtime first; the interpreter's own leaks are its own
+    if options.preload:  # what a library with a sanitizer needs first; the interpreter's leaks are its own
         environment["LD_PRELOAD"] = options.preload
         environment["ASAN_OPTIONS"] = "detect_leaks=0"
     soname = "from vorelutil_tdc import _library; print(_library.__file__); print(_library.SONAME)"
-    where, name = subprocess.check_output([python, "-c", soname], env=environment, cwd=folder, text=True).split()
+    told = subprocess.check_output([python, "-c", soname], env=environment, cwd=folder, text=True)
+    where, name = told.split()
     assert where.startswith(folder + "/env/"), where
     assert os.path.exists(f"{libraries}/{name}"), (name, os.listdir(libraries))
     run(python, "-m", "unittest", "--verbose", "tdc_test", env={**environment, "PYTHONPATH": here})

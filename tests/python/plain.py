@@ -1,4 +1,4 @@
-"""The packet formats once more, in plain Python and one record at a time: what the module is compared with."""
+"""The packet formats once more, in plain Python, one record at a time: what the module is compared with."""
 
 import struct
 
