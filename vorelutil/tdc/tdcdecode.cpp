@@ -2,7 +2,10 @@
 
 #include "tdc56.h"
 
+#include <algorithm>
+#include <cstddef>
 #include <cstdint>
+#include <limits>
 
 namespace {
 
@@ -45,32 +48,42 @@ const std::uint32_t* skipToHigh(Tdc56Instance& instance, const std::uint32_t* wo
     return word;
 }
 
-/// Calls `event(time, code)` for each event word while `room()`. Result: where it stopped.
-template <class Format, class Room, class Event>
+/// Calls `event(time, code)` for each event word, while there is room. Result: where it stopped.
+template <class Format, class Sink, class Event>
 const std::uint32_t* decodeWords(Tdc56Instance& instance, const std::uint32_t* word, const std::uint32_t* end,
-                                 Room room, Event event)
+                                 const Sink& sink, Event event)
 {
     constexpr std::uint32_t lowMask = (1U << Format::lowBits) - 1;
     std::int64_t time = instance.time;
     std::int64_t high = instance.highBase;
-    for (; word != end && room(); ++word) {
-        const std::uint32_t value = *word & lowMask;
-        if (Format::isHigh(*word)) {
-            high = std::int64_t{value} << Format::lowBits;
-            continue;
+    while (const std::ptrdiff_t most = std::min(end - word, sink.room())) {
+        for (const std::uint32_t* const stop = word + most; word != stop; ++word) {
+            const std::uint32_t value = *word & lowMask;
+            if (Format::isHigh(*word)) {
+                high = std::int64_t{value} << Format::lowBits;
+                continue;
+            }
+            std::int64_t now = Tdc56Instance::wrappingSum(high, value);
+            if (Format::wraps && time > now) {
+                high = Tdc56Instance::wrappingSum(high, lowMask + 1);
+                now = Tdc56Instance::wrappingSum(high, value);
+            }
+            time = now;
+            event(now, Format::code(*word));
         }
-        std::int64_t now = Tdc56Instance::wrappingSum(high, value);
-        if (Format::wraps && time > now) {
-            high = Tdc56Instance::wrappingSum(high, lowMask + 1);
-            now = Tdc56Instance::wrappingSum(high, value);
-        }
-        time = now;
-        event(now, Format::code(*word));
     }
     instance.time = time;
     instance.highBase = high;
     return word;
 }
+
+/// The caller's array.
+struct CallerSink
+{
+    PpTimest* next;
+
+    static constexpr std::ptrdiff_t room() { return std::numeric_limits<std::ptrdiff_t>::max(); }
+};
 
 } // namespace
 
@@ -80,10 +93,9 @@ void tdc56Decode(Tdc56Instance* instance, const uint32_t* words, int count)
     const std::uint32_t* const end = words + count;
     const std::uint32_t* word = skipToHigh<Format56>(*instance, words, end);
     decode(*instance, static_cast<std::size_t>(end - word), [&](auto& sink, auto& step) {
-        word = decodeWords<Format56>(
-            *instance, word, end, [&] { return sink.room(); },
-            [&](std::int64_t time, std::uint32_t channel) {
-                sink.put(step.event(sink, time, channel == 0), static_cast<std::uint8_t>(channel), true);
+        word =
+            decodeWords<Format56>(*instance, word, end, sink, [&](std::int64_t time, std::uint32_t channel) {
+                sink.put(step.event(sink, time, channel == 0), static_cast<std::uint8_t>(channel), 1);
             });
     });
 }
@@ -95,12 +107,10 @@ void tdc56Decode52(Tdc56Instance* instance, const uint32_t* words, int count, ui
     const std::uint32_t* const end = words + count;
     const std::uint32_t* word = skipToHigh<Format52>(*instance, words, end);
     decode(*instance, static_cast<std::size_t>(end - word), [&](auto& sink, auto& step) {
-        word = decodeWords<Format52>(
-            *instance, word, end, [&] { return sink.room(); },
-            [&](std::int64_t time, std::uint32_t code) {
-                const std::int64_t stamp = code < CodeTable::channels ? step.event(sink, time, false) : time;
-                sink.put(stamp, table.code[code], table.deliver[code]);
-            });
+        word = decodeWords<Format52>(*instance, word, end, sink, [&](std::int64_t time, std::uint32_t code) {
+            const std::int64_t stamp = code < CodeTable::channels ? step.event(sink, time, false) : time;
+            sink.put(stamp, table.code[code], table.deliver[code]);
+        });
     });
 }
 
@@ -108,11 +118,10 @@ int tdc56Decode52x(Tdc56Instance* instance, const uint32_t* words, int count, Pp
 {
     if (count <= 0) return 0;
     const std::uint32_t* const end = words + count;
-    PpTimest* next = output;
-    decodeWords<Format52x>(
-        *instance, skipToHigh<Format52x>(*instance, words, end), end, [] { return true; },
-        [&](std::int64_t time, std::uint32_t channel) {
-            *next++ = PpTimest{time, static_cast<std::uint8_t>(channel), {}};
-        });
-    return static_cast<int>(next - output);
+    const std::uint32_t* const word = skipToHigh<Format52x>(*instance, words, end);
+    CallerSink sink{output};
+    decodeWords<Format52x>(*instance, word, end, sink, [&](std::int64_t time, std::uint32_t channel) {
+        *sink.next++ = PpTimest{time, static_cast<std::uint8_t>(channel), {}};
+    });
+    return static_cast<int>(sink.next - output);
 }

@@ -11,21 +11,21 @@
 /// What the decoders have in common. Each format is one loop, a template of where the events go (a sink) and
 /// of what becomes of their times (virtualevents.h); `decode` runs it with those that the instance asks for.
 ///
-/// A loop goes from record to record while `sink.room()`, and puts at most `mostEvents` events of one record.
-/// `put` takes a time stamp, a code, and whether to deliver it at all: the fast sinks always store, and move
-/// on only if the event is to be delivered, which costs no branch.
+/// A loop goes from record to record while the sink has room for all events of one. `put` takes a time stamp,
+/// a code, and whether to deliver it at all: the fast sinks always store, and move on only if the event is to
+/// be delivered, which costs no branch.
 namespace tdc {
 
 constexpr std::array<std::uint8_t, 9> markerCodes = {100, 101, 102, 103, 104, 200, 201, 202, 203};
-
-constexpr std::ptrdiff_t mostEvents = 27; ///< three marker carriers of format 60 with all markers
 
 /// The flat buffer, while what one record may bring fits without a look.
 class FlatSink
 {
 public:
-    explicit FlatSink(Tdc56Instance& owner)
+    /// `most` events are put for one of the stream's at most.
+    FlatSink(Tdc56Instance& owner, std::ptrdiff_t most)
         : instance(owner)
+        , mostEach(most)
         , next(owner.buffer + std::min(owner.count, std::int32_t{tdc56Capacity}))
     {
     }
@@ -40,17 +40,24 @@ public:
     FlatSink(const FlatSink&) = delete;
     FlatSink& operator=(const FlatSink&) = delete;
 
-    bool room() const { return next <= instance.buffer + (tdc56Capacity - mostEvents); }
+    std::ptrdiff_t room() const { return (instance.buffer + tdc56Capacity - next) / mostEach; }
+    bool fits(std::ptrdiff_t events) const
+    {
+        return instance.buffer + tdc56Capacity - next >= events * mostEach;
+    }
+    static constexpr bool onlyCounts() { return false; }
+    static void pass(std::int32_t) {}
 
-    void put(std::int64_t stamp, std::uint8_t code, bool deliver)
+    void put(std::int64_t stamp, std::uint8_t code, unsigned deliver)
     {
         next->time = stamp; // the padding is 0 since the instance was made
         next->channel = code;
-        next += deliver ? 1 : 0;
+        next += deliver;
     }
 
 private:
     Tdc56Instance& instance;
+    const std::ptrdiff_t mostEach;
     PpTimest* next;
 };
 
@@ -70,11 +77,12 @@ public:
     AnySink(const AnySink&) = delete;
     AnySink& operator=(const AnySink&) = delete;
 
-    static constexpr bool room() { return true; }
+    static constexpr std::ptrdiff_t room() { return std::numeric_limits<std::ptrdiff_t>::max(); }
+    static constexpr bool fits(std::ptrdiff_t) { return true; }
 
-    void put(std::int64_t stamp, std::uint8_t code, bool deliver)
+    void put(std::int64_t stamp, std::uint8_t code, unsigned deliver)
     {
-        if (!deliver) return;
+        if (deliver == 0) return;
         if (sorting && code < 8) {
             instance.queue.push(Tdc56Instance::wrappingSum(stamp, instance.offsets[code]), code);
         } else if (count < tdc56Capacity) {
@@ -121,18 +129,19 @@ public:
     SortingSink(const SortingSink&) = delete;
     SortingSink& operator=(const SortingSink&) = delete;
 
-    static constexpr bool room() { return true; }
+    static constexpr std::ptrdiff_t room() { return std::numeric_limits<std::ptrdiff_t>::max(); }
+    static constexpr bool fits(std::ptrdiff_t) { return true; }
 
-    void put(std::int64_t stamp, std::uint8_t code, bool deliver)
+    void put(std::int64_t stamp, std::uint8_t code, unsigned deliver)
     {
         if (code >= 8) return rest.put(stamp, code, deliver);
         const std::int64_t time = Tdc56Instance::wrappingSum(stamp, offsets[code]);
         if (next == nullptr || !TimeQueue::fits(time)) {
-            if (deliver) next = putRecord(time, code, instance.queue, begin, next);
+            if (deliver != 0) next = putRecord(time, code, instance.queue, begin, next);
             return;
         }
         *next = TimeQueue::key(time, code);
-        next += deliver ? 1 : 0;
+        next += deliver;
     }
 
 private:
@@ -163,7 +172,9 @@ template <class Step, class Loop> void decodeWith(Tdc56Instance& instance, std::
             loop(sink, step);
             return;
         }
-        FlatSink sink(instance);
+    }
+    if (!instance.sorting) {
+        FlatSink sink(instance, step.most());
         loop(sink, step);
     }
     AnySink sink(instance);
@@ -186,7 +197,7 @@ struct CodeTable
     static constexpr std::uint32_t channels = 32; ///< codes below are channels
 
     std::array<std::uint8_t, 64> code = {};
-    std::array<bool, 64> deliver = {};
+    std::array<std::uint8_t, 64> deliver = {}; ///< 0 or 1
 
     explicit CodeTable(std::uint32_t markerMask)
     {
@@ -194,11 +205,11 @@ struct CodeTable
         static constexpr std::array<std::uint8_t, 9> markerBits = {0, 1, 2, 3, 5, 6, 7, 8, 4};
         for (std::size_t channel = 0; channel < channels; ++channel) {
             code[channel] = static_cast<std::uint8_t>(channel);
-            deliver[channel] = true;
+            deliver[channel] = 1;
         }
         for (std::size_t i = 0; i < markerBits.size(); ++i) {
             code[33 + i] = markerCodes[markerBits[i]];
-            deliver[33 + i] = ((markerMask >> markerBits[i]) & 1U) != 0;
+            deliver[33 + i] = (markerMask >> markerBits[i]) & 1U;
         }
     }
 };

@@ -29,16 +29,21 @@ void tdc56Decode60b(Tdc56Instance* instance, const uint8_t* data, int length, ui
     const CodeTable table(markerMask);
     decode(*instance, static_cast<std::size_t>(size) / 3, [&](auto& sink, auto& step) {
         std::int64_t time = instance->time;
-        while (data != end && sink.room()) {
+        while (data != end && sink.fits(1)) {
             std::uint64_t record = 0;
-            std::memcpy(&record, data, static_cast<std::size_t>(std::min(longest, end - data)));
-            const unsigned type = record & 3U;
-            if (lengthOf(type) > end - data) {
-                data = end;
-                break;
+            if (end - data >= longest) {
+                std::memcpy(&record, data, longest);
+            } else {
+                std::memcpy(&record, data, static_cast<std::size_t>(end - data));
+                if (lengthOf(record & 3U) > end - data) {
+                    data = end;
+                    break;
+                }
             }
-            data += lengthOf(type);
+            const unsigned type = record & 3U;
+            data += 3 + type;
             if (type == absolute) {
+                data += 2;
                 time = static_cast<std::int64_t>(record) >> 2;
             } else if (time >= 0) {
                 const unsigned unused =

@@ -3,7 +3,7 @@
 #include "instance.h"
 
 #include <algorithm>
-#include <cmath>
+#include <cstddef>
 #include <cstdint>
 #include <limits>
 
@@ -15,7 +15,8 @@ namespace tdc {
 /// The divider is below 2.
 struct Unaltered
 {
-    static constexpr bool oneEach = true; ///< puts no events of its own
+    static constexpr bool oneEach = true;                ///< puts no events of its own
+    static constexpr std::ptrdiff_t most() { return 1; } ///< events for one, itself included
 
     explicit Unaltered(Tdc56Instance&) {}
 
@@ -50,11 +51,12 @@ protected:
         return static_cast<std::int64_t>(static_cast<std::uint64_t>(time) - lastStart);
     }
 
-    void mark(std::int64_t time)
+    /// Without a branch, which could not be foreseen.
+    void markIf(bool start, std::int64_t time)
     {
-        if (lastStart != 0) measuredPeriod = sinceStart(time);
-        lastStart = static_cast<std::uint64_t>(time);
-        virtualCount = 0;
+        measuredPeriod = start & (lastStart != 0) ? sinceStart(time) : measuredPeriod;
+        lastStart = start ? static_cast<std::uint64_t>(time) : lastStart;
+        virtualCount = start ? 0 : virtualCount;
     }
 
     Tdc56Instance& instance;
@@ -68,41 +70,38 @@ class Folding : private Starts
 {
 public:
     static constexpr bool oneEach = true;
+    static constexpr std::ptrdiff_t most() { return 1; }
 
     explicit Folding(Tdc56Instance& owner)
         : Starts(owner)
     {
         const std::int64_t part = owner.startPeriod / owner.divider;
-        if (part < 1) return; // folds nothing
+        if (part < 1) return;
         period = static_cast<std::uint64_t>(part);
         reciprocal = std::numeric_limits<std::uint64_t>::max() / period;
+        wrap = reduced(std::numeric_limits<std::uint64_t>::max() - reciprocal * period + 1);
     }
 
-    template <class Sink> std::int64_t event(Sink&, std::int64_t time, bool start)
+    template <class Sink> [[gnu::always_inline]] std::int64_t event(Sink&, std::int64_t time, bool start)
     {
-        if (start) mark(time);
-        return period == 0 ? time : folded(time);
+        markIf(start, time);
+        if (period == 0) return time;
+        const auto value = static_cast<std::uint64_t>(time);
+        const auto quotient = static_cast<std::uint64_t>(Wide{value} * reciprocal >> 64);
+        std::uint64_t rest = reduced(value - quotient * period);
+        if (time < 0) rest = reduced(rest + period - wrap);
+        return static_cast<std::int64_t>(rest);
     }
 
 private:
     __extension__ using Wide = unsigned __int128;
 
-    /// Never negative. `reciprocal` is at most 1 below 2^64 / period, so that the quotient of a time below
-    /// 2^63 comes out right or 1 too small.
-    std::int64_t folded(std::int64_t time) const
-    {
-        const auto value = static_cast<std::uint64_t>(time);
-        if (time < 0) {
-            const std::uint64_t rest = (0 - value) % period;
-            return static_cast<std::int64_t>(rest == 0 ? 0 : period - rest);
-        }
-        const auto quotient = static_cast<std::uint64_t>(Wide{value} * reciprocal >> 64);
-        const std::uint64_t rest = value - quotient * period;
-        return static_cast<std::int64_t>(rest < period ? rest : rest - period);
-    }
+    std::uint64_t reduced(std::uint64_t rest) const { return rest < period ? rest : rest - period; }
 
     std::uint64_t period = 0; ///< 0: folds nothing
+    /// At most 1 below 2^64 / period: the quotient of any 64 bits comes out right or 1 too small.
     std::uint64_t reciprocal = 0;
+    std::uint64_t wrap = 0; ///< 2^64 modulo period
 };
 
 /// The divider is 2 or more, and the start period is measured: `divider` events follow each start, as the
@@ -111,6 +110,7 @@ class VirtualEvents : private Starts
 {
 public:
     static constexpr bool oneEach = false;
+    std::ptrdiff_t most() const { return std::ptrdiff_t{divider} + 1; }
 
     explicit VirtualEvents(Tdc56Instance& owner)
         : Starts(owner)
@@ -119,30 +119,31 @@ public:
         divide();
     }
 
-    template <class Sink> std::int64_t event(Sink& sink, std::int64_t time, bool start)
+    template <class Sink> [[gnu::always_inline]] std::int64_t event(Sink& sink, std::int64_t time, bool start)
     {
         const auto elapsed = static_cast<double>(sinceStart(time));
         while (elapsed >= next) {
             if (sink.onlyCounts()) {
-                sink.pass(passUpTo(elapsed));
+                const std::int32_t before = virtualCount;
+                virtualCount = due(elapsed, part, divider);
+                sink.pass(virtualCount - before);
+                findNext();
                 break;
             }
             // `next` is at most 2^63, which does not fit a signed number.
-            sink.put(static_cast<std::int64_t>(lastStart + static_cast<std::uint64_t>(next)), 0, true);
+            sink.put(static_cast<std::int64_t>(lastStart + static_cast<std::uint64_t>(next)), 0, 1);
             ++virtualCount;
             findNext();
         }
         if (start) {
-            mark(time);
+            markIf(true, time);
             divide();
         }
         return time;
     }
 
 private:
-    double after(std::int32_t events) const { return (events + 1.0) * part; }
-
-    void findNext() { next = virtualCount < divider ? after(virtualCount) : never; }
+    void findNext() { next = virtualCount < divider ? (virtualCount + 1.0) * part : never; }
 
     void divide()
     {
@@ -154,16 +155,14 @@ private:
         }
     }
 
-    /// Takes all events that are due as made, without a loop over them. Result: how many.
-    std::int32_t passUpTo(double elapsed)
+    /// The virtual events up to `elapsed` after a start, without a loop over them.
+    static std::int32_t due(double elapsed, double part, std::int32_t divider)
     {
-        const std::int32_t before = virtualCount;
-        virtualCount = static_cast<std::int32_t>(std::min(elapsed / part, static_cast<double>(divider)));
         // The quotient is rounded, and so are the products that count.
-        while (virtualCount < divider && elapsed >= after(virtualCount)) ++virtualCount;
-        while (virtualCount > before && elapsed < after(virtualCount - 1)) --virtualCount;
-        findNext();
-        return virtualCount - before;
+        auto events = static_cast<std::int32_t>(std::min(elapsed / part, static_cast<double>(divider)));
+        while (events < divider && elapsed >= (events + 1.0) * part) ++events;
+        while (elapsed < events * part) --events;
+        return events;
     }
 
     static constexpr double never = std::numeric_limits<double>::infinity();
