@@ -169,7 +169,7 @@ bool TimeStampRoad::request(int address, int value, const QString& name)
 
 bool TimeStampRoad::requestStop()
 {
-    return request(controller::timeStampFormat, controller::timeStampsOff, tr("no time stamps"));
+    return request(controller::timeStampFormat, controller::timeStampsOff, tr("time stamps off"));
 }
 
 void TimeStampRoad::onAcknowledged(int number, int reason, int /*value*/)
@@ -210,7 +210,7 @@ void TimeStampRoad::proceed()
         m_accepting = true;
         setState(State::Running);
         if (!request(controller::timeStampFormat, static_cast<int>(m_settings.decoder.format),
-                     tr("a time-stamp stream")))
+                     tr("time stamps on")))
             fail(tr("the stream's settings could not be sent"));
         break;
     case State::Stopping:

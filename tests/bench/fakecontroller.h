@@ -27,6 +27,8 @@ public:
         m_socket->write(bytes.data(), qint64(bytes.size()));
     }
 
+    void drop() { m_socket->abort(); }
+
     int acquisition = 0; ///< as it was set last
     int stopReason = 0;  ///< answer to a stop; below 0: none
 
