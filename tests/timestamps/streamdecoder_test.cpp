@@ -11,6 +11,24 @@ namespace {
 constexpr std::int32_t most = 2147483647;
 constexpr int recordCount = 20000;
 
+/// The words of a format of one word a record.
+struct Layout
+{
+    Format format;
+    int lowBits, codeShift;
+    std::uint32_t highWord, eventWord, lastCode;
+};
+
+const Layout* layoutOf(Format format)
+{
+    static const Layout layouts[] = {{Format::F56, 28, 29, 0x10000000, 0, 7},
+                                     {Format::F52, 26, 26, 0xFC000000, 0, 62},
+                                     {Format::F52x, 28, 28, 0, 0x80000000, 7}};
+    for (const Layout& layout : layouts)
+        if (layout.format == format) return &layout;
+    return nullptr;
+}
+
 /// A stream of ascending times, every record with its own gap; the first words have no time yet.
 std::string randomStream(Format format)
 {
@@ -21,30 +39,19 @@ std::string randomStream(Format format)
     const auto put = [&](std::uint64_t value, std::size_t bytes) {
         for (std::size_t i = 0; i < bytes; ++i) stream += char(value >> 8 * i);
     };
-    const bool isPairs = format == Format::F60;
+    const Layout* const layout = layoutOf(format);
     if (format == Format::F60b) put(time << 2 | 3, 8);
-    if (isPairs) put((0x80000000 | time >> 30) << 32 | (time & 0x3FFFFFFF), 8);
+    if (format == Format::F60) put((0x80000000 | time >> 30) << 32 | (time & 0x3FFFFFFF), 8);
     for (int i = 0; i < recordCount; ++i) {
         time += upTo(30000);
-        const bool isHigh = i > 3 && (i == 4 || upTo(20) == 0);
-        const int lowBits = format == Format::F52 ? 26 : 28;
-        const std::uint64_t low = time & ((1U << lowBits) - 1);
-        const bool needsHigh = format == Format::F52 && i > 3 && time >> lowBits != high;
-        if (isHigh || needsHigh) high = time >> lowBits;
-        switch (format) {
-        case Format::F56:
-            if (isHigh) put(time >> 28 | 0x10000000, 4);
-            put(low | upTo(7) << 29, 4);
-            break;
-        case Format::F52:
-            if (isHigh || needsHigh) put(time >> 26 | 0xFC000000, 4);
-            put(low | upTo(62) << 26, 4);
-            break;
-        case Format::F52x:
-            if (isHigh) put(time >> 28, 4);
-            put(low | upTo(7) << 28 | 0x80000000, 4);
-            break;
-        case Format::F60: {
+        if (layout != nullptr) {
+            if (i > 3 && (upTo(20) == 0 || time >> layout->lowBits != high)) {
+                high = time >> layout->lowBits;
+                put(high | layout->highWord, 4);
+            }
+            const std::uint64_t low = time & ((1U << layout->lowBits) - 1);
+            put(low | layout->eventWord | upTo(layout->lastCode) << layout->codeShift, 4);
+        } else if (format == Format::F60) {
             const std::uint32_t type = 1 + upTo(2);
             std::uint64_t bits = std::uint64_t(random()) << 32 | random();
             if (type == 1) bits &= ~(0x10000ULL | 1ULL << 38 | 1ULL << 58); // the signs
@@ -52,14 +59,10 @@ std::string randomStream(Format format)
             if (type == 3) bits &= 0x38000000'0000FFFFULL;
             bits &= ~(1ULL << 30 | 1ULL << 31 | 1ULL << 62);
             put(bits | 1ULL << 63 | (type & 1ULL) << 30 | (type & 2ULL) << 61, 8);
-            break;
-        }
-        case Format::F60b: {
+        } else {
             const std::uint32_t type = upTo(2);
             put(upTo(63) << 2 | type, 1);
             put(upTo(30000), type + 2);
-            break;
-        }
         }
     }
     return stream;
@@ -83,30 +86,18 @@ Events expected(const Settings& settings, const std::string& stream)
         std::uint32_t words[2];
         std::memcpy(words, bytes + at, std::min(size, sizeof words));
         for (literal::Instance* instance : {&main, &aside}) {
+            const Format format = settings.format;
             PpTimest event;
-            switch (settings.format) {
-            case Format::F56:
-                instance->decode56(words, 1);
-                break;
-            case Format::F52:
-                instance->decode52(words, 1, settings.markerMask);
-                break;
-            case Format::F52x:
-                if (instance->decode52x(words, 1, &event) > 0) instance->store(event.time, event.channel);
-                break;
-            case Format::F60:
-                instance->decode60(words, 2, settings.markerMask);
-                break;
-            case Format::F60b:
-                instance->decode60b(bytes + at, -int(size), settings.markerMask);
-            }
+            if (format == Format::F56) instance->decode56(words, 1);
+            if (format == Format::F52) instance->decode52(words, 1, settings.markerMask);
+            if (format == Format::F52x && instance->decode52x(words, 1, &event) > 0)
+                instance->store(event.time, event.channel);
+            if (format == Format::F60) instance->decode60(words, 2, settings.markerMask);
+            if (format == Format::F60b) instance->decode60b(bytes + at, -int(size), settings.markerMask);
         }
         aside.pop(&popped);
-        if (main.sorting)
-            popped.erase(std::remove_if(popped.begin(), popped.end(),
-                                        [](const PpTimest& event) { return event.channel < 8; }),
-                         popped.end());
-        events.insert(events.end(), popped.begin(), popped.end());
+        for (const PpTimest& event : popped)
+            if (!main.sorting || event.channel > 7) events.push_back(event);
         main.count = 0;
         at += size;
     }
@@ -127,7 +118,7 @@ TEST(StreamDecoder, LosesNothing)
                                       least = {-most - 1, -most - 1, -most - 1, -most - 1,
                                                -most - 1, -most - 1, -most - 1, -most - 1},
                                       both = {most, -most - 1, 0, 0, most, 0, 0, -5};
-    const std::pair<int, std::int64_t> divisions[] = {{1, 0}, {1000, 0}, {7, 1000000}};
+    const std::pair<int, std::int64_t> divisions[] = {{1, 0}, {50, 0}, {7, 1000000}};
     for (const Format format : {Format::F56, Format::F52, Format::F52x, Format::F60, Format::F60b}) {
         const std::string stream = randomStream(format);
         std::size_t chunk = 1;
