@@ -64,7 +64,7 @@ const std::uint32_t* decodeWords(Tdc56Instance& instance, const std::uint32_t* w
                 continue;
             }
             std::int64_t now = Tdc56Instance::wrappingSum(high, value);
-            if (Format::wraps && time > now) {
+            if (rarely(Format::wraps && time > now)) {
                 high = Tdc56Instance::wrappingSum(high, lowMask + 1);
                 now = Tdc56Instance::wrappingSum(high, value);
             }

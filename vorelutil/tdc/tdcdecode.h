@@ -16,6 +16,12 @@
 /// be delivered, which costs no branch.
 namespace tdc {
 
+/// A condition that the compiler moves out of a loop's way.
+inline bool rarely(bool condition)
+{
+    return __builtin_expect(condition ? 1 : 0, 0) != 0;
+}
+
 constexpr std::array<std::uint8_t, 9> markerCodes = {100, 101, 102, 103, 104, 200, 201, 202, 203};
 
 /// The flat buffer, while what one record may bring fits without a look.

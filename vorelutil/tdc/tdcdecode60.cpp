@@ -14,6 +14,7 @@ constexpr std::uint32_t secondWord = 0x80000000U;
 constexpr std::uint32_t startChannel = 5;
 constexpr std::uint32_t carrierChannel = 6; // 7 is ignored
 constexpr std::int64_t markerGrid = 5000;
+constexpr std::ptrdiff_t runRecords = 4;  ///< looked at together
 constexpr std::ptrdiff_t mostEvents = 27; ///< of a record: three carriers with all markers
 
 bool isSecond(std::uint32_t word)
@@ -59,12 +60,12 @@ bool isSpecial(std::uint64_t contents, const RecordType& type)
     return (contents & contents << 1 & type.topBits) != 0;
 }
 
-/// Whether four records in a row have three events each, of ordinary channels: then nothing more needs to be
+/// Whether the next records have three events each, of ordinary channels: then nothing more needs to be
 /// looked at. (One at a time, the processor would guess wrong whenever types are mixed.)
 bool isPlainRun(const std::uint32_t* word)
 {
     std::uint64_t differs = 0;
-    for (int i = 0; i < 8; i += 2) {
+    for (std::ptrdiff_t i = 0; i < 2 * runRecords; i += 2) {
         const std::uint64_t record = recordAt(word + i);
         differs |= ((record ^ (framed | threeEvents)) & (framing | typeBits)) |
                    (record & record << 1 & 0x2000020000080000U);
@@ -123,26 +124,30 @@ const std::uint32_t* decodeRecords(Tdc56Instance& instance, const std::uint32_t*
     const std::uint32_t* const end = word + 2 * records;
     decode(instance, 3 * records, [&](auto& sink, auto& step) {
         std::int64_t time = instance.time;
-        while (word != end && sink.fits(mostEvents)) {
-            if (end - word >= 8 && time != 0 && isPlainRun(word)) {
-                for (const std::uint32_t* const stop = word + 8; word != stop && time != 0; word += 2)
+        bool inOrder = true;
+        while (inOrder && word != end && sink.fits(runRecords * mostEvents)) {
+            const std::uint32_t* const stop = word + std::min(end - word, 2 * runRecords);
+            if (stop - word == 2 * runRecords && isPlainRun(word)) {
+                for (; word != stop && time != 0; word += 2)
                     time =
                         putEvents<false>(time, contentsOf(recordAt(word)), recordTypes[1], mask, sink, step);
-                continue;
+                if (word == stop) continue;
             }
-            const std::uint64_t record = recordAt(word);
-            if ((record & framing) != framed) break;
-            word += 2;
-            const std::uint64_t contents = contentsOf(record);
-            const RecordType& type = recordTypes[(record >> 61 & 2U) | (record >> 30 & 1U)];
-            if ((record & typeBits) == 0)
-                time = static_cast<std::int64_t>(contents);
-            else if (time == 0)
-                continue; // no absolute time yet
-            else if (isSpecial(contents, type))
-                time = putEvents<true>(time, contents, type, mask, sink, step);
-            else
-                time = putEvents<false>(time, contents, type, mask, sink, step);
+            for (; word != stop; word += 2) {
+                const std::uint64_t record = recordAt(word);
+                inOrder = (record & framing) == framed;
+                if (!inOrder) break;
+                const std::uint64_t contents = contentsOf(record);
+                const RecordType& type = recordTypes[(record >> 61 & 2U) | (record >> 30 & 1U)];
+                if (rarely((record & typeBits) == 0))
+                    time = static_cast<std::int64_t>(contents);
+                else if (rarely(time == 0))
+                    continue; // no absolute time yet
+                else if (rarely(isSpecial(contents, type)))
+                    time = putEvents<true>(time, contents, type, mask, sink, step);
+                else
+                    time = putEvents<false>(time, contents, type, mask, sink, step);
+            }
         }
         instance.time = time;
     });

@@ -42,7 +42,7 @@ void tdc56Decode60b(Tdc56Instance* instance, const uint8_t* data, int length, ui
             }
             const unsigned type = record & 3U;
             data += 3 + type;
-            if (type == absolute) {
+            if (rarely(type == absolute)) {
                 data += 2;
                 time = static_cast<std::int64_t>(record) >> 2;
             } else if (time >= 0) {

@@ -51,12 +51,16 @@ protected:
         return static_cast<std::int64_t>(static_cast<std::uint64_t>(time) - lastStart);
     }
 
-    /// Without a branch, which could not be foreseen.
+    /// Without a branch, which could not be foreseen; compilers make one of anything but masks.
     void markIf(bool start, std::int64_t time)
     {
-        measuredPeriod = start & (lastStart != 0) ? sinceStart(time) : measuredPeriod;
-        lastStart = start ? static_cast<std::uint64_t>(time) : lastStart;
-        virtualCount = start ? 0 : virtualCount;
+        const std::uint64_t marked = 0 - std::uint64_t{start};
+        const std::uint64_t measured = marked & (0 - std::uint64_t{lastStart != 0});
+        const auto period = static_cast<std::uint64_t>(measuredPeriod);
+        const auto since = static_cast<std::uint64_t>(sinceStart(time));
+        measuredPeriod = static_cast<std::int64_t>(period ^ ((period ^ since) & measured));
+        lastStart ^= (lastStart ^ static_cast<std::uint64_t>(time)) & marked;
+        virtualCount &= static_cast<std::int32_t>(~marked);
     }
 
     Tdc56Instance& instance;
