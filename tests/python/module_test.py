@@ -1,10 +1,10 @@
 """Installs the library and the Python module as a user would, and tries them.
 
-    module_test.py --build FOLDER --cmake PROGRAM --module FOLDER --page FILE [--preload LIBRARY]
+    module_test.py --build FOLDER --cmake PROGRAM --source FOLDER [--preload LIBRARY]
 
 The library goes to a folder of its own, the module into a new virtual environment, built from a copy of its
-sources. Then tdc_test.py runs against both, and the code of the page on reading time stamps. Exit code 77:
-skipped, as something is missing.
+sources. Then tdc_test.py runs against both, the code of the page on reading time stamps, and the examples on
+the pages of the packet formats. Exit code 77: skipped, as something is missing.
 """
 
 import argparse
@@ -24,7 +24,7 @@ if missing:
     sys.exit(1 if "VORELUTIL_REQUIRE_ALL" in os.environ else 77)
 
 parser = argparse.ArgumentParser()
-for name in ("build", "cmake", "module", "page", "preload"):
+for name in ("build", "cmake", "source", "preload"):
     parser.add_argument("--" + name)
 options = parser.parse_args()
 here = os.path.dirname(os.path.abspath(__file__))
@@ -37,7 +37,7 @@ with tempfile.TemporaryDirectory() as folder:
         subprocess.run(command, check=True, cwd=folder, **settings)
 
     run(options.cmake, "--install", options.build, "--prefix", folder + "/prefix", stdout=subprocess.DEVNULL)
-    shutil.copytree(options.module, folder + "/python")
+    shutil.copytree(options.source + "/python", folder + "/python")
     run(sys.executable, "-m", "venv", "--system-site-packages", "env")
     python = folder + "/env/bin/python"
     quiet = {"PIP_" + name: "1" for name in ("QUIET", "NO_INDEX", "NO_CACHE_DIR", "DISABLE_PIP_VERSION_CHECK")}
@@ -58,6 +58,18 @@ with tempfile.TemporaryDirectory() as folder:
     assert os.path.exists(f"{libraries}/{name}"), (name, os.listdir(libraries))
     run(python, "-m", "unittest", "--verbose", "tdc_test", env={**environment, "PYTHONPATH": here})
 
-    with open(options.page, encoding="utf-8") as page:
+    with open(options.source + "/docs/reading-time-stamps-in-python.md", encoding="utf-8") as page:
         code = "\n".join(re.findall(r"```python\n(.*?)```", page.read(), re.S))
     run(python, "-c", code, env=environment)
+
+    if os.path.exists(folder + "/prefix/bin/vorel"):  # the applications are built too
+        pages = glob.glob(options.source + "/docs/formats/tdc-*.md")
+        assert len(pages) == 5, pages
+        environment = {**os.environ, "PATH": f"{folder}/prefix/bin:{os.environ['PATH']}"}
+        for name in pages:
+            with open(name, encoding="utf-8") as page:
+                (example,) = re.findall(r"\n((?:    \$ .*\n)+)((?:    .*\n)+)", page.read())
+            commands, output = (re.sub(r"(?m)^    (\$ )?", "", part) for part in example)
+            shell = ["bash", "-ec", commands]
+            ran = subprocess.run(shell, cwd=folder, env=environment, stdout=subprocess.PIPE, text=True)
+            assert (ran.returncode, ran.stdout) == (0, output), (name, ran)
