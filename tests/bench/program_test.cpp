@@ -76,15 +76,16 @@ TEST_F(ProgramTest, HeadlessRunLeavesItsFiles)
     ASSERT_EQ(run({"--headless", "--out", out, "--seconds", "4", "--pixels", "24x16", "--mode", "6"}), 0)
         << errors.toStdString();
     for (const char* name : {"area.asc", "area.bcr", "line.csv", "stream.csv", "log.csv", "trace.log",
-                             "bench.png", "values.png"})
+                             "bench.png", "values.png", "timestamps.png", "timestamps.csv", "histogram.csv"})
         EXPECT_GT(QFileInfo(out + '/' + name).size(), 100) << name;
-    EXPECT_EQ(QDir(out).entryList(QDir::Files).size(), 10);
+    EXPECT_EQ(QDir(out).entryList(QDir::Files).size(), 13);
     EXPECT_THAT(contents(out.toStdString() + "/settings.ini"),
                 ::testing::HasSubstr("[OutputVoltage]\nRelStep=20\n"));
     const std::string text = contents(out.toStdString() + "/summary.json");
     const QJsonObject summary = QJsonDocument::fromJson(text.c_str()).object();
     ASSERT_EQ(summary.size(), 6);
-    for (const char* none : {"errors", "events", "reconnects"}) EXPECT_EQ(summary[none], 0) << none;
+    for (const char* none : {"errors", "reconnects"}) EXPECT_EQ(summary[none], 0) << none;
+    EXPECT_GE(summary["events"].toInt(), 50000);
     EXPECT_GE(summary["frames"].toInt(), 4);
     EXPECT_GE(summary["samples"].toInt(), 2 * 24 * 16 * 2 + 2 * 24 + 24);
     EXPECT_GE(summary["telegrams"].toInt(), 30);

@@ -10,6 +10,8 @@ import argparse
 import os
 import re
 import signal
+import socket
+import struct
 import subprocess
 import sys
 import tempfile
@@ -168,6 +170,22 @@ def check_series(folder, case, dump):
     return line, stream
 
 
+def check_time_stamps(folder):
+    """The first events, and the histogram of channel 1 after the start channel 5, counted here once more."""
+    text = open(os.path.join(folder, "timestamps.csv"), encoding="utf-8").read().splitlines()
+    check(text[0] == "time,channel" and len(text) == 50001, f"timestamps.csv has {len(text)} lines")
+    times, channels = np.array([line.split(",") for line in text[1:]], "i8").T
+    check(times[0] == 1000 and channels[0] == 5, "the stream does not begin with its first start")
+    check(np.all(np.diff(times[channels == 5]) > 0), "starts are not in order")
+    starts, stops = times[channels == 5], times[channels == 1]
+    before = np.searchsorted(starts, stops, "right") - 1
+    bins = (stops - starts[before])[before >= 0] // 10
+    expected = np.bincount(bins[bins < 500], minlength=500)
+    lines = open(os.path.join(folder, "histogram.csv"), encoding="utf-8").read().splitlines()
+    compare_texts(lines, ["bin,count"] + [f"{i},{count}" for i, count in enumerate(expected)], "histogram.csv")
+    check(expected[50:60].min() > 5 * expected[:50].max(), "no edge where the decay begins")
+
+
 def check_trace(folder, dump):
     """No sample is missing between telegrams: each block continues the last one, or begins where it was told
     to. Result: the positions that scans were set to."""
@@ -196,6 +214,7 @@ def check_case(name, arguments, folder):
     check_area(folder, case, arrange(dump[:size], x, y, mode, start))
     line, stream = check_series(folder, case, dump)
     check(size <= line < stream, "the scans are not in order")
+    check_time_stamps(folder)
     starts = check_trace(folder, dump)
     check(starts[0] == start, f"the area began at {starts[0]}")
     if name == "near-the-limit":
@@ -203,6 +222,48 @@ def check_case(name, arguments, folder):
         check(len(starts) > 4 and starts[4] < 2 * size, "the scan did not go on at a low position")
     with open(os.path.join(folder, "bench.png"), "rb") as picture:
         check(picture.read(8) == b"\x89PNG\r\n\x1a\n", "bench.png is no picture")
+
+
+class Misleading(threading.Thread):
+    """Passes telegrams on, but those that set the time-stamp format name an address that nobody knows."""
+
+    def __init__(self, port):
+        super().__init__(daemon=True)
+        self.listener = socket.create_server(("127.0.0.1", 0))
+        self.target = socket.create_connection(("127.0.0.1", port))
+        self.start()
+
+    def run(self):
+        client, _ = self.listener.accept()
+        threading.Thread(target=self.copy, args=(client,), daemon=True).start()
+        stream = client.makefile("rb")
+        while header := stream.read(20):
+            length, kind, address, index, number = struct.unpack("<5i", header)
+            address = 0x7777 if address == 0x50 else address
+            self.target.sendall(struct.pack("<5i", length, kind, address, index, number) + stream.read(length - 16))
+        self.target.close()
+
+    def copy(self, client):
+        try:
+            while data := self.target.recv(65536):
+                client.sendall(data)
+        except OSError:  # the console has ended
+            pass
+
+
+def check_refusal(arguments, folder):
+    simulator = subprocess.Popen([arguments.vorel, "sim", "--port", "0"], stdout=subprocess.PIPE, text=True)
+    try:
+        link = Misleading(int(simulator.stdout.readline().rpartition(":")[2]))
+        console = subprocess.run(
+            [arguments.bench, "--headless", "--port", str(link.listener.getsockname()[1]), "--out", folder,
+             "--seconds", str(SECONDS), "--pixels", "24x16"], capture_output=True, text=True, timeout=120)
+    finally:
+        simulator.send_signal(signal.SIGTERM)
+        simulator.wait(timeout=60)
+    check(console.returncode == 1, f"without time stamps the console ended with {console.returncode}")
+    check("vorelbench: the time stamps: the controller refused time stamps off: invalid address\n" in console.stderr,
+          f"without time stamps the console says {console.stderr}")
 
 
 def without_stamp(path):
@@ -238,8 +299,12 @@ def main():
             thread.start()
         for thread in threads:
             thread.join()
+        try:
+            check_refusal(arguments, os.path.join(base, "refusal"))
+        except Exception as error:
+            failures.append(f"refusal: {error}")
         if not failures:
-            for file in ("area.asc", "area.bcr", "line.csv", "stream.csv", "log.csv"):
+            for file in ("area.asc", "area.bcr", "line.csv", "stream.csv", "log.csv", "timestamps.csv", "histogram.csv"):
                 pair = [without_stamp(os.path.join(base, name, file)) for name in ("forward-back", "forward-back-german")]
                 if pair[0] != pair[1]:
                     failures.append(f"{file} is another one in a German session")
