@@ -55,10 +55,11 @@ protected:
     void markIf(bool start, std::int64_t time)
     {
         const std::uint64_t marked = 0 - std::uint64_t{start};
-        const std::uint64_t measured = marked & (0 - std::uint64_t{lastStart != 0});
-        const auto period = static_cast<std::uint64_t>(measuredPeriod);
-        const auto since = static_cast<std::uint64_t>(sinceStart(time));
-        measuredPeriod = static_cast<std::int64_t>(period ^ ((period ^ since) & measured));
+        if (lastStart != 0) {
+            const auto period = static_cast<std::uint64_t>(measuredPeriod);
+            const auto since = static_cast<std::uint64_t>(sinceStart(time));
+            measuredPeriod = static_cast<std::int64_t>(period ^ ((period ^ since) & marked));
+        }
         lastStart ^= (lastStart ^ static_cast<std::uint64_t>(time)) & marked;
         virtualCount &= static_cast<std::int32_t>(~marked);
     }
@@ -89,18 +90,17 @@ public:
     template <class Sink> [[gnu::always_inline]] std::int64_t event(Sink&, std::int64_t time, bool start)
     {
         markIf(start, time);
-        if (period == 0) return time;
         const auto value = static_cast<std::uint64_t>(time);
+        if (period == 0) return time;
         const auto quotient = static_cast<std::uint64_t>(Wide{value} * reciprocal >> 64);
-        std::uint64_t rest = reduced(value - quotient * period);
-        if (time < 0) rest = reduced(rest + period - wrap);
-        return static_cast<std::int64_t>(rest);
+        const std::uint64_t rest = reduced(value - quotient * period);
+        return static_cast<std::int64_t>(time < 0 ? reduced(rest + period - wrap) : rest);
     }
 
 private:
     __extension__ using Wide = unsigned __int128;
 
-    std::uint64_t reduced(std::uint64_t rest) const { return rest < period ? rest : rest - period; }
+    std::uint64_t reduced(std::uint64_t rest) const { return std::min(rest, rest - period); }
 
     std::uint64_t period = 0; ///< 0: folds nothing
     /// At most 1 below 2^64 / period: the quotient of any 64 bits comes out right or 1 too small.
