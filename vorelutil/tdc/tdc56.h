@@ -239,7 +239,7 @@ VORELUTIL_EXPORT int tdc56Encode60(Tdc56Instance* instance, const PpTimest* even
 /// does not read back. Events at 0 or before write nothing, and every event counts as consumed.
 ///
 /// \param instance not used. \param capacity of `output`, in 32-bit words: bytes beyond it are not stored,
-/// though the position advances. \return position / 4, rounded down, which may exceed `capacity` by 3.
+/// though the position advances. \return position / 4, rounded down, which may exceed `capacity` by 2.
 VORELUTIL_EXPORT int tdc56Encode60b(Tdc56Instance* instance, const PpTimest* events, int* count,
                                     uint8_t* output, int capacity);
 /// @}
