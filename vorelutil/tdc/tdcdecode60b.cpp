@@ -16,7 +16,8 @@ constexpr unsigned absolute = 3;      ///< the type of a record with an absolute
 /// 3, 4, 5 or 8.
 std::ptrdiff_t lengthOf(unsigned type)
 {
-    return static_cast<std::ptrdiff_t>(3 + type + (type + 1) / 4 * 2);
+    const std::ptrdiff_t base = type;
+    return 3 + base + (base + 1) / 4 * 2;
 }
 
 } // namespace
