@@ -76,8 +76,8 @@ void RateTable::showRows(const QVector<Row>& rows)
         for (int column = 0; column < columns; ++column) {
             if (item(i, column) == nullptr) {
                 setItem(i, column, new QTableWidgetItem);
-                item(i, column)->setTextAlignment(column == 0 ? Qt::AlignLeft | Qt::AlignVCenter
-                                                              : Qt::AlignRight | Qt::AlignVCenter);
+                const int side = column == 0 ? Qt::AlignLeft : Qt::AlignRight;
+                item(i, column)->setTextAlignment(side | Qt::AlignVCenter);
             }
             item(i, column)->setText(texts[column]);
         }

@@ -182,10 +182,8 @@ void TimeStampRoad::onAcknowledged(int number, int reason, int /*value*/)
                          true);
         return;
     }
-    const auto waiting = m_waiting.constFind(number);
-    if (waiting == m_waiting.constEnd()) return;
-    const QString name = *waiting;
-    m_waiting.erase(waiting);
+    if (!m_waiting.contains(number)) return;
+    const QString name = m_waiting.take(number);
     if (reason != controller::reasonOk) {
         fail(tr("the controller refused %1: %2").arg(name, QLatin1String(tracePrintReason(reason))));
     } else if (m_waiting.isEmpty()) {
@@ -389,7 +387,7 @@ double TimeStampRoad::channelRate(int channel) const
 
 double TimeStampRoad::markerRate(int marker) const
 {
-    return m_rates[std::size_t(timestamps::channelCount + marker)];
+    return m_rates[std::size_t(timestamps::channelCount) + std::size_t(marker)];
 }
 
 /// Each kind when it begins, and again when it comes back after a pause.
