@@ -148,7 +148,7 @@ TEST_F(TimeStamps, OfALargeFileTakeLittleMemory)
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
     GTEST_SKIP() << "a sanitizer takes memory of its own";
 #endif
-    constexpr std::uint32_t wordCount = 16 << 20, events = wordCount / 256 * 255;
+    constexpr std::uint32_t wordCount = 16 << 20, eventCount = wordCount / 256 * 255;
     {
         QFile file(dir.filePath(QStringLiteral("large.56")));
         ASSERT_TRUE(file.open(QIODevice::WriteOnly));
@@ -160,7 +160,7 @@ TEST_F(TimeStamps, OfALargeFileTakeLittleMemory)
     const Result result = run("tdc decode --format 56 --offsets 0,-9000000,0,0,0,0,0,9000000 " +
                               path("large.56") + " -o " + path("large.npy"));
     EXPECT_EQ(result.code, 0);
-    EXPECT_EQ(QFile(dir.filePath(QStringLiteral("large.npy"))).size(), 192 + 16LL * events);
+    EXPECT_EQ(QFile(dir.filePath(QStringLiteral("large.npy"))).size(), 192 + 16LL * eventCount);
     rusage used{};
     ASSERT_EQ(getrusage(RUSAGE_CHILDREN, &used), 0);
     EXPECT_LT(used.ru_maxrss, 64 * 1024);

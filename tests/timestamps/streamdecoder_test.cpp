@@ -194,7 +194,7 @@ TEST(StreamDecoder, LosesTheRecordOfAMissingWordAlone)
                                               first(4000), second,     first(5)};
     Settings settings;
     settings.format = Format::F60;
-    for (const std::size_t chunk : {1, 4, 8, 12, 20, 28, 100}) {
+    for (const std::size_t chunk : {1U, 4U, 8U, 12U, 20U, 28U, 100U}) {
         Summary summary;
         const Events events = decoded(settings, bytesOf(words) + "abc", chunk, &summary);
         EXPECT_EQ(events, (Events{{1001, 2, {}}, {1301, 2, {}}, {5301, 2, {}}})) << chunk;

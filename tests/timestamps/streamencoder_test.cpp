@@ -42,7 +42,7 @@ TEST(StreamEncoder, WritesWhatReadsBack)
         for (int i = 0; format == Format::F60 && i < 5000; ++i) events.push_back({10000 + 3 * i, 4, {}});
         Settings settings;
         settings.format = format;
-        for (const std::size_t piece : {1, 2, 3000, 6000}) {
+        for (const std::size_t piece : {1U, 2U, 3000U, 6000U}) {
             std::string stream, problem;
             EXPECT_EQ(encode(format, events, piece, &stream, &problem), events.size()) << problem;
             EXPECT_TRUE(decoded(settings, stream, 1000) == events) << int(format) << ' ' << piece;
@@ -110,7 +110,7 @@ TEST(EventCsv, ReadsWhatItWritesAndNamesBadLines)
         [&](const void* data, std::size_t size) { text.append(static_cast<const char*>(data), size); });
     writer.write(events.data(), events.size());
     writer.finish();
-    for (const std::size_t piece : {1, 1000000}) EXPECT_TRUE(readAll(text, piece) == events);
+    for (const std::size_t piece : {1U, 1000000U}) EXPECT_TRUE(readAll(text, piece) == events);
     EXPECT_EQ(readAll("time,channel\r\n1,2\r\n3,4", 7), (Events{{1, 2, {}}, {3, 4, {}}}));
 
     const std::string header = "time,channel\n",
