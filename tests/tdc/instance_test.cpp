@@ -1,12 +1,33 @@
 #include <cstdint>
+#include <cstdlib>
 #include <gtest/gtest.h>
 #include <limits>
 #include <memory>
+#include <new>
 #include <tests/trace/logfixture.h>
 #include <tuple>
 #include <utility>
 #include <vector>
 #include <vorelutil/tdc/instance.h>
+
+static bool noMemory = false;
+
+void* operator new(std::size_t size)
+{
+    void* const memory = noMemory ? nullptr : std::malloc(size);
+    if (memory == nullptr) throw std::bad_alloc();
+    return memory;
+}
+
+void operator delete(void* memory) noexcept
+{
+    std::free(memory);
+}
+
+void operator delete(void* memory, std::size_t) noexcept
+{
+    std::free(memory);
+}
 
 namespace {
 
@@ -158,6 +179,24 @@ TEST_F(TdcInstance, CountsWhatTheLargestDividerAsksFor)
     EXPECT_EQ(tdc56GetCount(stream.get()), 3 + 2147483);
     decode({{3000, 1}});
     EXPECT_EQ(tdc56GetCount(stream.get()), most) << "stays there";
+}
+
+TEST_F(TdcInstance, CanBeResetAfterMemoryRanOut)
+{
+    tdc56SetOffsets(stream.get(), someOffsets);
+    decode({{10, 0}, {20, 2}, {30, 2}});
+    ASSERT_EQ(pop().size(), 3U); // leaves room for as many keys
+    const std::uint32_t words[] = {5, 6, 20};
+    stream->highBase = (std::int64_t{1} << 60) - 10; // the last time does not fit a key
+    noMemory = true;
+    EXPECT_THROW(tdc56Decode(stream.get(), words, 3), std::bad_alloc);
+    noMemory = false;
+    EXPECT_EQ(tdc56GetQueued(stream.get()), 2U) << "what was decoded before, once";
+
+    tdc56Flush(stream.get());
+    tdc56Reset(stream.get());
+    decode({{40, 3}});
+    EXPECT_EQ(pop(), (Events{{40, 3}}));
 }
 
 } // namespace

@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <limits>
+#include <utility>
 
 /// What the decoders have in common. Each format is one loop, a template of where the events go (a sink) and
 /// of what becomes of their times (virtualevents.h); `decode` runs it with those that the instance asks for.
@@ -143,7 +144,7 @@ public:
         if (code >= 8) return rest.put(stamp, code, deliver);
         const std::int64_t time = Tdc56Instance::wrappingSum(stamp, offsets[code]);
         if (next == nullptr || !TimeQueue::fits(time)) {
-            if (deliver != 0) next = putRecord(time, code, instance.queue, begin, next);
+            if (deliver != 0) putRecord(time, code, instance.queue, begin, std::exchange(next, nullptr));
             return;
         }
         *next = TimeQueue::key(time, code);
@@ -151,13 +152,13 @@ public:
     }
 
 private:
-    /// From the first time on that does not fit a key the queue takes the events one by one.
-    static std::uint64_t* putRecord(std::int64_t time, std::uint8_t code, TimeQueue& queue,
-                                    const std::uint64_t* begin, const std::uint64_t* next)
+    /// From the first time on that does not fit a key the queue takes the events one by one. It has the keys
+    /// then, even if it throws: `next` must be null already.
+    static void putRecord(std::int64_t time, std::uint8_t code, TimeQueue& queue, const std::uint64_t* begin,
+                          const std::uint64_t* end)
     {
-        if (next != nullptr) queue.commit(static_cast<std::size_t>(next - begin));
+        if (end != nullptr) queue.commit(static_cast<std::size_t>(end - begin));
         queue.push(time, code);
-        return nullptr;
     }
 
     Tdc56Instance& instance;
