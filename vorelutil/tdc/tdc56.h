@@ -14,15 +14,15 @@
 /// 4. Words are 32-bit, little-endian in files and on the wire; bit 0 is the least significant one.
 /// 5. Time stamps are signed 64-bit counts of the converter's clock periods. Sums and differences that leave
 ///    64 bits wrap.
-/// 6. Channels are 0 to 7 (format 52 and 60b: 0 to 31); channel 0 is the start channel (format 60: 5).
-/// Markers
-///    have the codes 100 to 104 and 200 to 203; bit 0 to 8 of a `markerMask` stands for each of them, in this
-///    order, and a marker is delivered only if its bit is set.
+/// 6. Channels are 0 to 7 (formats 52 and 60b: 0 to 31; format 60: 0 to 5); channel 0 is the start channel
+///    (format 60: 5). Markers have the codes 100 to 104 and 200 to 203; bit 0 to 8 of a `markerMask` stands
+///    for each of them, in this order, and a marker is delivered only if its bit is set.
 /// 7. Errors. No function returns one. What went wrong with a stream is told through the trace log (see
 ///    vorelutil/trace/tracelog.h) and counted: `tdc56GetCount`, `tdc56GetOrderingErrors`,
-///    `tdc56GetDroppedWords`. When memory runs out, `tdc56Init`, `tdc56Push`, `tdc56Pop` and the decoders
-///    throw the allocator's exception (C++ `std::bad_alloc`; a queue beyond the largest size:
-///    `std::length_error`), which ends a program without a handler.
+///    `tdc56GetDroppedWords`. While sorting, only the count tells that the flat buffer overflowed. When
+///    memory runs out, `tdc56Init`, `tdc56Push`, `tdc56Pop` and the decoders throw the allocator's exception
+///    (C++ `std::bad_alloc`; a queue beyond the largest size: `std::length_error`), which ends a program
+///    without a handler. After such an exception call `tdc56Flush` and `tdc56Reset`.
 /// 8. Threads. Nothing is locked: an instance belongs to one thread at a time. Different instances are
 ///    independent of each other.
 ///
@@ -70,19 +70,27 @@ VORELUTIL_EXPORT void tdc56DeInit(Tdc56Instance* instance);
 /// Kept: the offsets and the queued events stay as they are; call `tdc56Flush` to empty the queue.
 VORELUTIL_EXPORT void tdc56Reset(Tdc56Instance* instance);
 
-/// Time offsets of the channels 0 to 7, added to their events; any non-zero one turns sorting on.
+/// Time offsets of the channels 0 to 7, added to their events, channel 0's to virtual events, too. Any
+/// non-zero one turns sorting on, all zero turn it off.
 ///
 /// \param offsets 8 values in clock periods, copied; null: sorting goes off, the values stay.
 /// When sorting goes on or off, everything decoded and not yet taken out is dropped, as by `tdc56Flush`.
+/// While it stays on, the queue is kept, and new offsets act on later events only.
 VORELUTIL_EXPORT void tdc56SetOffsets(Tdc56Instance* instance, const int32_t* offsets);
 
 /// Number of virtual events in a start period, any value; below 2: off.
 ///
-/// From 2 on, and with a start period of 0, each decoded event is preceded by the virtual events (channel 0)
-/// that the time since the last start asks for: with P the time between the last two starts, one at
-/// start + trunc(k * P / divider) for k = 1 to `divider`, as the stream passes it. They begin after the
-/// second start. With a start period of its own see `tdc56SetStartPeriod`. Formats 56 (starts on channel 0)
-/// and 60 (on channel 5) make them; 52 and 60b know no start and only fold; 52x does neither.
+/// From 2 on, and with a start period of 0, each decoded channel event is preceded by the virtual events
+/// (channel 0) that the time since the last start asks for: with P the time between the last two starts, one
+/// at start + trunc(k * (P / divider)) for k = 1 to `divider`, as the stream passes it, in double precision
+/// (which may come a clock period early). In a new stream they begin after the second start. While sorting
+/// each takes a place in the queue: up to `divider` in a start period. With a start period of its own see
+/// `tdc56SetStartPeriod`.
+///
+/// Formats 56 (starts on channel 0) and 60 (on channel 5) mark starts; 52 and 60b do not: they fold, and make
+/// virtual events only from a period that 56 or 60 measured before on the same instance; 52x does neither.
+/// Kept: below 2 starts are not marked, and what was measured before is used again when the divider comes
+/// back. Kept: a start at time 0 is none.
 VORELUTIL_EXPORT void tdc56SetDivider(Tdc56Instance* instance, int32_t divider);
 
 /// As it was set; 1 after `tdc56Init` and `tdc56Reset`.
@@ -92,7 +100,7 @@ VORELUTIL_EXPORT int32_t tdc56GetDivider(const Tdc56Instance* instance);
 ///
 /// With a divider of 2 or more and a period that is not 0 no virtual events are made; instead each event's
 /// time is folded onto one sub-period: time modulo (period / divider, rounded towards zero), never negative.
-/// A period below the divider, or a negative one, folds nothing.
+/// A period below the divider, or a negative one, folds nothing. Starts are marked meanwhile.
 VORELUTIL_EXPORT void tdc56SetStartPeriod(Tdc56Instance* instance, int64_t period);
 
 /// Whether the instance alters the stream: sorting is on, or the divider is above 1.
@@ -102,8 +110,9 @@ VORELUTIL_EXPORT bool tdc56GetActive(const Tdc56Instance* instance);
 /// \name Events
 /// @{
 
-/// Adds one event, as the decoders do: while sorting, channels 0 to 7 go to the queue with their offset
-/// added; everything else goes to the flat buffer, where what exceeds its capacity is counted and lost.
+/// Adds one event: while sorting, channels 0 to 7 go to the queue with their offset added; everything else
+/// goes to the flat buffer, where what exceeds its capacity is counted and lost. Nothing else is done: it
+/// does not fold, makes no virtual events, marks no start, and leaves the stream's time.
 VORELUTIL_EXPORT void tdc56Push(Tdc56Instance* instance, int64_t time, uint8_t channel);
 
 /// Drops all events: the queue's, whose memory is given back, and the flat buffer's.
@@ -131,8 +140,10 @@ VORELUTIL_EXPORT int32_t tdc56Pop(Tdc56Instance* instance, PpTimest* output);
 /// The stream's time: the latest decoded one, before folding and offsets.
 VORELUTIL_EXPORT int64_t tdc56GetTime(const Tdc56Instance* instance);
 
-/// Events that went to the flat buffer since the last `tdc56Pop`, those beyond its capacity included; stays
-/// at INT32_MAX when it gets there. More than 16384: the rest is lost, and the next `tdc56Pop` says so.
+/// Events that went to the flat buffer since the last `tdc56Pop` without sorting, `tdc56Flush`, `tdc56Reset`
+/// or switch of sorting, those beyond its capacity included; stays at INT32_MAX when it gets there. More than
+/// 16384: the rest is lost. The next `tdc56Pop` says so, but while sorting it neither does nor resets the
+/// count: flush, or look at this count.
 VORELUTIL_EXPORT int32_t tdc56GetCount(const Tdc56Instance* instance);
 
 /// Events in the queue.
@@ -147,11 +158,12 @@ VORELUTIL_EXPORT uint64_t tdc56GetOrderingErrors(const Tdc56Instance* instance);
 /// @}
 
 /// \name Decoders
-/// One packet each. Events are added as `tdc56Push` adds them; markers always go to the flat buffer.
+/// One packet each. Events are added as `tdc56Push` adds them, once folded or preceded by virtual events;
+/// markers always go to the flat buffer.
 /// @{
 
 /// Format 56: one word a record, 28 bits of time. Any count; what one packet adds beyond the flat buffer's
-/// room is lost (16384 words cannot, with the divider off).
+/// room is lost (to an empty one 16384 words lose nothing, with the divider off).
 ///
 /// When a word's time would lie before the stream's, its low part has wrapped before a new high word came:
 /// 2^28 is added to the high part. Event words before the first high word are dropped.
@@ -160,8 +172,8 @@ VORELUTIL_EXPORT void tdc56Decode(Tdc56Instance* instance, const uint32_t* words
 /// Format 52: one word a record, 26 bits of time, channels 0 to 31, markers. Event words before the first
 /// high word are dropped. Markers carry the unfolded time.
 ///
-/// Kept: no correction for a low part that wraps before a new high word comes. Kept: starts are not marked,
-/// so there are no virtual events; a start period folds.
+/// Kept: no correction for a low part that wraps before a new high word comes. Kept: starts are not marked
+/// (see `tdc56SetDivider`).
 VORELUTIL_EXPORT void tdc56Decode52(Tdc56Instance* instance, const uint32_t* words, int count,
                                     uint32_t markerMask);
 
@@ -191,7 +203,7 @@ VORELUTIL_EXPORT int tdc56Decode60(Tdc56Instance* instance, const uint32_t* word
 /// its beginning is not kept: see `tdc56Cut60b`. Delta records count only while the stream's time is not
 /// negative. Markers carry the unfolded time.
 ///
-/// Kept: starts are not marked, so there are no virtual events; a start period folds.
+/// Kept: starts are not marked (see `tdc56SetDivider`).
 ///
 /// \param length above 0: in 32-bit words; below 0: minus the length in bytes; 0: nothing is decoded.
 VORELUTIL_EXPORT void tdc56Decode60b(Tdc56Instance* instance, const uint8_t* data, int length,
