@@ -1,161 +1,82 @@
+#include "stream.h"
+
 #include <algorithm>
 #include <fuzz/tdcfuzz.h>
 #include <gmock/gmock.h>
-#include <limits>
-#include <memory>
 #include <random>
 #include <string>
 #include <tests/trace/logfixture.h>
-#include <utility>
-#include <vector>
 
 namespace {
 
 using FormatsLog = LogFixture;
-using Words = std::vector<std::uint32_t>;                 ///< bytes for 60b
-using Events = std::vector<std::pair<std::int64_t, int>>; ///< time, channel
-
-constexpr int most = std::numeric_limits<int>::max();
-constexpr std::int64_t highest = std::numeric_limits<std::int64_t>::max();
-
-enum class Format
-{
-    f56,
-    f52,
-    f52x,
-    f60,
-    f60b
-};
-
-/// An instance, and what it delivered.
-struct Stream
-{
-    const std::unique_ptr<Tdc56Instance, void (*)(Tdc56Instance*)> owner{tdc56Init(), tdc56DeInit};
-    Tdc56Instance* const instance = owner.get();
-    std::uint32_t mask = 0x1FF;
-    Events events;
-    int result = 0; ///< of format 60
-
-    /// Packets that are written down are in heap blocks of their size: the address sanitizer sees what is
-    /// read behind them.
-    void feed(Format format, const Words& packet)
-    {
-        const std::vector<std::uint8_t> bytes(packet.begin(), packet.end());
-        const auto count = static_cast<int>(packet.size());
-        std::vector<PpTimest> out(packet.size());
-        if (format == Format::f56) tdc56Decode(instance, packet.data(), count);
-        if (format == Format::f52) tdc56Decode52(instance, packet.data(), count, mask);
-        if (format == Format::f52x) take(out, tdc56Decode52x(instance, packet.data(), count, out.data()));
-        if (format == Format::f60) result = tdc56Decode60(instance, packet.data(), count, mask);
-        if (format == Format::f60b) tdc56Decode60b(instance, bytes.data(), -count, mask);
-        out.resize(tdc56Capacity);
-        take(out, tdc56Pop(instance, out.data()));
-    }
-    void take(const std::vector<PpTimest>& out, int count)
-    {
-        for (const PpTimest* event = out.data(); count > 0; ++event, --count)
-            events.emplace_back(event->time, event->channel);
-    }
-};
-
-struct Row
-{
-    const char* desc;
-    std::vector<Words> packets;
-    Events events;
-    std::int64_t time;      ///< of the stream, at the end
-    std::uint64_t lost = 0; ///< words dropped, ordering errors
-};
-
-void check(Format format, const std::vector<Row>& rows)
-{
-    for (const Row& row : rows) {
-        Stream stream;
-        for (const Words& packet : row.packets) stream.feed(format, packet);
-        const std::uint64_t lost =
-            tdc56GetDroppedWords(stream.instance) + tdc56GetOrderingErrors(stream.instance);
-        EXPECT_EQ(stream.events, row.events) << row.desc;
-        EXPECT_EQ(tdc56GetTime(stream.instance), row.time) << row.desc;
-        EXPECT_EQ(lost, row.lost) << row.desc;
-    }
-}
 
 // clang-format off
-TEST(Formats, Decodes56)
+TEST(Formats, DecodePackets)
 {
-    check(Format::f56, {
-        {"all bits", {{0x10000001, 0x20000005, 0xEFFFFFFF}}, {{0x10000005, 1}, {0x1FFFFFFF, 7}}, 0x1FFFFFFF},
-        {"high word's channel bits", {{0xF0000001, 3}}, {{0x10000003, 0}}, 0x10000003},
-        {"words before it", {{5, 0x20000006}, {0x10000000, 7}}, {{7, 0}}, 7, 2},
-        {"low part wraps", {{0x10000001, 0x0FFFFFF0, 0x10}}, {{0x1FFFFFF0, 0}, {0x20000010, 0}}, 0x20000010},
-        {"and stays wrapped", {{0x10000000, 9, 8}, {9}}, {{9, 0}, {0x10000008, 0}, {0x10000009, 0}}, 0x10000009},
-        {"the same time", {{0x10000000, 7}, {0x20000007}}, {{7, 0}, {7, 1}}, 7},
-        {"wraps once only", {{0x10000002, 0}, {0x10000000, 5}}, {{0x20000000, 0}, {0x10000005, 0}}, 0x10000005},
-        {"beyond the highest", {{0x1FFFFFFF, 0xEFFFFFFF, 0}}, {{0xFFFFFFFFFFFFFF, 7}, {0x100000000000000, 0}},
+    constexpr Format f56 = Format::f56, f52 = Format::f52, f52x = Format::f52x, f60 = Format::f60, f60b = Format::f60b;
+    const struct
+    {
+        Format format;
+        const char* desc;
+        std::vector<Words> packets;
+        Events events;
+        std::int64_t time;      ///< of the stream, at the end
+        std::uint64_t lost = 0; ///< words dropped, ordering errors
+    } rows[] = {
+        {f56, "all bits", {{0xF0000001, 0x20000005, 0xEFFFFFFF}}, {{0x10000005, 1}, {0x1FFFFFFF, 7}}, 0x1FFFFFFF},
+        {f56, "words before the high word", {{5, 0x20000006}, {0x10000000, 7}}, {{7, 0}}, 7, 2},
+        {f56, "low part wraps", {{0x10000001, 0x0FFFFFF0, 0x10}}, {{0x1FFFFFF0, 0}, {0x20000010, 0}}, 0x20000010},
+        {f56, "and stays wrapped", {{0x10000000, 9, 8}, {9}}, {{9, 0}, {0x10000008, 0}, {0x10000009, 0}}, 0x10000009},
+        {f56, "the same time", {{0x10000000, 7}, {0x20000007}}, {{7, 0}, {7, 1}}, 7},
+        {f56, "wraps once only", {{0x10000002, 0}, {0x10000000, 5}}, {{0x20000000, 0}, {0x10000005, 0}}, 0x10000005},
+        {f56, "beyond the highest", {{0x1FFFFFFF, 0xEFFFFFFF, 0}}, {{0xFFFFFFFFFFFFFF, 7}, {0x100000000000000, 0}},
          0x100000000000000},
-    });
-}
 
-TEST(Formats, Decodes52)
-{
-    check(Format::f52, {
-        {"bits", {{0xFC000001, 0x04000005, 0x7FFFFFFF}}, {{0x4000005, 1}, {0x7FFFFFF, 31}}, 0x7FFFFFF},
-        {"words before the high word", {{5, 0x84000001}, {0xFC000000, 0x84000007}}, {{7, 100}}, 7, 2},
-        {"no wrap", {{0xFC000001, 0x03FFFFFF, 1}}, {{0x7FFFFFF, 0}, {0x4000001, 0}}, 0x4000001},
-        {"highest", {{0xFFFFFFFF, 0x03FFFFFF}}, {{0xFFFFFFFFFFFFF, 0}}, 0xFFFFFFFFFFFFF},
-    });
-}
+        {f52, "bits, no wrap", {{5, 0x84000001}, {0xFC000001, 0x04000005, 0x7FFFFFFF, 1}},
+         {{0x4000005, 1}, {0x7FFFFFF, 31}, {0x4000001, 0}}, 0x4000001, 2},
+        {f52, "highest", {{0xFFFFFFFF, 0x03FFFFFF}}, {{0xFFFFFFFFFFFFF, 0}}, 0xFFFFFFFFFFFFF},
 
-TEST(Formats, Decodes52x)
-{
-    check(Format::f52x, {
-        {"bits", {{1, 0x90000005, 0xFFFFFFFF}}, {{0x10000005, 1}, {0x1FFFFFFF, 7}}, 0x1FFFFFFF},
-        {"high word's bits 28 to 30", {{0x70000002, 0x80000001}}, {{0x20000001, 0}}, 0x20000001},
-        {"words before it", {{0x80000001}, {0, 0xA0000002}}, {{2, 2}}, 2, 1},
-        {"low part wraps", {{0, 0x80000009, 0x80000008}}, {{9, 0}, {0x10000008, 0}}, 0x10000008},
-    });
-}
+        {f52x, "all bits", {{0x80000001}, {0x70000001, 0x90000005, 0xFFFFFFFF}}, {{0x10000005, 1}, {0x1FFFFFFF, 7}},
+         0x1FFFFFFF, 1},
+        {f52x, "low part wraps", {{0, 0x80000009, 0x80000008}}, {{9, 0}, {0x10000008, 0}}, 0x10000008},
 
-TEST(Formats, Decodes60)
-{
-    // The first two words mostly are the absolute time 1000.
-    check(Format::f60, {
-        {"absolute", {{0x3FFFFFFF, 0xBFFFFFFF}}, {}, 0xFFFFFFFFFFFFFFF},
-        {"three events, +1 -1 +65535", {{1000, 0x80000000, 0x7FF40001, 0xABFFFDFF}},
-         {{1001, 2}, {1000, 3}, {66535, 5}}, 66535},
-        {"three events, -65536 +65535 -1", {{1000, 0x80000000, 0x7FF10000, 0x87FFFC3F}},
-         {{-64536, 0}, {999, 0}, {998, 0}}, 998},
-        {"two events, -5 +67108863", {{1000, 0x80000000, 0x0FFFFFFB, 0xE3FFFFFF}},
-         {{995, 1}, {67109858, 4}}, 67109858},
-        {"one event, -1", {{1000, 0x80000000, 0x7FFFFFFF, 0xEFFFFFFF}}, {{999, 5}}, 999},
-        {"one event, -2^56", {{1000, 0x80000000, 0x40000000, 0xC4000000}}, {{-72057594037926936, 0}}, -72057594037926936},
-        {"none before the first time", {{0x40000001, 0xC0000000, 0, 0x80000000, 0x40000001, 0xC0000000}}, {}, 0},
-        {"a record that passes time 0", {{1, 0x80000000, 0x07FFFFFF, 0xC8000001}}, {{0, 0}, {1, 1}}, 1},
-        {"channel 7", {{1000, 0x80000000, 0x40000005, 0xF8000000}}, {}, 1005},
-        {"markers at 15007", {{15000, 0x80000000, 0x40000007, 0xF0000000}}, {{15000, 100}, {15000, 101}, {15000, 102}}, 15007},
-        {"markers at -1, remainder 4999", {{1, 0x80000000, 0x7FFFFFFE, 0xF7FFFFFF}},
+        // The first two words mostly are the absolute time 1000.
+        {f60, "absolute", {{0x3FFFFFFF, 0xBFFFFFFF}}, {}, 0xFFFFFFFFFFFFFFF},
+        {f60, "three events, +1 -1 +65535", {{1000, 0x80000000, 0x7FF40001, 0xABFFFDFF}}, {{1001, 2}, {1000, 3}, {66535, 5}}, 66535},
+        {f60, "three events, -65536 +65535 -1", {{1000, 0x80000000, 0x7FF10000, 0x87FFFC3F}}, {{-64536, 0}, {999, 0}, {998, 0}}, 998},
+        {f60, "two events, -5 +67108863", {{1000, 0x80000000, 0x0FFFFFFB, 0xE3FFFFFF}}, {{995, 1}, {67109858, 4}}, 67109858},
+        {f60, "one event, -1", {{1000, 0x80000000, 0x7FFFFFFF, 0xEFFFFFFF}}, {{999, 5}}, 999},
+        {f60, "one event, -2^56", {{1000, 0x80000000, 0x40000000, 0xC4000000}}, {{-72057594037926936, 0}}, -72057594037926936},
+        {f60, "none before the first time", {{0x40000001, 0xC0000000, 0, 0x80000000, 0x40000001, 0xC0000000}}, {}, 0},
+        {f60, "a record that passes time 0", {{1, 0x80000000, 0x07FFFFFF, 0xC8000001}}, {{0, 0}, {1, 1}}, 1},
+        {f60, "channel 7", {{1000, 0x80000000, 0x40000005, 0xF8000000}}, {}, 1005},
+        {f60, "markers at 15007", {{15000, 0x80000000, 0x40000007, 0xF0000000}}, {{15000, 100}, {15000, 101}, {15000, 102}}, 15007},
+        {f60, "markers at -1, remainder 4999", {{1, 0x80000000, 0x7FFFFFFE, 0xF7FFFFFF}},
          {{-5000, 100}, {-5000, 101}, {-5000, 102}, {-5000, 202}, {-5000, 203}}, -1},
-        {"carry over three words", {{1000, 0x80000000, 0x4000000A}, {0xC8000000, 0x40000001, 0xC8000000}},
-         {{1010, 1}, {1011, 1}}, 1011},
-        {"single words", {{1000}, {0x80000000}, {0x40000005}, {}, {0xC0000000}, {0xC0000000}}, {{1005, 0}}, 1005},
-        {"a carry without its partner", {{1000, 0x80000000, 0x40000005}, {0x40000007, 0xC0000000}}, {{1007, 0}}, 1007},
-        {"a carry of 0 is none", {{1000, 0x80000000, 0}, {0x80000000}}, {}, 1000},
-        {"a second word alone", {{0xC8000000, 1000, 0x80000000, 0x40000001, 0xC0000000}}, {{1001, 0}}, 1001},
-        {"out of step, low", {{1000, 0x80000000, 0x40000005}, {1, 2, 0x80000000}, {0xC0000000}}, {{1005, 0}}, 1005, 1},
-        {"out of step, high", {{1000, 0x80000000, 0x40000005}, {0xC0000000, 0xC0000000}, {0xC0000000}}, {{1005, 0}}, 1005, 1},
-    });
-}
+        {f60, "carry over three words", {{1000, 0x80000000, 0x4000000A}, {0xC8000000, 0x40000001, 0xC8000000}}, {{1010, 1}, {1011, 1}}, 1011},
+        {f60, "single words", {{1000}, {0x80000000}, {0x40000005}, {}, {0xC0000000}, {0xC0000000}}, {{1005, 0}}, 1005},
+        {f60, "a carry without its partner", {{1000, 0x80000000, 0x40000005}, {0x40000007, 0xC0000000}}, {{1007, 0}}, 1007},
+        {f60, "a carry of 0 is none", {{1000, 0x80000000, 0}, {0x80000000}}, {}, 1000},
+        {f60, "a second word alone", {{0xC8000000, 1000, 0x80000000, 0x40000001, 0xC0000000}}, {{1001, 0}}, 1001},
+        {f60, "out of step, low", {{1000, 0x80000000, 0x40000005}, {1, 2, 0x80000000}, {0xC0000000}}, {{1005, 0}}, 1005, 1},
+        {f60, "out of step, high", {{1000, 0x80000000, 0x40000005}, {0xC0000000, 0xC0000000}, {0xC0000000}}, {{1005, 0}}, 1005, 1},
 
-TEST(Formats, Decodes60b)
-{
-    check(Format::f60b, {
-        {"3 and 4 bytes", {{0x04, 10, 0, 0x09, 0, 1, 0}}, {{10, 1}, {266, 2}}, 266},
-        {"8 and 5 bytes, -1000, then -1, and none below 0", {{0xA3, 0x0F, 0, 0, 0, 0, 0, 0, 0x7E, 0x18, 0xFC, 0xFF, 0xFF},
+        {f60b, "3 and 4 bytes", {{0x04, 10, 0, 0x09, 0, 1, 0}}, {{10, 1}, {266, 2}}, 266},
+        {f60b, "8 and 5 bytes, -1000, then -1, and none below 0", {{0xA3, 0x0F, 0, 0, 0, 0, 0, 0, 0x7E, 0x18, 0xFC, 0xFF, 0xFF},
          {0, 0xFF, 0xFF, 0x04, 5, 0}, {0x1F, 0, 0, 0, 0, 0, 0, 0, 0, 1, 0}}, {{0, 31}, {-1, 0}, {8, 0}}, 8},
-        {"4 bytes, -8388608", {{0x83, 0, 0, 2, 0, 0, 0, 0, 0x05, 0, 0, 0x80}}, {{32, 1}}, 32},
-        {"highest absolute time", {{0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0x7F}}, {}, 2305843009213693951},
-        {"lowest", {{3, 0, 0, 0, 0, 0, 0, 0x80, 0x04, 1, 0}}, {}, -2305843009213693952},
-    });
+        {f60b, "4 bytes, -8388608", {{0x83, 0, 0, 2, 0, 0, 0, 0, 0x05, 0, 0, 0x80}}, {{32, 1}}, 32},
+        {f60b, "highest absolute time", {{0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0x7F}}, {}, 2305843009213693951},
+        {f60b, "lowest", {{3, 0, 0, 0, 0, 0, 0, 0x80, 0x04, 1, 0}}, {}, -2305843009213693952},
+    };
+    for (const auto& row : rows) {
+        Stream stream;
+        for (const Words& packet : row.packets) stream.feed(row.format, packet);
+        EXPECT_EQ(stream.events, row.events) << row.desc;
+        EXPECT_EQ(tdc56GetTime(stream.instance), row.time) << row.desc;
+        EXPECT_EQ(tdc56GetDroppedWords(stream.instance) + tdc56GetOrderingErrors(stream.instance), row.lost)
+            << row.desc;
+    }
 }
 // clang-format on
 
@@ -232,15 +153,11 @@ TEST_F(FormatsLog, OrderingErrorDropsTheRestOfThePacket)
 {
     // clang-format off
     const struct { const char* desc; std::vector<Words> packets; const char* line; Events events; } rows[] = {
-        {"first, behind a lone second word", {{0xC0000000, 1, 2}}, "0, 00000001 00000002", {}},
-        {"first, two second words", {{1000, 0x80000000}, {0xC0000000, 0x40000001, 0x40000002, 0xC0000000}},
-         "0, 40000001 40000002", {}},
+        {"first, two first words, behind a lone second word", {{0xC0000000, 1, 2}}, "0, 00000001 00000002", {}},
         {"behind a carry", {{1000, 0x80000000, 0x40000005}, {0xC0000000, 0x40000001, 0x40000002}},
          "1, 40000001 40000002", {{1005, 0}}},
         {"second, in step", {{1000, 0x80000000, 0xC0000001, 0x40000002, 0xC0000000}}, "1, c0000001 40000002", {}},
-        {"second, two first words", {{1000, 0x80000000, 0x40000001, 0x40000002, 0x40000003}},
-         "1, 40000001 40000002", {}},
-        {"third, two second words", {{1000, 0x80000000, 0x40000001, 0xC0000000, 0xC0000001, 0xC0000002}},
+        {"two second words", {{1000, 0x80000000, 0x40000001, 0xC0000000, 0xC0000001, 0xC0000002}},
          "2, c0000001 c0000002", {{1001, 0}}},
         {"last of four", {{1000, 0x80000000, 0x40000001, 0xC0000000, 0x40000001, 0xC0000000, 0x4000000A, 0x4000000B}},
          "3, 4000000a 4000000b", {{1001, 0}, {1002, 0}}},
@@ -279,7 +196,18 @@ TEST(Formats, TimesWrapAtTheEndsOfTheirRange)
     stream.events.clear();
     stream.feed(Format::f60b, {0x04, 1, 0}); // from the highest to the lowest, folded onto 1000
     EXPECT_EQ(stream.events, (Events{{192, 1}}));
-    EXPECT_EQ(tdc56GetTime(stream.instance), -highest - 1);
+    EXPECT_EQ(tdc56GetTime(stream.instance), lowest);
+
+    tdcfuzz::Twin twin; // virtual events that wrap, too
+    twin.setDivider(3);
+    for (const std::uint8_t top :
+         std::vector<std::uint8_t>{0x80, 0x7F}) { // -2^61, then almost 2^61; a start after each
+        twin.decode60b({3, 0, 0, 0, 0, 0, 0, top}, false);
+        twin.decode60({0x40000001, 0xE8000000});
+    }
+    for (int i = 1; i <= 500; ++i) twin.decode60({0x7FFFFFFF, i % 90 == 0 ? 0xEBFFFFFF : 0xFBFFFFFF});
+    EXPECT_GT(twin.pop(), 2 + 5 + 5U);
+    EXPECT_TRUE(twin.same());
 }
 
 TEST(Formats, DividerMakesVirtualEventsOrFolds)
@@ -298,11 +226,16 @@ TEST(Formats, DividerMakesVirtualEventsOrFolds)
         {"more than the clock resolves", most, 0, Format::f56, {high, 1, high + 1, 1, 0x20000002}, {{1, 0}, {0x10000001, 0},
          {0x10000001, 0}, {0x10000001, 0}, {0x10000001, 0}, {0x10000001, 0}, {0x10000001, 0}, {0x10000001, 0}, {0x10000001, 0},
          {0x10000002, 1}}},
+        {"no fifth one, and cut to whole clocks", 3, 0, Format::f56, {high, 10, 20, 0x20000000 + 90}, {{10, 0}, {20, 0},
+         {23, 0}, {26, 0}, {30, 0}, {90, 1}}},
         {"1", 1, 500, Format::f56, starts, plain}, {"0", 0, 0, Format::f56, starts, plain},
-        {"-1", -1, 500, Format::f56, starts, plain}, {"lowest", -most - 1, 0, Format::f56, starts, plain},
-        {"folded", 4, 1000, Format::f56, {high, 0x20000000 + 1260}, {{10, 1}}},
+        {"-4", -4, 1000, Format::f56, starts, plain}, {"lowest", -most - 1, 0, Format::f56, starts, plain},
+        {"folded", 4, 1000, Format::f56, {high, 0x20000000 + 1260, 1499, 1500}, {{10, 1}, {249, 0}, {0, 0}}},
+        {"folded onto a part that is cut", 3, 1000, Format::f56, {high, 1000}, {{1, 0}}},
         {"period below the divider", most, 1000, Format::f56, starts, plain},
         {"negative period", 4, -1000, Format::f56, starts, plain},
+        {"negative period and time", 4, -1000, Format::f60b, {0x04, 0xF9, 0xFF}, {{-7, 1}}},
+        {"negative time", 4, 1000, Format::f60b, {0x04, 0xF9, 0xFF}, {{243, 1}}},
         {"60, starts on 5", 2, 0, Format::f60, {1000, 0x80000000, 0x40000000, 0xE8000000, 0x40000064, 0xE8000000,
          0x40000064, 0xF8000000, 0x40000001, 0xC0000000}, {{1000, 5}, {1100, 5}, {1150, 0}, {1200, 0}, {1201, 0}}},
         {"60, folded, not its markers", 2, 200, Format::f60, {5000, 0x80000000, 0x40000001, 0xF0000000, 0x40000064,
@@ -362,10 +295,8 @@ TEST(Formats, DecodeAsTheLiteralDecoderDoes)
                 word |= second;
                 if (below(500) != 0) second ^= 0x80000000;
             }
-            const auto* const begin = reinterpret_cast<const std::uint8_t*>(words.data());
-            bytes.assign(begin, begin + words.size() * 4);
-            bytes.resize(bytes.size() + below(4));
-            bytes.shrink_to_fit();
+            bytes = std::vector<std::uint8_t>(words.size() * 4 + below(4));
+            std::copy_n(reinterpret_cast<const std::uint8_t*>(words.data()), words.size() * 4, bytes.data());
             if (row.format == Format::f56) twin.decode56(words);
             if (row.format == Format::f52) twin.decode52(words);
             if (row.format == Format::f52x) twin.decode52x(words);

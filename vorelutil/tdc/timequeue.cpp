@@ -236,10 +236,11 @@ void TimeQueue::closeGaps()
             m_end += length;
         }
         m_tail = m_end;
-        if (m_keys.size() > keptRoom + 2 * m_end) {
-            m_keys.resize(m_end);
-            m_keys.shrink_to_fit();
-        }
+    }
+    // Also where nothing was taken: `reserve` may have made room that nobody used.
+    if (m_keys.size() > keptRoom + 2 * m_end) {
+        m_keys.resize(m_end);
+        m_keys.shrink_to_fit();
     }
     if (m_scratch.size() > keptRoom) giveBack(m_scratch);
 }
