@@ -70,6 +70,6 @@ with tempfile.TemporaryDirectory() as folder:
             with open(name, encoding="utf-8") as page:
                 (example,) = re.findall(r"\n((?:    \$ .*\n)+)((?:    .*\n)+)", page.read())
             commands, output = (re.sub(r"(?m)^    (\$ )?", "", part) for part in example)
-            shell = ["bash", "-ec", commands]
+            shell = ["sh", "-ec", commands]
             ran = subprocess.run(shell, cwd=folder, env=environment, stdout=subprocess.PIPE, text=True)
             assert (ran.returncode, ran.stdout) == (0, output), (name, ran)
