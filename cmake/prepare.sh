@@ -31,6 +31,9 @@ need_locale() {
 build() {
     local preset=$1
     shift
-    if [ ! -f "build/$preset/build.ninja" ]; then cmake --preset "$preset" >&2; fi
+    if [ ! -f "build/$preset/build.ninja" ]; then
+        say "building ($preset); the first time takes some minutes"
+        cmake --preset "$preset" >&2
+    fi
     cmake --build --preset "$preset" ${1:+--target "$@"} >&2
 }
