@@ -12,12 +12,22 @@
 
 namespace cli {
 
+namespace {
+
+constexpr int mostLinks = 40; ///< followed by the system, too
+
+} // namespace
+
 InputStream::InputStream(const std::string& name, bool withBar)
     : m_name(name == "-" ? "standard input" : name)
 {
     constexpr auto mode = QIODevice::ReadOnly | QIODevice::Unbuffered;
     m_file.setFileName(QFile::decodeName(name.c_str()));
-    if (!(name == "-" ? m_file.open(0, mode) : m_file.open(mode))) throw FileOpenError(m_name, false);
+    if (!(name == "-" ? m_file.open(0, mode) : m_file.open(mode))) {
+        FileOpenError error(m_name, false);
+        error.message += ": " + m_file.errorString().toStdString();
+        throw error;
+    }
     if (withBar && isTerminal(stderr) && !m_file.isSequential()) m_size = m_file.size();
 }
 
@@ -44,6 +54,7 @@ void InputStream::showProgress()
     const int percent = int(100.0 * double(qMin(m_done, m_size)) / double(m_size));
     if (percent == m_shown) return;
     m_shown = percent;
+    endLineOnSignal(true);
     const int marks = percent * width / 100;
     std::fprintf(stderr, "\r[%s%s] %3d %%", std::string(std::size_t(marks), '#').c_str(),
                  std::string(std::size_t(width - marks), ' ').c_str(), percent);
@@ -51,7 +62,10 @@ void InputStream::showProgress()
 
 void InputStream::eraseBar()
 {
-    if (m_shown >= 0) std::fprintf(stderr, "\r%48s\r", "");
+    if (m_shown >= 0) {
+        std::fprintf(stderr, "\r%48s\r", "");
+        endLineOnSignal(false);
+    }
     m_shown = -1;
     m_size = 0;
 }
@@ -61,14 +75,21 @@ OutputStream::OutputStream(const std::string& name)
 {
     outliveBrokenPipes();
     if (name == "-") return;
+    if (name.empty()) fail(std::strerror(ENOENT));
     m_path = QFile::decodeName(name.c_str());
-    const QFileInfo present(m_path);
+    QFileInfo present(m_path);
+    for (int links = 0; !present.exists() && present.isSymLink(); ++links) {
+        if (links == mostLinks) fail("Too many levels of symbolic links");
+        m_path = present.symLinkTarget();
+        present.setFile(m_path);
+    }
     m_replaces = !present.exists() || present.isFile();
     bool good = false;
     if (m_replaces) {
-        if (present.exists() && present.isSymLink()) m_path = present.canonicalFilePath(); // stays a link
+        if (present.exists() && present.isSymLink()) m_path = present.canonicalFilePath();
         m_file.setFileName(QStringLiteral("%1.%2.part").arg(m_path).arg(QCoreApplication::applicationPid()));
         good = m_file.open(QIODevice::WriteOnly | QIODevice::NewOnly | QIODevice::Unbuffered);
+        if (good) removeOnSignal(QFile::encodeName(m_file.fileName()).constData());
         if (good && present.exists()) m_file.setPermissions(present.permissions());
     } else {
         m_file.setFileName(m_path);
@@ -79,7 +100,7 @@ OutputStream::OutputStream(const std::string& name)
 
 OutputStream::~OutputStream()
 {
-    if (m_replaces && !m_finished && m_file.isOpen()) m_file.remove();
+    if (m_replaces && m_file.isOpen()) discard();
 }
 
 void OutputStream::write(const void* data, std::size_t size)
@@ -87,8 +108,14 @@ void OutputStream::write(const void* data, std::size_t size)
     if (size == 0) return;
     if (m_path.isEmpty()) {
         if (std::fwrite(data, 1, size, stdout) != size) fail(std::strerror(errno));
-    } else if (m_file.write(static_cast<const char*>(data), qint64(size)) != qint64(size)) {
-        fail(m_file.errorString().toStdString());
+        return;
+    }
+    // What fits may be written without a word; the next attempt tells the reason.
+    for (const char* rest = static_cast<const char*>(data); size > 0;) {
+        const qint64 count = m_file.write(rest, qint64(size));
+        if (count <= 0) fail(m_file.errorString().toStdString());
+        rest += count;
+        size -= std::size_t(count);
     }
 }
 
@@ -99,20 +126,29 @@ void OutputStream::rewind()
 
 void OutputStream::finish()
 {
-    m_finished = true;
     if (m_path.isEmpty()) {
         if (std::fflush(stdout) != 0) fail(std::strerror(errno));
         return;
     }
     m_file.close();
-    if (m_file.error() != QFileDevice::NoError) fail(m_file.errorString().toStdString());
-    if (!m_replaces) return;
-    std::error_code error;
-    std::filesystem::rename(QFile::encodeName(m_file.fileName()).constData(),
-                            QFile::encodeName(m_path).constData(), error);
-    if (!error) return;
+    std::string problem;
+    if (m_file.error() != QFileDevice::NoError) problem = m_file.errorString().toStdString();
+    if (m_replaces && problem.empty()) {
+        std::error_code error;
+        const QByteArray part = QFile::encodeName(m_file.fileName());
+        std::filesystem::rename(part.constData(), QFile::encodeName(m_path).constData(), error);
+        keepOnSignal(part.constData());
+        if (error) problem = error.message();
+    }
+    if (problem.empty()) return;
+    if (m_replaces) discard();
+    fail(problem);
+}
+
+void OutputStream::discard()
+{
     m_file.remove();
-    fail(error.message());
+    keepOnSignal(QFile::encodeName(m_file.fileName()).constData());
 }
 
 void OutputStream::fail(const std::string& reason) const

@@ -8,7 +8,7 @@
 namespace cli {
 
 /// Read from the beginning to the end, with a progress bar on standard error where that is a terminal and
-/// the size is known. Throws `IOError`.
+/// the size is known. Throws `FileOpenError`, with the system's reason behind its text, and `IOError`.
 class InputStream
 {
 public:
@@ -34,13 +34,14 @@ private:
     int m_shown = -1; ///< per cent; below 0: no bar stands
 };
 
-/// Written all or nothing: the file gets its name when it is finished. A pipe or a device that is there keeps
-/// its place and takes what comes, as standard output does. Throws `IOError`.
+/// Written all or nothing: the file gets its name when it is finished. A link stays, and its target gets the
+/// file, whether there is one or not. A pipe or a device that is there keeps its place and takes what comes,
+/// as standard output does. Throws `IOError`.
 class OutputStream
 {
 public:
     explicit OutputStream(const std::string& name);
-    /// Removes what is not finished.
+    /// Removes what is not finished; so does a signal that ends the process.
     ~OutputStream();
     OutputStream(const OutputStream&) = delete;
     OutputStream& operator=(const OutputStream&) = delete;
@@ -53,13 +54,13 @@ public:
     void finish();
 
 private:
+    void discard();
     [[noreturn]] void fail(const std::string& reason) const;
 
     const std::string m_name;
     QString m_path; ///< that the file gets in the end; empty: standard output
     QFile m_file;
     bool m_replaces = false; ///< written beside `m_path`, then renamed
-    bool m_finished = false;
 };
 
 } // namespace cli

@@ -13,6 +13,9 @@ constexpr std::size_t eventsAtOnce = 16384;
 /// Adds the required option --format, one of `names`, which are texts of formats: "56", "52x" ...
 void addFormat(CLI::App& command, const std::vector<std::string>& names, timestamps::Format* format);
 
+/// Adds the option `name` of a file to write.
+void addOutput(CLI::App& command, const std::string& name, std::string* file, const std::string& help);
+
 /// Each adds its command to `tdc`.
 void addTdcDecode(CLI::App& tdc, Work* work);
 void addTdcEncode(CLI::App& tdc, Work* work);

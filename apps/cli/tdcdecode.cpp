@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <limits>
 #include <memory>
+#include <QString>
 #include <vorelutil/trace/error.h>
 
 namespace cli {
@@ -24,11 +25,6 @@ struct DecodeArguments
     std::string out = "-";
     std::vector<std::string> notes; ///< settings that have no effect
 };
-
-bool endsWith(const std::string& text, const std::string& end)
-{
-    return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
-}
 
 void takeOffsets(const std::string& text, timestamps::Settings* settings)
 {
@@ -104,7 +100,7 @@ int decode(const DecodeArguments& arguments)
     for (const std::string& note : arguments.notes) diagnose("Note", note);
     OutputStream out(arguments.out);
     timestamps::Summary summary;
-    if (endsWith(arguments.out, ".npy")) {
+    if (QString::fromStdString(arguments.out).endsWith(QLatin1String(".npy"), Qt::CaseInsensitive)) {
         if (!out.canRewind())
             throw IOError("cannot write " + arguments.out +
                           ": a .npy file begins with its length, which is not known before its end");
@@ -150,9 +146,9 @@ void addTdcDecode(CLI::App& tdc, Work* work)
     addNumber(*command, "--start-period", 0, std::numeric_limits<std::int64_t>::max(), &settings->startPeriod,
               "Clock periods to fold by; 0, the default: virtual events instead");
     command->add_option("IN", arguments->in, "Packet words; - is standard input")->required();
-    command->add_option("-o", arguments->out,
-                        "Events: a NumPy file if the name ends with .npy, else CSV; -, the default, is "
-                        "standard output");
+    addOutput(
+        *command, "-o", &arguments->out,
+        "Events: a NumPy file if the name ends with .npy, else CSV; -, the default, is standard output");
     command->callback([arguments, command, work] {
         arguments->settings.markerMask = std::uint32_t(arguments->markers);
         arguments->settings.divider = std::int32_t(arguments->divider);

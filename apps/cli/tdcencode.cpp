@@ -51,7 +51,7 @@ void addTdcEncode(CLI::App& tdc, Work* work)
     addFormat(*command, {"56", "52", "60", "60b"}, &arguments->format);
     command->add_option("IN", arguments->in, "CSV with the header time,channel; - is standard input")
         ->required();
-    command->add_option("-o", arguments->out, "Packet words; -, the default, is standard output");
+    addOutput(*command, "-o", &arguments->out, "Packet words; -, the default, is standard output");
     command->callback([arguments, work] { *work = [arguments] { return encode(*arguments); }; });
 }
 

@@ -9,7 +9,11 @@
 #include <cstdio>
 #include <limits>
 #include <memory>
+#include <optional>
 #include <QBuffer>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
 
 namespace cli {
 namespace {
@@ -25,10 +29,9 @@ struct HistogramArguments
     std::string png;
 };
 
-void writeCsv(const std::vector<std::uint64_t>& counts, const std::string& name)
+void writeCsv(const std::vector<std::uint64_t>& counts, OutputStream& out)
 {
     constexpr std::size_t pieceSize = 65536;
-    OutputStream out(name);
     std::string text = "bin,count\n";
     for (std::size_t bin = 0; bin < counts.size(); ++bin) {
         text += std::to_string(bin) + ',' + std::to_string(counts[bin]) + '\n';
@@ -37,10 +40,10 @@ void writeCsv(const std::vector<std::uint64_t>& counts, const std::string& name)
         text.clear();
     }
     out.write(text.data(), text.size());
-    out.finish();
 }
 
-void writePicture(const std::vector<std::uint64_t>& counts, const HistogramArguments& arguments)
+void writePicture(const std::vector<std::uint64_t>& counts, const HistogramArguments& arguments,
+                  OutputStream& out)
 {
     QByteArray bytes;
     QBuffer buffer(&bytes);
@@ -50,15 +53,16 @@ void writePicture(const std::vector<std::uint64_t>& counts, const HistogramArgum
                          .arg(arguments.stop)
                          .arg(arguments.start))
         .save(&buffer, "PNG");
-    OutputStream out(arguments.png);
     out.write(bytes.constData(), std::size_t(bytes.size()));
-    out.finish();
 }
 
 int histogram(const HistogramArguments& arguments)
 {
     timestamps::StartStopHistogram histogram(std::uint8_t(arguments.start), std::uint8_t(arguments.stop),
                                              arguments.binWidth, std::size_t(arguments.bins));
+    OutputStream out(arguments.out); // both before the reading, which may take long
+    std::optional<OutputStream> picture;
+    if (!arguments.png.empty()) picture.emplace(arguments.png);
     {
         InputStream in(arguments.in, true);
         timestamps::EventCsvReader reader([&](void* data, std::size_t size) { return in.read(data, size); },
@@ -68,9 +72,12 @@ int histogram(const HistogramArguments& arguments)
             histogram.add(events.data(), count);
     }
     histogram.settle();
-    writeCsv(histogram.counts(), arguments.out);
-    if (!arguments.png.empty()) writePicture(histogram.counts(), arguments);
+    writeCsv(histogram.counts(), out);
+    if (picture) writePicture(histogram.counts(), arguments, *picture);
+    out.finish();
+    if (picture) picture->finish();
     diagnose("Starts", std::to_string(histogram.starts()));
+    diagnose("Starts too far out of order", std::to_string(histogram.lateStarts()));
     diagnose("Stops", std::to_string(histogram.stops()));
     diagnose("Stops beyond the last bin", std::to_string(histogram.beyond()));
     diagnose("Stops before the first start", std::to_string(histogram.withoutStart()));
@@ -96,11 +103,16 @@ void addTdcHistogram(CLI::App& tdc, Work* work)
     addNumber(*command, "--bins", 1, mostBins, &arguments->bins, "Number of bins")->required();
     command->add_option("IN", arguments->in, "CSV with the header time,channel; - is standard input")
         ->required();
-    command->add_option("-o", arguments->out, "CSV bin,count; -, the default, is standard output");
-    command->add_option("--png", arguments->png, "A picture, too; - is standard output");
+    addOutput(*command, "-o", &arguments->out, "CSV bin,count; -, the default, is standard output");
+    addOutput(*command, "--png", &arguments->png, "A picture, too; - is standard output");
     command->callback([arguments, work] {
         if (arguments->png == "-" && arguments->out == "-")
             throw CLI::ValidationError("--png", "standard output takes the CSV; name a file for one of them");
+        const auto place = [](const std::string& name) {
+            return QDir::cleanPath(QFileInfo(QFile::decodeName(name.c_str())).absoluteFilePath());
+        };
+        if (!arguments->png.empty() && place(arguments->png) == place(arguments->out))
+            throw CLI::ValidationError("--png", "that file takes the CSV; name another one");
         *work = [arguments] { return histogram(*arguments); };
     });
 }

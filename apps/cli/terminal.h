@@ -10,4 +10,16 @@ bool isTerminal(std::FILE* stream);
 /// From now on, writing to a pipe that nobody reads any more fails instead of ending the process.
 void outliveBrokenPipes();
 
+/// What a signal leaves behind that ends the process (SIGINT, SIGTERM, SIGHUP, SIGXFSZ; not one that is
+/// ignored). It still ends it.
+/// @{
+
+/// Such a signal removes this file, until `keepOnSignal`. `path` as the system takes it; of more than four
+/// files at a time, and of very long paths, the signal leaves the file.
+void removeOnSignal(const char* path);
+void keepOnSignal(const char* path);
+/// Whether such a signal ends a line on standard error that stands there without its end.
+void endLineOnSignal(bool stands);
+/// @}
+
 } // namespace cli

@@ -11,8 +11,10 @@ namespace timestamps {
 namespace {
 
 constexpr std::string_view header = "time,channel";
+constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF";
 constexpr std::size_t bufferSize = std::size_t(256) * 1024; ///< of the reader: also the longest line
 constexpr std::size_t longestLine = 32;                     ///< of an event
+constexpr const char* noEvent = "is no event (expected TIME,CHANNEL: a 64-bit number, and one from 0 to 255)";
 
 } // namespace
 
@@ -58,11 +60,17 @@ std::size_t EventCsvReader::read(PpTimest* events, std::size_t capacity)
     const char* end = nullptr;
     if (m_line == 0) {
         const bool any = nextLine(&line, &end);
-        if (!any || std::string_view(line, static_cast<std::size_t>(end - line)) != header)
-            fail(line, end, "is not the header \"time,channel\"");
+        std::string_view text(line, static_cast<std::size_t>(end - line));
+        if (text.substr(0, byteOrderMark.size()) == byteOrderMark) text.remove_prefix(byteOrderMark.size());
+        if (!any || text != header) fail(text.data(), end, m_line, "is not the header \"time,channel\"");
     }
     std::size_t count = 0;
-    for (; count < capacity && nextLine(&line, &end); ++count) {
+    while (count < capacity && nextLine(&line, &end)) {
+        if (line == end) { // at the end, or it is wrong
+            if (m_blank == 0) m_blank = m_line;
+            continue;
+        }
+        if (m_blank != 0) fail(line, line, m_blank, noEvent);
         PpTimest event = {};
         auto [at, error] = std::from_chars(line, end, event.time);
         bool good = error == std::errc() && at != end && *at == ',';
@@ -70,8 +78,8 @@ std::size_t EventCsvReader::read(PpTimest* events, std::size_t capacity)
             const auto channel = std::from_chars(at + 1, end, event.channel);
             good = channel.ec == std::errc() && channel.ptr == end;
         }
-        if (!good) fail(line, end, "is no event (a 64-bit time, a comma, a channel from 0 to 255)");
-        events[count] = event;
+        if (!good) fail(line, end, m_line, noEvent);
+        events[count++] = event;
     }
     return count;
 }
@@ -95,7 +103,7 @@ bool EventCsvReader::nextLine(const char** line, const char** end)
         m_end = looked;
         if (m_end == m_buffer.size()) {
             ++m_line;
-            fail(data, data + m_end, "is too long for a line");
+            fail(data, data + m_end, m_line, "is too long for a line");
         }
         const std::size_t count = m_read(m_buffer.data() + m_end, m_buffer.size() - m_end);
         m_over = count == 0;
@@ -110,14 +118,14 @@ bool EventCsvReader::nextLine(const char** line, const char** end)
     return true;
 }
 
-void EventCsvReader::fail(const char* line, const char* end, const char* what) const
+void EventCsvReader::fail(const char* line, const char* end, std::uint64_t number, const char* what) const
 {
     constexpr std::ptrdiff_t shown = 40;
     std::string text(line, line + std::min(end - line, shown));
     for (char& c : text)
         if (c < ' ' || c > '~') c = '?';
     if (end - line > shown) text += "...";
-    throw FormatError('"' + text + "\" " + what, m_name + ':' + std::to_string(m_line));
+    throw FormatError('"' + text + "\" " + what, m_name + ':' + std::to_string(number));
 }
 
 } // namespace timestamps

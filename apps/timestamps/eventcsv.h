@@ -28,7 +28,8 @@ private:
     std::size_t m_filled = 0;
 };
 
-/// Reads what the writer writes; lines may end with carriage return and line feed, the last one with nothing.
+/// Reads what the writer writes. Lines may end with carriage return and line feed, the last one with nothing;
+/// a byte order mark in front and blank lines at the end count for nothing.
 class EventCsvReader
 {
 public:
@@ -47,7 +48,7 @@ public:
 
 private:
     bool nextLine(const char** line, const char** end);
-    [[noreturn]] void fail(const char* line, const char* end, const char* what) const;
+    [[noreturn]] void fail(const char* line, const char* end, std::uint64_t number, const char* what) const;
 
     const Read m_read;
     const std::string m_name;
@@ -56,6 +57,7 @@ private:
     std::size_t m_end = 0;  ///< bytes in the buffer
     bool m_over = false;    ///< there are no more
     std::uint64_t m_line = 0;
+    std::uint64_t m_blank = 0; ///< the first blank line, if the last one was blank; else 0
 };
 
 } // namespace timestamps

@@ -48,20 +48,29 @@ void StartStopHistogram::settle(std::size_t count)
             start = hasStart ? std::max(start, m_starts[next]) : m_starts[next];
             hasStart = true;
         }
-        if (event->isStop) countStop(event->time, hasStart, start);
+        const bool late = event->time < m_oldest;
+        if (event->isStop && late) {
+            ++m_stopCount;
+            ++m_late;
+        } else if (event->isStop) {
+            countStop(event->time, hasStart, start);
+        }
         if (event->isStop && !sameChannel) continue;
         ++m_startCount;
+        if (earlier(*event, m_settled)) ++m_lateStarts;
+        if (late) continue;
         hasStart = true;
         start = event->time;
         m_starts.push_back(start);
     }
+    if (count > 0) m_settled = std::max(m_settled, *(end - 1), earlier);
     m_events.erase(m_events.begin(), end);
 
     std::inplace_merge(m_starts.begin(), m_starts.begin() + static_cast<std::ptrdiff_t>(former),
                        m_starts.end());
     if (m_starts.size() > window) {
         m_starts.erase(m_starts.begin(), m_starts.end() - static_cast<std::ptrdiff_t>(window));
-        m_forgotten = true;
+        m_oldest = m_starts.front();
     }
 }
 
@@ -69,7 +78,7 @@ void StartStopHistogram::countStop(std::int64_t time, bool hasStart, std::int64_
 {
     ++m_stopCount;
     if (!hasStart) {
-        ++(m_forgotten ? m_late : m_withoutStart);
+        ++m_withoutStart;
         return;
     }
     const std::uint64_t bin =
@@ -83,10 +92,11 @@ void StartStopHistogram::countStop(std::int64_t time, bool hasStart, std::int64_
 void StartStopHistogram::clear()
 {
     std::fill(m_counts.begin(), m_counts.end(), 0);
-    m_startCount = m_stopCount = m_beyond = m_withoutStart = m_late = 0;
+    m_startCount = m_stopCount = m_beyond = m_withoutStart = m_late = m_lateStarts = 0;
     m_events.clear();
     m_starts.clear();
-    m_forgotten = false;
+    m_settled = Event{};
+    m_oldest = firstTime;
 }
 
 } // namespace timestamps

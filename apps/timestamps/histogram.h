@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <vector>
 #include <vorelutil/tdc/tdc56.h>
 
@@ -11,7 +12,8 @@ namespace timestamps {
 ///
 /// A stop counts once, in bin floor((stop - start) / width); beyond the last bin it is dropped and counted as
 /// such. At equal times the start comes first. Starts and stops may come out of order within `window` of
-/// them; later ones are still counted against the starts remembered (the last `window`), or as `late`.
+/// them. A stop that comes later is still counted against the starts remembered (the last `window`), or as
+/// `late`; what a start that comes later would have changed stays as it was counted, see `lateStarts`.
 ///
 /// Memory does not grow with the events. One thread at a time.
 class StartStopHistogram
@@ -32,6 +34,7 @@ public:
     /// Counts by bin; like all that follow, of what is settled.
     const std::vector<std::uint64_t>& counts() const { return m_counts; }
     std::uint64_t starts() const { return m_startCount; }
+    std::uint64_t lateStarts() const { return m_lateStarts; } ///< starts before what was settled already
     /// All, whatever became of them: the sum of the counts and of the three below.
     std::uint64_t stops() const { return m_stopCount; }
     std::uint64_t beyond() const { return m_beyond; }             ///< stops beyond the last bin
@@ -39,10 +42,12 @@ public:
     std::uint64_t late() const { return m_late; } ///< stops too far out of order to find their start
 
 private:
+    static constexpr std::int64_t firstTime = std::numeric_limits<std::int64_t>::min();
+
     struct Event
     {
-        std::int64_t time;
-        bool isStop; ///< with one channel for both: each event, which starts, too
+        std::int64_t time = firstTime;
+        bool isStop = false; ///< with one channel for both: each event, which starts, too
     };
 
     void settle(std::size_t count);
@@ -57,9 +62,11 @@ private:
     std::uint64_t m_beyond = 0;
     std::uint64_t m_withoutStart = 0;
     std::uint64_t m_late = 0;
+    std::uint64_t m_lateStarts = 0;
     std::vector<Event> m_events;        ///< not settled yet
     std::vector<std::int64_t> m_starts; ///< settled, ascending; the last `window`
-    bool m_forgotten = false;           ///< there were earlier starts
+    Event m_settled;                    ///< the last in order of those that are settled
+    std::int64_t m_oldest = firstTime;  ///< the first of `m_starts` once there were earlier ones
 };
 
 } // namespace timestamps

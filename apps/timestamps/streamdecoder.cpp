@@ -14,7 +14,7 @@ constexpr auto capacity = static_cast<std::size_t>(tdc56Capacity);
 constexpr std::size_t wordSize = sizeof(std::uint32_t);
 constexpr std::size_t carrierMarkers = markerCount; ///< format 60: one event may stand for all of them
 constexpr std::size_t recordEvents = 3;             ///< format 60: in one record
-constexpr std::int64_t markerFlags = 0x1FF;         ///< format 60: markers may lie that far behind
+constexpr std::int64_t markerLag = 4999;            ///< format 60: markers may lie that far behind
 
 /// What a record of format 60 holds.
 struct Record
@@ -127,8 +127,8 @@ void StreamDecoder::setOffsets()
     if (m_sorting) {
         // An event may still come with the stream's time plus the least offset, a marker of format 60 with a
         // time of its own; what is delivered has to lie before both.
-        const std::int64_t markerLag = m_settings.format == Format::F60 ? markerFlags : 0;
-        m_delay = std::min(markerLag + 1 - std::min(*least, 0),
+        const std::int64_t lag = m_settings.format == Format::F60 ? markerLag : 0;
+        m_delay = std::min(lag + 1 - std::min(*least, 0),
                            std::int64_t{std::numeric_limits<std::int32_t>::max()} - *most);
         for (std::int32_t& offset : offsets) offset = static_cast<std::int32_t>(offset + m_delay);
     }
@@ -321,18 +321,25 @@ void StreamDecoder::deliverSorted(std::int64_t limit, const Sink& sink)
 
 void StreamDecoder::takeAside()
 {
-    const int popped = tdc56Pop(m_aside.get(), m_events.data());
-    const auto former = static_cast<std::ptrdiff_t>(m_waiting.size());
-    bool ascending = true;
-    for (int i = 0; i < popped; ++i) {
-        const PpTimest& event = m_events[static_cast<std::size_t>(i)];
-        if (event.channel < 8) continue;
-        if (!m_waiting.empty() && event.time < m_waiting.back().time) ascending = false;
-        m_waiting.push_back(event);
+    const auto begin = m_events.begin();
+    const auto end = std::remove_if(begin, begin + tdc56Pop(m_aside.get(), m_events.data()),
+                                    [](const PpTimest& event) { return event.channel < 8; });
+    if (!std::is_sorted(begin, end, earlier)) std::stable_sort(begin, end, earlier);
+    // Before all that waits come folded times, behind it those of an ordinary stream; only a stream that goes
+    // back has others, which take a merge.
+    auto middle = begin;
+    auto back = begin;
+    if (!m_waiting.empty()) {
+        middle = std::lower_bound(begin, end, m_waiting.front(), earlier);
+        back = std::lower_bound(middle, end, m_waiting.back(), earlier);
     }
-    if (ascending) return;
-    std::stable_sort(m_waiting.begin() + former, m_waiting.end(), earlier);
-    std::inplace_merge(m_waiting.begin(), m_waiting.begin() + former, m_waiting.end(), earlier);
+    m_waiting.insert(m_waiting.begin(), begin, middle);
+    const auto former = static_cast<std::ptrdiff_t>(m_waiting.size());
+    m_waiting.insert(m_waiting.end(), middle, end);
+    if (middle == back) return;
+    const auto merged = m_waiting.begin() + former;
+    std::inplace_merge(std::upper_bound(m_waiting.begin(), merged, *middle, earlier), merged, m_waiting.end(),
+                       earlier);
 }
 
 void StreamDecoder::hand(const PpTimest* events, std::size_t count, const Sink& sink)
