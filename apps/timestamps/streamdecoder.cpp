@@ -88,11 +88,6 @@ std::int64_t wrappingDifference(std::int64_t a, std::int64_t b)
     return static_cast<std::int64_t>(static_cast<std::uint64_t>(a) - static_cast<std::uint64_t>(b));
 }
 
-bool earlier(const PpTimest& a, const PpTimest& b)
-{
-    return a.time < b.time;
-}
-
 } // namespace
 
 const std::array<std::uint8_t, markerCount> markerCodes = {100, 101, 102, 103, 104, 200, 201, 202, 203};
@@ -297,49 +292,54 @@ void StreamDecoder::deliverSorted(std::int64_t limit, const Sink& sink)
 {
     if (m_aside) takeAside();
     std::size_t popped = 0;
+    const PpTimest* first = nullptr;
     do {
         popped = static_cast<std::size_t>(tdc56Pop(m_instance.get(), m_events.data()));
         m_merged.clear();
         for (std::size_t i = 0; i < popped; ++i) {
             PpTimest event = m_events[i];
             event.time = wrappingDifference(event.time, m_delay);
-            while (!m_waiting.empty() && m_waiting.front().time < event.time) {
-                m_merged.push_back(m_waiting.front());
-                m_waiting.pop_front();
-            }
+            while ((first = firstWaiting()) != nullptr && first->time < event.time) takeWaiting(first);
             m_merged.push_back(event);
         }
-        if (popped < capacity) {
-            while (!m_waiting.empty() && m_waiting.front().time <= limit) {
-                m_merged.push_back(m_waiting.front());
-                m_waiting.pop_front();
-            }
-        }
+        while (popped < capacity && (first = firstWaiting()) != nullptr && first->time <= limit)
+            takeWaiting(first);
         hand(m_merged.data(), m_merged.size(), sink);
     } while (popped == capacity);
 }
 
 void StreamDecoder::takeAside()
 {
-    const auto begin = m_events.begin();
-    const auto end = std::remove_if(begin, begin + tdc56Pop(m_aside.get(), m_events.data()),
-                                    [](const PpTimest& event) { return event.channel < 8; });
-    if (!std::is_sorted(begin, end, earlier)) std::stable_sort(begin, end, earlier);
-    // Before all that waits come folded times, behind it those of an ordinary stream; only a stream that goes
-    // back has others, which take a merge.
-    auto middle = begin;
-    auto back = begin;
-    if (!m_waiting.empty()) {
-        middle = std::lower_bound(begin, end, m_waiting.front(), earlier);
-        back = std::lower_bound(middle, end, m_waiting.back(), earlier);
+    const int popped = tdc56Pop(m_aside.get(), m_events.data());
+    for (int i = 0; i < popped; ++i) {
+        const PpTimest& event = m_events[static_cast<std::size_t>(i)];
+        if (event.channel < 8) continue;
+        if (event.time >= m_highest) {
+            m_highest = event.time;
+            m_waiting.push_back(event);
+        } else {
+            m_waitingBack.push({event, m_order++});
+        }
     }
-    m_waiting.insert(m_waiting.begin(), begin, middle);
-    const auto former = static_cast<std::ptrdiff_t>(m_waiting.size());
-    m_waiting.insert(m_waiting.end(), middle, end);
-    if (middle == back) return;
-    const auto merged = m_waiting.begin() + former;
-    std::inplace_merge(std::upper_bound(m_waiting.begin(), merged, *middle, earlier), merged, m_waiting.end(),
-                       earlier);
+}
+
+/// The earliest event that was set aside, null when there is none. At equal times the one that came first: it
+/// is in `m_waiting`, which takes no event that lies before another one.
+const PpTimest* StreamDecoder::firstWaiting() const
+{
+    if (m_waitingBack.empty()) return m_waiting.empty() ? nullptr : &m_waiting.front();
+    const PpTimest& back = m_waitingBack.top().event;
+    return m_waiting.empty() || back.time < m_waiting.front().time ? &back : &m_waiting.front();
+}
+
+/// Moves it to `m_merged`.
+void StreamDecoder::takeWaiting(const PpTimest* first)
+{
+    m_merged.push_back(*first);
+    if (!m_waiting.empty() && first == &m_waiting.front())
+        m_waiting.pop_front();
+    else
+        m_waitingBack.pop();
 }
 
 void StreamDecoder::hand(const PpTimest* events, std::size_t count, const Sink& sink)

@@ -5,7 +5,9 @@
 #include <cstdint>
 #include <deque>
 #include <functional>
+#include <limits>
 #include <memory>
+#include <queue>
 #include <vector>
 #include <vorelutil/tdc/tdc56.h>
 
@@ -54,9 +56,12 @@ struct Summary
 /// With offsets the events of a stream whose times ascend come in the order of their times; at equal times
 /// channels 0 to 7 come first, by number. Events wait until no earlier one can come any more, also for one
 /// with a negative offset: nothing depends on how the stream was cut. Some may still come late: virtual
-/// events of format 60 that are due while only markers come, and any event where the offsets differ by
-/// nearly 2^31 or more. What waits takes memory: the events within the largest difference between two
-/// offsets, or between 0 and one.
+/// events of format 60 that are due while only markers come, any event where the offsets differ by nearly
+/// 2^31 or more, and what a stream brings that itself goes back in time. What waits takes memory: the events
+/// within the largest difference between two offsets, or between 0 and one (16 to 40 bytes each).
+///
+/// With offsets and folding there is no such order: folded times begin anew all the time, and what is folded,
+/// and shifted, comes sorted only among what is decoded at once, which depends on how the stream was cut.
 ///
 /// Format 60: only adjacent first and second words are decoded; every other word is skipped and counted, so
 /// that a missing word costs its record alone.
@@ -90,6 +95,19 @@ private:
     };
     using Instance = std::unique_ptr<Tdc56Instance, Free>;
 
+    struct Waiting
+    {
+        PpTimest event;
+        std::uint64_t order; ///< in which they came
+    };
+    struct ComesLater
+    {
+        bool operator()(const Waiting& a, const Waiting& b) const
+        {
+            return a.event.time != b.event.time ? a.event.time > b.event.time : a.order > b.order;
+        }
+    };
+
     void setOffsets();
     std::size_t eventsPerEvent() const;
     std::size_t packetSize() const;
@@ -100,6 +118,8 @@ private:
     void deliver(const Sink& sink);
     void deliverSorted(std::int64_t limit, const Sink& sink);
     void takeAside();
+    const PpTimest* firstWaiting() const;
+    void takeWaiting(const PpTimest* first);
     void hand(const PpTimest* events, std::size_t count, const Sink& sink);
     void summarize();
 
@@ -119,6 +139,10 @@ private:
     std::vector<PpTimest> m_events; ///< room for one pop
     std::vector<PpTimest> m_merged;
     std::deque<PpTimest> m_waiting; ///< set aside, ascending
+    std::priority_queue<Waiting, std::vector<Waiting>, ComesLater>
+        m_waitingBack;                                                 ///< those that lay before one
+    std::int64_t m_highest = std::numeric_limits<std::int64_t>::min(); ///< of `m_waiting` so far
+    std::uint64_t m_order = 0;                                         ///< of `m_waitingBack` so far
 };
 
 } // namespace timestamps
