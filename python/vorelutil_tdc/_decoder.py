@@ -6,6 +6,7 @@ import collections
 import ctypes
 import itertools
 import os
+import sys
 import warnings
 from dataclasses import dataclass, field
 from typing import Any, BinaryIO, Iterable, Iterator, Optional, Sequence, Union
@@ -14,6 +15,7 @@ import numpy as np
 
 from ._events import (
     EVENT,
+    GRID,
     MARKER_CODES,
     Data,
     Instance,
@@ -31,7 +33,6 @@ _PIECE = 1 << 20  # bytes that are looked at together
 _BATCH = 1 << 18  # events from which on an iterator hands them out
 _FREE = {"56": 1.0, "52": 1.0, "52x": 1.0, "60": 1.5, "60b": 4 / 3}  # most events a word, ordinarily
 _CARRIER = 9  # markers that one event of format 60 may stand for
-_GRID = 5000  # clock periods: such an event's markers lie less than that before it
 
 
 @dataclass
@@ -61,12 +62,15 @@ class Decoder:
     come sorted by time, equal times by channel; markers and channels above 7 have no offset and are merged in
     behind events of the same time. Events wait until nothing can come before them. (Some come late all the
     same: where the stream itself goes back in time, where offsets lie 2**31 apart, and virtual events that
-    fall due behind a marker.)
+    fall due behind a marker.) Folded times begin anew all the time: with folding, events come sorted only among
+    what is decoded at once, and their order depends on how the stream was cut (`vorel tdc decode` may give
+    another one).
     `divider`, 1 to 16383: from 2 on, and with a start period of 0, virtual events on channel 0 divide each
     start period into that many parts (formats 56 and 60).
     `start_period`, 0 to 2**63 - 1: with a divider from 2 on, each channel event's time is folded to the
     remainder by start_period // divider (all formats but 52x).
-    A setting that has no effect in the format is told as a warning, a wrong one is a ValueError.
+    A setting that has no effect, in the format or with the others, is told as a warning; a wrong one is a
+    ValueError.
 
     One thread at a time; different decoders are independent.
     """
@@ -84,15 +88,22 @@ class Decoder:
         self._markers = whole_number("markers", markers, 0, 0xFFFFFFFF)
         divider = whole_number("divider", divider, 1, CAPACITY - 1)
         start_period = whole_number("start_period", start_period, 0, 2**63 - 1)
-        shifts = [0] * 8 if offsets is None else list(offsets)
+        try:
+            shifts = [0] * 8 if offsets is None else list(offsets)
+        except TypeError:
+            raise ValueError(f"offsets {offsets!r}: 8 whole numbers are needed") from None
         if len(shifts) != 8:
             raise ValueError(f"{len(shifts)} offsets: 8 are needed")
         shifts = [whole_number("offset", shift, -(2**31), 2**31 - 1) for shift in shifts]
-        if self._format == "52x" and (any(shifts) or divider > 1):
-            warnings.warn("offsets and divider have no effect in format 52x", stacklevel=2)
-        if self._format in ("52", "60b") and divider > 1 and start_period == 0:
-            text = f"divider without start_period has no effect in format {self._format}"
-            warnings.warn(text, stacklevel=2)
+        given = {
+            "markers": markers != 0x1FF,
+            "offsets": offsets is not None,
+            "divider": divider != 1,
+            "start_period": start_period != 0,
+        }
+        for name, why in _without_effect(self._format, divider, start_period):
+            if given[name]:
+                warnings.warn(f"{name} has no effect {why}", stacklevel=_outside())
 
         self.summary = Summary()
         self._bytes = 0
@@ -107,12 +118,14 @@ class Decoder:
         self._others: Optional[Instance] = None
         self._popped = np.empty(CAPACITY, EVENT)
         self._waiting: collections.deque[np.ndarray] = collections.deque()
+        self._highest = -(2**63)  # time in `_waiting` so far
+        self._waiting_back: list[np.ndarray] = []  # those that lay before one that waited
         self._delay = 0
         if self._sorting:
             # Events may still come with the stream's time plus the least offset, markers of format 60 with a
             # time before it. A delay, taken off again later, keeps the queue from handing out what lies
             # behind those.
-            lag = _GRID if self._format == "60" else 1
+            lag = GRID if self._format == "60" else 1
             self._delay = min(lag - min(*shifts, 0), 2**31 - 1 - max(shifts))
             shifts = [shift + self._delay for shift in shifts]
             self._lib.tdc56SetOffsets(self._main.handle, (ctypes.c_int32 * 8)(*shifts))
@@ -287,13 +300,17 @@ class Decoder:
             out.merge(begin, self._ready(limit))
 
     def _set_aside(self, events: np.ndarray) -> None:
-        others = by_time(events[events["channel"] > 7])
+        others = events[events["channel"] > 7]
         if len(others) == 0:
             return
-        if self._waiting and others["time"][0] < self._waiting[-1]["time"][-1]:
-            others = by_time(np.concatenate((*self._waiting, others)))
-            self._waiting.clear()
-        self._waiting.append(others)
+        # An ordinary stream's times ascend; folded ones, and those of a stream that goes back, do not.
+        highest = np.maximum.accumulate(np.maximum(others["time"], self._highest))
+        back = others["time"] < highest
+        self._highest = int(highest[-1])
+        if not back.all():
+            self._waiting.append(others[~back])
+        if back.any():
+            self._waiting_back.append(others[back])
 
     def _ready(self, limit: int) -> list[np.ndarray]:
         """Takes out what waits up to `limit`."""
@@ -305,6 +322,15 @@ class Decoder:
             if count < len(first):
                 self._waiting.appendleft(first[count:])
                 break
+        rest = []
+        for events in self._waiting_back:
+            due = events["time"] <= limit
+            if due.any():
+                ready.append(events[due])
+                events = events[~due]
+            if len(events):
+                rest.append(events)
+        self._waiting_back = rest
         return ready
 
     def _drain(self, out: Output) -> Iterator[None]:
@@ -322,6 +348,30 @@ class Decoder:
             pass
         self._merge(begin, 2**63 - 1, out)
         yield
+
+
+def _without_effect(format: str, divider: int, start_period: int) -> list[tuple[str, str]]:
+    """The settings that the format or another setting makes void, and why: as `vorel tdc decode` tells."""
+    void = []
+    if format in ("56", "52x"):
+        void.append(("markers", f"in format {format}"))
+    if format == "52x":
+        void += [(name, "in format 52x") for name in ("offsets", "divider", "start_period")]
+    elif divider < 2:
+        void.append(("start_period", "without a divider from 2 on"))
+    elif 0 < start_period < divider:
+        void.append(("start_period", "below the divider"))
+    elif start_period == 0 and format in ("52", "60b"):
+        void.append(("divider", f"in format {format} without a start_period"))
+    return void
+
+
+def _outside() -> int:
+    """The level, for a warning by the caller, of the first caller outside this module."""
+    level, frame = 1, sys._getframe(1)
+    while frame.f_back and frame.f_globals is globals():
+        level, frame = level + 1, frame.f_back
+    return level
 
 
 def decode(
@@ -359,8 +409,7 @@ def iter_decode(
 
     `source`: the path of a file, a file open for reading bytes, data as `decode` takes it (a memory-mapped
     array included), or an iterable of such data. Files and data are read `chunk` bytes at a time. Settings as
-    in
-    `Decoder`. Together the arrays hold what `decode` gives. Events that sorting holds back stay in memory
+    in `Decoder`. Together the arrays hold what `decode` gives (with offsets and folding: in another order). Events that sorting holds back stay in memory
     until their time has come.
     """
     decoder = Decoder(format, markers=markers, offsets=offsets, divider=divider, start_period=start_period)
@@ -385,8 +434,10 @@ def _chunks(source: Source, chunk: int) -> Iterator[Data]:
         step = max(1, chunk // max(1, array.itemsize))
         for begin in range(0, len(array), step):
             yield array[begin : begin + step]
-    else:
+    elif hasattr(source, "__iter__"):
         yield from source
+    else:
+        as_bytes(source)  # says what is needed
 
 
 def _one_event(delta: int, channel: int) -> list[int]:

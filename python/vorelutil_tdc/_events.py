@@ -21,6 +21,7 @@ Data = Union[bytes, bytearray, memoryview, np.ndarray]
 FORMATS = ("56", "52", "52x", "60", "60b")
 
 _BLOCK = 65536  # events that one call of an encoder gets
+GRID = 5000  # clock periods: where format 60 has its markers
 
 
 class Instance:
@@ -130,14 +131,14 @@ _ENCODINGS = {
 def encode(events: Any, format: Union[str, int]) -> np.ndarray:
     """Events to packet words, as test data.
 
-    `events`: array with the fields `time` and `channel`. Times ascend (equal ones are allowed), from 0 in the
-    formats 56 and 52 and from 1 in 60 and 60b, to 2**56 - 1, 2**52 - 1, 2**60 - 1, 2**61 - 1. Channels go up
-    to 7, 31, 5, 63; 52 and 60 carry markers too. Gaps in format 60 stay below 2**56 - 5000. A time or channel
-    that the format cannot carry is a ValueError that names the first such event. Format 52x has no encoder.
+    `events`: array with the fields `time` and `channel`. Times go from 0 in the formats 56 and 52, and from 1
+    in 60 and 60b, to 2**56 - 1, 2**52 - 1, 2**60 - 1, 2**61 - 1. They must not descend in format 56, nor in 52
+    to a lower multiple of 2**26. Channels go up to 7, 31, 5, 63; 52 and 60 carry markers too, 60 at multiples
+    of 5000. What the format cannot carry is a ValueError that names the first such event. Format 52x has no
+    encoder.
 
     Result: uint32 words (`.tofile` writes them); 60b: uint8 bytes. 56 and 52 begin with a high word 0, so
-    that `decode` gives the same events. In format 60 markers go to the 5000-clock grid: they read back with
-    their time rounded down to it.
+    that `decode` gives the same events.
 
     Kept: what is written as 60b does not read back, as its records lack the type bits that `decode` looks at.
     """
@@ -153,17 +154,19 @@ def _check(events: np.ndarray, name: str) -> None:
     known = channel <= channels
     if markers:
         known |= np.isin(channel, MARKER_CODES)
-    steps = np.append(0, np.diff(time))  # all times are in range, or the first check speaks
-    far = (steps >= 2**56 - 5000) if name == "60" else np.zeros(len(time), bool)
-    for wrong, text in (
-        ((time < first) | (time > last), f"time {{time}} is not between {first} and {last}"),
+    high = time >> {"56": 0, "52": 26}.get(name, 63)
+    checks = (
         (~known, "channel {channel} is not one of the format"),
-        (steps < 0, "time {time} lies before the one of the event before"),
-        (far, "time {time} comes too long after the event before"),
-    ):
-        bad = np.flatnonzero(wrong)
-        if len(bad):
-            at = bad[0]
+        ((time < first) | (time > last), f"time {{time}} is not between {first} and {last}"),
+        (np.append(high[:1], high[:-1]) > high, "time {time} lies before the one of the event before"),
+        (
+            (channel > 99) & (time % GRID != 0) & (name == "60"),
+            f"time {{time}} of a marker is no multiple of {GRID}",
+        ),
+    )
+    at = min((int(np.argmax(wrong)) for wrong, _ in checks if wrong.any()), default=-1)
+    for wrong, text in checks:
+        if at >= 0 and wrong[at]:
             raise ValueError(f"format {name}, event {at}: " + text.format(time=time[at], channel=channel[at]))
 
 
@@ -171,13 +174,27 @@ def _encode_words(events: np.ndarray, name: str) -> np.ndarray:
     call = {"56": library().tdc56Encode, "52": library().tdc56Encode52, "60": library().tdc56Encode60}[name]
     instance = Instance()
     parts = [np.array(_ENCODINGS[name][4], "<u4")]
-    for begin in range(0, len(events), _BLOCK):
-        block = events[begin : begin + _BLOCK]
+    ends = [*_far_steps(events), len(events)] if name == "60" else [len(events)]
+    begin = 0
+    while begin < len(events):
+        if begin == ends[0]:
+            ends.pop(0)
+        block = events[begin : min(begin + _BLOCK, ends[0])]
+        begin += len(block)
         words = np.empty(2 * len(block) + 2, "<u4")  # two an event, and the absolute time of format 60
         count = ctypes.c_int(len(block))
         size = call(instance.handle, block.ctypes.data, count, words.ctypes.data, len(words))
         parts.append(words[:size])
     return np.concatenate(parts)
+
+
+def _far_steps(events: np.ndarray) -> list[int]:
+    """Where format 60 needs a new absolute time: events that lie 2**56 or more behind or before their
+    predecessor. A marker lies where its carrier does, its flag behind it."""
+    flags = np.zeros(256, "i8")
+    flags[list(MARKER_CODES)] = 1 << np.arange(len(MARKER_CODES))
+    steps = np.diff(events["time"] + flags[events["channel"]])
+    return (np.flatnonzero((steps >= 2**56) | (steps < -(2**56))) + 1).tolist()
 
 
 def _encode60b(events: np.ndarray) -> np.ndarray:

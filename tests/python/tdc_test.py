@@ -119,7 +119,8 @@ class Formats(unittest.TestCase):
         settings += [{"divider": 7, "start_period": 99999}, {"divider": 9, "start_period": 5}]
         for format in ("56", "52", "52x", "60", "60b"):
             for given in settings if format != "52x" else [{}]:
-                with self.subTest(format, **given):
+                with self.subTest(format, **given), warnings.catch_warnings():
+                    warnings.simplefilter("ignore")
                     data = soup(format, 30000, format)
                     plain = Plain(**given)
                     expected = plain.run(format, data)
@@ -244,6 +245,7 @@ class Input(unittest.TestCase):
             (good, "56", {"markers": -1}, "markers -1"),
             (good, "56", {"start_period": 2**63}, "start_period 9223372036854775808"),
             (good, "56", {"offsets": [1]}, "1 offsets: 8 are needed"),
+            (good, "56", {"offsets": 1}, "offsets 1: 8 whole numbers are needed"),
             (good, "56", {"offsets": [2**31] * 8}, "offset 2147483648"),
         ]
         for data, format, settings, text in table:
@@ -251,10 +253,24 @@ class Input(unittest.TestCase):
                 tdc.decode(data, format, **settings)
         with self.assertRaisesRegex(ValueError, "chunk 0"):
             tdc.iter_decode(good, "56", chunk=0)
-        unused = (("52x", {"offsets": [1] * 8}), ("52", {"divider": 2}), ("60b", {"divider": 2}))
-        for format, settings in unused:
-            with self.assertWarnsRegex(UserWarning, "no effect in format " + format):
-                tdc.Decoder(format, **settings)
+        with self.assertRaisesRegex(ValueError, "data of type int"):
+            list(tdc.iter_decode(5, "56"))
+        every = {"markers": 1, "offsets": [0] * 8, "divider": 2, "start_period": 9}
+        unused = (
+            ("52x", every, [f"{name} has no effect in format 52x" for name in every]),
+            ("56", {"markers": 1}, ["markers has no effect in format 56"]),
+            ("52", {"divider": 2}, ["divider has no effect in format 52 without a start_period"]),
+            ("60b", {"divider": 2}, ["divider has no effect in format 60b without a start_period"]),
+            ("60", {"start_period": 9}, ["start_period has no effect without a divider from 2 on"]),
+            ("60", {"divider": 9, "start_period": 8}, ["start_period has no effect below the divider"]),
+            ("60", {**every, "start_period": 0}, []),
+        )
+        for format, settings, texts in unused:
+            with warnings.catch_warnings(record=True) as told:
+                warnings.simplefilter("always")
+                tdc.decode(b"", format, **settings)
+            self.assertEqual([str(one.message) for one in told], texts)
+            self.assertEqual({one.filename for one in told} - {__file__}, set())
 
     def test_a_large_stream_needs_little_memory(self):
         piece = ascending("56", 300000, 2)
@@ -281,9 +297,10 @@ class Encoding(unittest.TestCase):
             times = sorted(draw.randrange(1, 2**40) for _ in range(70000)) + [2**41, 2**41, top[format]]
             events = array(*((time, draw.choice(codes)) for time in times))
             self.assertTrue((tdc.decode(tdc.encode(events, format), format) == events).all())
-        events = array((7, 100), (5001, 101), (9999, 203), (10000, 2))
-        on_grid = [(0, 100), (5000, 101), (5000, 203), (10000, 2)]
-        self.assertEqual(pairs(tdc.decode(tdc.encode(events, "60"), "60")), on_grid)
+        far = [(1, 0), (2**60 - 1, 5), (2, 3), (5000, 203), (5001, 1), (10000, 104), (2**59, 4), (2**59 - 7, 1)]
+        back = [(9, 100), (8, 104), (2**52 - 1, 203), (2**52 - 2, 0)]
+        for format, events in (("60", far), ("52", back)):
+            self.assertEqual(pairs(tdc.decode(tdc.encode(array(*events), format), format)), events)
 
     def test_60b_as_it_has_always_been(self):
         events = array((1, 1), (0x10000, 2), (0x1000000, 3), (2**32, 4))
@@ -302,8 +319,9 @@ class Encoding(unittest.TestCase):
             ("52", [(2**52, 1)], "time 4503599627370496"),
             ("56", [(-1, 1)], "time -1"),
             ("60", [(0, 1)], "time 0"),
-            ("60", [(1, 1), (2**57, 1)], "too long after"),
+            ("60", [(1, 1), (10001, 101)], "event 1: time 10001 of a marker is no multiple of 5000"),
             ("56", [(5, 1), (4, 1)], "event 1: time 4 lies before"),
+            ("52", [(2**26, 1), (2**26 - 1, 1)], "event 1: time 67108863 lies before"),
         ]
         for format, events, text in table:
             with self.subTest(format, text=text), self.assertRaisesRegex(ValueError, text):
