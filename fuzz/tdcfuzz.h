@@ -102,10 +102,10 @@ struct Twin
         stated.decode60b(bytes.data(), length, mask);
     }
 
-    /// By one of four encoders, to exactly the capacity's room.
+    /// By one of four encoders, to more than the capacity's room, of which the rest must stay as it was.
     void encode(unsigned which, const std::vector<PpTimest>& events, int capacity)
     {
-        const std::size_t words = capacity > 0 ? static_cast<std::size_t>(capacity) : 0;
+        const std::size_t words = static_cast<std::size_t>(std::max(capacity, 0)) + 4;
         const std::vector<std::uint32_t> room(words, 0xA5A5A5A5U); // 60b leaves bytes as they were
         const std::vector<std::uint8_t> bytes(words * 4, 0xA5);
         literal::Encoder& e = encoder;
