@@ -11,6 +11,16 @@ namespace {
 
 using FormatsLog = LogFixture;
 
+void decode(tdcfuzz::Twin& twin, Format format, const Words& packet)
+{
+    const std::vector<std::uint8_t> bytes(packet.begin(), packet.end());
+    if (format == Format::f56) twin.decode56(packet);
+    if (format == Format::f52) twin.decode52(packet);
+    if (format == Format::f52x) twin.decode52x(packet);
+    if (format == Format::f60) twin.decode60(packet);
+    if (format == Format::f60b) twin.decode60b(bytes, bytes.size() % 4 == 0);
+}
+
 // clang-format off
 TEST(Formats, DecodePackets)
 {
@@ -50,6 +60,8 @@ TEST(Formats, DecodePackets)
          {{999, 5}, {-72057594037926937, 0}}, -72057594037926937},
         {f60, "none before the first time", {{0x40000001, 0xC0000000, 0, 0x80000000, 0x40000001, 0xC0000000}}, {}, 0},
         {f60, "a record that passes time 0", {{1, 0x80000000, 0x07FFFFFF, 0xC8000001}}, {{0, 0}, {1, 1}}, 1},
+        {f60, "a run that gets to time 0", {{3, 0x80000000}, {0x7FF1FFFF, 0x97FFFCFF, 0x7FF1FFFF, 0x97FFFCFF, 0x7FF1FFFF,
+         0x97FFFCFF, 0x7FF1FFFF, 0x97FFFCFF, 0x7FF1FFFF, 0x97FFFCFF}}, {{2, 0}, {1, 1}, {0, 2}}, 0},
         {f60, "channel 7", {{1000, 0x80000000, 0x40000005, 0xF8000000}}, {}, 1005},
         {f60, "markers at 15007", {{15000, 0x80000000, 0x40000007, 0xF0000000}}, {{15000, 100}, {15000, 101}, {15000, 102}}, 15007},
         {f60, "markers at -1, remainder 4999", {{1, 0x80000000, 0x7FFFFFFE, 0xF7FFFFFF}},
@@ -173,10 +185,23 @@ TEST_F(FormatsLog, OrderingErrorDropsTheRestOfThePacket)
         stream.feed(Format::f60, {0xC0000000});
         EXPECT_EQ(stream.events, row.events) << row.desc << ": no word is kept";
     }
-    Stream stream;
-    stream.feed(Format::f60, {7, 8});
-    EXPECT_EQ(stream.result, 7) << "out of step";
-    EXPECT_EQ(logged(), "");
+    for (const std::size_t records : {5, 9}) // the absolute time, then three events each
+        for (std::size_t fault = 0; fault < 2 * records; ++fault) {
+            Words packet = {1000, 0x80000000};
+            while (packet.size() < 2 * records) packet.insert(packet.end(), {0x40000000, 0x80000000});
+            packet[fault] ^= 0x80000000;
+            Stream stream;
+            stream.feed(Format::f60, packet);
+            const std::size_t before = fault / 2;
+            EXPECT_EQ(stream.events.size(), before == 0 ? 0 : 3 * (before - 1)) << fault;
+            EXPECT_EQ(tdc56GetOrderingErrors(stream.instance), 1U) << fault;
+            EXPECT_EQ(stream.result, fault == 1   ? 1000
+                                     : fault == 0 ? static_cast<int>(packet[0])
+                                                  : 0)
+                << fault;
+            const std::string index = "index " + std::to_string(before) + ", ";
+            EXPECT_EQ(logged().find(index) != std::string::npos, before > 0) << fault;
+        }
 }
 
 TEST(Formats, TimesWrapAtTheEndsOfTheirRange)
@@ -231,10 +256,12 @@ TEST(Formats, DividerMakesVirtualEventsOrFolds)
         {"folded onto a part that is cut", 3, 1000, Format::f56, {high, 1000}, {{1, 0}}},
         {"period below the divider", most, 1000, Format::f56, starts, plain},
         {"negative period", 4, -1000, Format::f56, starts, plain},
-        {"negative period and time", 4, -1000, Format::f60b, {0x04, 0xF9, 0xFF}, {{-7, 1}}},
+        {"negative period and time", 4, -1000, Format::f60, {1, 0x80000000, 0x7FFFFFFA, 0xC7FFFFFF}, {{-5, 0}}},
         {"negative time", 4, 1000, Format::f60b, {0x04, 0xF9, 0xFF}, {{243, 1}}},
         {"60, starts on 5", 2, 0, Format::f60, {1000, 0x80000000, 0x40000000, 0xE8000000, 0x40000064, 0xE8000000,
          0x40000064, 0xF8000000, 0x40000001, 0xC0000000}, {{1000, 5}, {1100, 5}, {1150, 0}, {1200, 0}, {1201, 0}}},
+        {"60, a start at 0 measures, and is none", 2, 0, Format::f60, {900, 0x80000000, 0x40000000, 0xE8000000, 0x40000064,
+         0xE8000000, 0x2FFFFC18, 0xC80001F4}, {{900, 5}, {1000, 5}, {0, 5}, {500, 1}}},
         {"60, folded, not its markers", 2, 200, Format::f60, {5000, 0x80000000, 0x40000001, 0xF0000000, 0x40000064,
          0xC8000000}, {{5000, 100}, {1, 1}}},
         {"52, no starts", 2, 0, Format::f52, {0xFC000000, 1000, 2000, 3000}, {{1000, 0}, {2000, 0}, {3000, 0}}},
@@ -254,6 +281,39 @@ TEST(Formats, DividerMakesVirtualEventsOrFolds)
     }
 }
 
+/// Packets onto a buffer that is nearly or more than full, with and without virtual events.
+TEST(Formats, FillTheBufferAsTheLiteralDecoderDoes)
+{
+    // clang-format off
+    const struct { const char* desc; Format format; Words begin, step; } rows[] = {
+        {"56, starts only", Format::f56, {0x10000000}, {0x0FF00000, 0}},
+        {"52", Format::f52, {0xFC000000}, {0x84000001, 0x04000002}},
+        {"60, all markers", Format::f60, {5511, 0x80000000}, {0x400C0000, 0xB0000300}},
+        {"60, starts", Format::f60, {1000, 0x80000000}, {0x400A1000, 0x80000400}},
+        {"60b", Format::f60b, {}, {0x84, 1, 0, 0x04, 1, 0}},
+    };
+    // clang-format on
+    for (const auto& row : rows) {
+        Words packet = row.begin;
+        for (int i = 0; i < 70; ++i) packet.insert(packet.end(), row.step.begin(), row.step.end());
+        for (const int divider : {1, 4})
+            for (int before = 15000; before < 16384 + 5; before += before < 16000 ? 11 : 1) {
+                tdcfuzz::Twin twin;
+                twin.setDivider(divider);
+                for (int i = 0; i < before; ++i) twin.push(i, 1);
+                decode(twin, row.format, packet);
+                ASSERT_TRUE(twin.same()) << row.desc << divider << before;
+                twin.pop();
+                decode(twin, row.format, packet);
+                const std::int32_t offsets[8] = {-1, -2, -3, 0, 0, -4};
+                twin.setOffsets(offsets);
+                decode(twin, row.format, packet);
+                twin.pop();
+                ASSERT_TRUE(twin.same()) << row.desc << divider << before;
+            }
+    }
+}
+
 /// Random packets that look like real ones, beside the literal decoder.
 TEST(Formats, DecodeAsTheLiteralDecoderDoes)
 {
@@ -268,7 +328,7 @@ TEST(Formats, DecodeAsTheLiteralDecoderDoes)
         {Format::f56, 0x10000000, 0x0FFFFFFF, 0xE0000000, 0},
         {Format::f52, 0xFC000000, 0x03FFFFFF, 0xFC000000, 0},
         {Format::f52x, 0, 0x0FFFFFFF, 0x70000000, 0x80000000},
-        {Format::f60, 0, 0x3FF, 0x78000000, 0},
+        {Format::f60, 0, 0, 0x7FFFFFFF, 0},
         {Format::f60b, 0x1003, 0x7FFFFFF, 0xFC, 0},
     };
     for (const auto& row : rows) {
@@ -283,22 +343,24 @@ TEST(Formats, DecodeAsTheLiteralDecoderDoes)
 
             Words words(below(100) == 0 ? below(20000) : below(60));
             std::uint32_t second = twin.stated.carryWord != 0 ? 0x80000000U : 0U;
+            const bool threeEach = below(2) == 0; // format 60, mostly of channels 0 to 5
             for (std::uint32_t& word : words) {
                 clock += below(0x400000);
                 const bool isHigh = below(30) == 0;
                 word =
                     isHigh ? row.high | below(30) : row.event | (clock & row.low) | (random() & row.channel);
                 if (row.format != Format::f60) continue;
+                if (threeEach && !isHigh) word = second == 0 ? word | 0x40000000 : word & ~0x40000000U;
+                if (threeEach && below(20) != 0) word &= second == 0 ? ~0x80000U : ~0x20000200U;
                 word |= second;
-                if (below(500) != 0) second ^= 0x80000000;
+                if (below(20000) != 0) second ^= 0x80000000;
             }
-            bytes = std::vector<std::uint8_t>(words.size() * 4 + below(4));
-            std::copy_n(reinterpret_cast<const std::uint8_t*>(words.data()), words.size() * 4, bytes.data());
-            if (row.format == Format::f56) twin.decode56(words);
-            if (row.format == Format::f52) twin.decode52(words);
-            if (row.format == Format::f52x) twin.decode52x(words);
-            if (row.format == Format::f60) twin.decode60(words);
-            if (row.format == Format::f60b) twin.decode60b(bytes, bytes.size() % 4 == 0);
+            if (row.format == Format::f60b) { // as bytes
+                Words cut(words.size() * 4 + below(4));
+                for (std::size_t i = 0; i < words.size() * 4; ++i) cut[i] = words[i / 4] >> i % 4 * 8 & 0xFF;
+                words = cut;
+            }
+            decode(twin, row.format, words);
             if (below(3) != 0) twin.pop();
             ASSERT_TRUE(twin.same()) << static_cast<int>(row.format) << ", packet " << packet;
         }

@@ -32,9 +32,21 @@ TEST_F(TdcInstance, LosesAndTellsWhatExceedsTheBuffer)
     EXPECT_EQ(stream.pop(), 0);
     EXPECT_EQ(logged(), "tdc ERROR: Sorting queue overflow: 16385.\n") << "once";
 
-    tdc56SetDivider(instance, most);
-    stream.decode(Format::f56, {high, 1000, 2000, 0x20000000 + 2001}); // one clock is 2147483.6 parts
-    EXPECT_EQ(tdc56GetCount(instance), 3 + 2147483);
+    const struct
+    {
+        int divider;
+        std::uint32_t start, second, event;
+        int virtualEvents; ///< also where they are only counted, as the buffer is full
+    } rows[] = {
+        {462, 1000, 2505, 4010, 462}, {358, 1000, 2984, 4968, 357}, {most, 1000, 2000, 2001, 2147483}};
+    for (const auto& row : rows)
+        for (const int before : {0, 16384}) {
+            tdc56Reset(instance);
+            tdc56SetDivider(instance, row.divider);
+            for (int i = 0; i < before; ++i) stream.push(i, 3);
+            stream.decode(Format::f56, {high, row.start, row.second, 0x20000000 + row.event});
+            EXPECT_EQ(tdc56GetCount(instance), before + 3 + row.virtualEvents) << row.divider;
+        }
     stream.decode(Format::f56, {0x20000000 + 3000});
     EXPECT_EQ(tdc56GetCount(instance), most);
     stream.push(1, 1);

@@ -7,8 +7,8 @@
 ///
 /// 1. Ownership. `tdc56Init` makes an instance, `tdc56DeInit` frees it. Arrays belong to the caller, are used
 ///    during the call only, and must not overlap.
-/// 2. Instance. The state of one stream. Every function but `tdc56DeInit` needs a valid one; null or a freed
-///    one is undefined.
+/// 2. Instance. The state of one stream. Every function but `tdc56DeInit` and `tdc56Encode60b` needs a valid
+///    one; null or a freed one is undefined.
 /// 3. Counts are of elements (words, records), not of bytes, where nothing else is said. A count of 0 or less
 ///    acts as 0, and its array may be null.
 /// 4. Words are 32-bit, little-endian in files and on the wire; bit 0 is the least significant one.
@@ -185,7 +185,9 @@ VORELUTIL_EXPORT int tdc56Decode52x(Tdc56Instance* instance, const uint32_t* wor
                                     PpTimest* output);
 
 /// Format 60: records of two words, the first with bit 31 clear, the second with bit 31 set; 1 to 3 events or
-/// an absolute time each. Nothing is delivered before the first absolute time other than 0.
+/// an absolute time each. Markers carry the unfolded time.
+///
+/// Kept: while the time is 0, at first or later, records with events are skipped.
 ///
 /// A first word at the end is kept for the next packet, whose first word completes it; a second word at the
 /// beginning that has no partner is skipped. A packet of one word completes such a record or begins one. When
@@ -194,8 +196,8 @@ VORELUTIL_EXPORT int tdc56Decode52x(Tdc56Instance* instance, const uint32_t* wor
 /// ..."); the rest of the packet is dropped, events before it stay delivered, and no word is kept. A record
 /// may add up to 27 events (27 markers of three carriers), more with virtual events.
 ///
-/// \return the word kept for the next packet, 0 when there is none; after an ordering error 0, out of step
-/// word 0.
+/// \return the word kept for the next packet, 0 when there is none; with a count of 0 or less the one kept
+/// before; after an ordering error 0, out of step word 0.
 VORELUTIL_EXPORT int tdc56Decode60(Tdc56Instance* instance, const uint32_t* words, int count,
                                    uint32_t markerMask);
 
@@ -250,8 +252,9 @@ VORELUTIL_EXPORT int tdc56Encode60(Tdc56Instance* instance, const PpTimest* even
 /// of 3 bytes; 3 bytes: type 1; 5 bytes: no type byte, and the fifth byte is left as it was): what it writes
 /// does not read back. Events at 0 or before write nothing, and every event counts as consumed.
 ///
-/// \param instance not used. \param capacity of `output`, in 32-bit words: bytes beyond it are not stored,
-/// though the position advances. \return position / 4, rounded down, which may exceed `capacity` by 2.
+/// \param instance not used, may be null. \param capacity of `output`, in 32-bit words: bytes beyond it are
+/// not stored, though the position advances. \return position / 4, rounded down, which may exceed `capacity`
+/// by 2.
 VORELUTIL_EXPORT int tdc56Encode60b(Tdc56Instance* instance, const PpTimest* events, int* count,
                                     uint8_t* output, int capacity);
 /// @}
