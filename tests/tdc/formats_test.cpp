@@ -222,9 +222,8 @@ TEST(Formats, TimesWrapAtTheEndsOfTheirRange)
 
     tdcfuzz::Twin twin; // virtual events that wrap, too
     twin.setDivider(3);
-    for (const std::uint8_t top :
-         std::vector<std::uint8_t>{0x80, 0x7F}) { // -2^61, then almost 2^61; a start after each
-        twin.decode60b({3, 0, 0, 0, 0, 0, 0, top}, false);
+    for (const std::uint32_t top : {0x80U, 0x7FU}) { // -2^61, then almost 2^61; a start after each
+        decode(twin, Format::f60b, {3, 0, 0, 0, 0, 0, 0, top});
         twin.decode60({0x40000001, 0xE8000000});
     }
     for (int i = 1; i <= 500; ++i) twin.decode60({0x7FFFFFFF, i % 90 == 0 ? 0xEBFFFFFF : 0xFBFFFFFF});
@@ -300,7 +299,7 @@ TEST(Formats, FillTheBufferAsTheLiteralDecoderDoes)
             for (int before = 15000; before < 16384 + 5; before += before < 16000 ? 11 : 1) {
                 tdcfuzz::Twin twin;
                 twin.setDivider(divider);
-                for (int i = 0; i < before; ++i) twin.push(i, 1);
+                twin.ours->count = twin.stated.count = before;
                 decode(twin, row.format, packet);
                 ASSERT_TRUE(twin.same()) << row.desc << divider << before;
                 twin.pop();
