@@ -62,6 +62,18 @@ public:
         next += deliver;
     }
 
+    /// The first `events` of three.
+    void putFirst(const std::int64_t (&stamps)[3], const std::uint64_t (&codes)[3], std::size_t events)
+    {
+        next[0].time = stamps[0];
+        next[0].channel = static_cast<std::uint8_t>(codes[0]);
+        next[1].time = stamps[1];
+        next[1].channel = static_cast<std::uint8_t>(codes[1]);
+        next[2].time = stamps[2];
+        next[2].channel = static_cast<std::uint8_t>(codes[2]);
+        next += events;
+    }
+
 private:
     Tdc56Instance& instance;
     const std::ptrdiff_t mostEach;
@@ -99,6 +111,11 @@ public:
         } else {
             pass(1);
         }
+    }
+
+    void putFirst(const std::int64_t (&stamps)[3], const std::uint64_t (&codes)[3], std::size_t events)
+    {
+        for (std::size_t i = 0; i < events; ++i) put(stamps[i], static_cast<std::uint8_t>(codes[i]), 1);
     }
 
     /// Whether events of channel 0 are lost from now on, but for their number.
@@ -151,6 +168,11 @@ public:
         next += deliver;
     }
 
+    void putFirst(const std::int64_t (&stamps)[3], const std::uint64_t (&codes)[3], std::size_t events)
+    {
+        for (std::size_t i = 0; i < events; ++i) put(stamps[i], static_cast<std::uint8_t>(codes[i]), 1);
+    }
+
 private:
     /// From the first time on that does not fit a key the queue takes the events one by one. It has the keys
     /// then, even if it throws: `next` must be null already.
@@ -172,18 +194,20 @@ private:
 /// stopped. `most` is the number of events in the packet at most, markers not counted.
 template <class Step, class Loop> void decodeWith(Tdc56Instance& instance, std::size_t most, Loop& loop)
 {
-    Step step(instance);
     if constexpr (Step::oneEach) {
         if (instance.sorting) {
+            Step step(instance);
             SortingSink sink(instance, most);
             loop(sink, step);
             return;
         }
     }
     if (!instance.sorting) {
+        Step step(instance); // one for each loop: it stays in registers in this one
         FlatSink sink(instance, step.most());
         loop(sink, step);
     }
+    Step step(instance);
     AnySink sink(instance);
     loop(sink, step);
 }

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <type_traits>
 
 namespace {
 
@@ -14,45 +15,50 @@ constexpr std::uint32_t secondWord = 0x80000000U;
 constexpr std::uint32_t startChannel = 5;
 constexpr std::uint32_t carrierChannel = 6; // 7 is ignored
 constexpr std::int64_t markerGrid = 5000;
-constexpr std::ptrdiff_t runRecords = 4;  ///< looked at together
 constexpr std::ptrdiff_t mostEvents = 27; ///< of a record: three carriers with all markers
+constexpr std::ptrdiff_t stretch = 32;    ///< records for which room is looked for together
+constexpr std::ptrdiff_t runRecords = 4;  ///< looked at together
 
 bool isSecond(std::uint32_t word)
 {
     return (word & secondWord) != 0;
 }
 
-// A record is handled as one number, the second word above the first.
-constexpr std::uint64_t framing = 0x8000000080000000U;
-constexpr std::uint64_t framed = 0x8000000000000000U;
-constexpr std::uint64_t typeBits = 0x4000000040000000U;
-constexpr std::uint64_t threeEvents = 0x0000000040000000U; ///< type 1
-
-std::uint64_t recordAt(const std::uint32_t* word)
+bool isRecord(const std::uint32_t* word)
 {
-    return std::uint64_t{word[1]} << 32 | word[0];
+    return !isSecond(word[0]) && isSecond(word[1]);
 }
 
-/// The 60 bits of a record without framing and type.
-std::uint64_t contentsOf(std::uint64_t record)
+/// Bits 0 to 29 of both words, the second above the first. The types 1 to 3 have 3, 2 or 1 events in as many
+/// equal parts of these, from below: a delta of time with the channel in the upper three bits.
+std::uint64_t contentsOf(const std::uint32_t* word)
 {
-    return (record & 0x3FFFFFFFU) | (record >> 2 & 0x0FFFFFFFC0000000U);
+    return (word[0] & 0x3FFFFFFFU) | std::uint64_t{word[1] << 2} << 28;
 }
 
-/// The types 1 to 3 have 3, 2 or 1 events in as many equal parts of their contents.
 struct RecordType
 {
     std::uint64_t topBits; ///< the highest bit of each part
-    unsigned bits;         ///< of a part
-    unsigned second;       ///< 1: there is a second event
-    unsigned third;
+    std::uint64_t lift;    ///< a factor that takes the lowest delta's sign to bit 63
+    std::uint64_t keep;    ///< the bits of the time before that count
+    std::uint8_t drop;     ///< such a shift takes the lifted delta down again
+    std::uint8_t channel;  ///< where the lowest channel begins
+    std::uint8_t events;
 };
+
+/// An absolute time is a delta from 0 here, with no event.
 constexpr RecordType recordTypes[] = {
-    {0, 60, 0, 0},
-    {0x0800008000080000U, 20, 1, 1},
-    {0x0800000020000000U, 30, 1, 0},
-    {0x0800000000000000U, 60, 0, 0},
+    {0, 1, 0, 0, 60, 0},
+    {0x0800008000080000U, std::uint64_t{1} << 47, ~std::uint64_t{0}, 47, 17, 3},
+    {0x0800000020000000U, std::uint64_t{1} << 37, ~std::uint64_t{0}, 37, 27, 2},
+    {0x0800000000000000U, std::uint64_t{1} << 7, ~std::uint64_t{0}, 7, 57, 1},
 };
+
+/// Of a first and a second word.
+const RecordType& typeOf(const std::uint32_t* word)
+{
+    return recordTypes[(word[1] >> 30) * 2 + (word[0] >> 30) - 4];
+}
 
 /// Whether a record has one of the channels 6 and 7, which are those with both upper bits set.
 bool isSpecial(std::uint64_t contents, const RecordType& type)
@@ -60,17 +66,62 @@ bool isSpecial(std::uint64_t contents, const RecordType& type)
     return (contents & contents << 1 & type.topBits) != 0;
 }
 
-/// Whether the next records have three events each, of ordinary channels: then nothing more needs to be
-/// looked at. (One at a time, the processor would guess wrong whenever types are mixed.)
-bool isPlainRun(const std::uint32_t* word)
+/// The lowest of the parts in `contents`.
+[[gnu::always_inline]] inline std::int64_t deltaOf(std::uint64_t contents, const RecordType& type)
 {
-    std::uint64_t differs = 0;
+    return static_cast<std::int64_t>(contents * type.lift) >> type.drop;
+}
+
+/// Whether the next records have three events each, of ordinary channels.
+[[gnu::always_inline]] inline bool isRunOfThrees(const std::uint32_t* word)
+{
+    std::uint32_t first = 0, second = 0;
     for (std::ptrdiff_t i = 0; i < 2 * runRecords; i += 2) {
-        const std::uint64_t record = recordAt(word + i);
-        differs |= ((record ^ (framed | threeEvents)) & (framing | typeBits)) |
-                   (record & record << 1 & 0x2000020000080000U);
+        const std::uint32_t a = word[i];
+        const std::uint32_t b = word[i + 1];
+        first |= ((a ^ 0x40000000U) & 0xC0000000U) | (a & a << 1 & 0x00080000U);
+        second |= ((b ^ 0x80000000U) & 0xC0000000U) | (b & b << 1 & 0x20000200U);
     }
-    return differs == 0;
+    return (first | second) == 0;
+}
+
+/// Puts a record of ordinary channels. All parts are put, those that the type does not have beyond its
+/// number of events: no branch asks for the type, which could not be foreseen. Result: the record's time.
+template <class Sink>
+[[gnu::always_inline]] inline std::int64_t putPlain(std::int64_t time, std::uint64_t contents,
+                                                    const RecordType& type, Sink& sink)
+{
+    const std::uint64_t channel0 = contents >> type.channel;
+    const std::uint64_t part1 = channel0 >> 3;
+    const std::uint64_t channel1 = part1 >> type.channel;
+    const std::uint64_t part2 = channel1 >> 3;
+    const std::uint64_t channel2 = part2 >> type.channel;
+    time = static_cast<std::int64_t>(static_cast<std::uint64_t>(time) & type.keep);
+    const std::int64_t time0 = Tdc56Instance::wrappingSum(time, deltaOf(contents, type));
+    const std::int64_t time1 = Tdc56Instance::wrappingSum(time0, deltaOf(part1, type));
+    const std::int64_t time2 = Tdc56Instance::wrappingSum(time1, deltaOf(part2, type));
+    sink.putFirst({time0, time1, time2}, {channel0 & 7, channel1 & 7, channel2}, type.events);
+    return time2;
+}
+
+/// Puts records as long as they have no channels but ordinary ones. Result: the first that has.
+template <class Sink>
+[[gnu::always_inline]] inline const std::uint32_t*
+putPlainRecords(std::int64_t& time, const std::uint32_t* word, const std::uint32_t* stop, Sink& sink)
+{
+    std::int64_t now = time;
+    while (now != 0 && stop - word >= 2 * runRecords && isRunOfThrees(word))
+        for (const std::uint32_t* const end = word + 2 * runRecords; word != end && now != 0; word += 2)
+            now = putPlain(now, contentsOf(word), recordTypes[1], sink);
+    for (; word != stop; word += 2) {
+        if (rarely(!isRecord(word))) break;
+        const std::uint64_t contents = contentsOf(word);
+        const RecordType& type = typeOf(word);
+        if (rarely(isSpecial(contents, type)) || rarely(now == 0)) break;
+        now = putPlain(now, contents, type, sink);
+    }
+    time = now;
+    return word;
 }
 
 /// Markers ride on a grid of times, their mask bits in the remainder.
@@ -85,36 +136,26 @@ template <class Sink>
         sink.put(stamp, markerCodes[bit], markers >> bit & 1U);
 }
 
-/// The event in the lower `bits` bits of `part`, a delta of time with the channel in the upper three; unless
-/// it is `present`, nothing is to be delivered. Result: its time.
-template <bool special, class Sink, class Step>
-[[gnu::always_inline]] inline std::int64_t putEvent(std::int64_t time, std::uint64_t part, unsigned bits,
-                                                    unsigned present, std::uint32_t mask, Sink& sink,
-                                                    Step& step)
+/// Puts a record of any kind. Result: its time.
+template <class Sink, class Step>
+[[gnu::always_inline]] inline std::int64_t putRecord(std::int64_t time, const std::uint32_t* word,
+                                                     std::uint32_t mask, Sink& sink, Step& step)
 {
-    const std::uint64_t upper = part << (64 - bits);
-    const auto channel = static_cast<std::uint32_t>(upper >> 61);
-    time = Tdc56Instance::wrappingSum(time, static_cast<std::int64_t>(upper << 3) >> (67 - bits));
-    if (!special || channel < carrierChannel) {
-        const std::int64_t stamp = present != 0 ? step.event(sink, time, channel == startChannel) : time;
-        sink.put(stamp, static_cast<std::uint8_t>(channel), present);
-    } else if (channel == carrierChannel) {
-        putMarkers(time, mask, sink);
+    std::uint64_t contents = contentsOf(word);
+    const RecordType& type = typeOf(word);
+    if (type.events == 0) return static_cast<std::int64_t>(contents);
+    if (time == 0) return 0; // no absolute time yet
+    for (int i = 0; i < type.events; ++i) {
+        time = Tdc56Instance::wrappingSum(time, deltaOf(contents, type));
+        contents >>= type.channel;
+        const auto channel = static_cast<std::uint8_t>(contents & 7U);
+        contents >>= 3;
+        if (channel < carrierChannel)
+            sink.put(step.event(sink, time, channel == startChannel), channel, 1);
+        else if (channel == carrierChannel)
+            putMarkers(time, mask, sink);
     }
     return time;
-}
-
-/// All parts are put, those that the type does not have as not present: that costs no branch.
-template <bool special, class Sink, class Step>
-[[gnu::always_inline]] inline std::int64_t putEvents(std::int64_t time, std::uint64_t contents,
-                                                     const RecordType& type, std::uint32_t mask, Sink& sink,
-                                                     Step& step)
-{
-    time = putEvent<special>(time, contents, type.bits, 1, mask, sink, step);
-    contents >>= type.bits;
-    time = putEvent<special>(time, contents, type.bits, type.second, mask, sink, step);
-    contents >>= type.bits;
-    return putEvent<special>(time, contents, type.bits, type.third, mask, sink, step);
 }
 
 /// Decodes records while they consist of a first and a second word. Result: where it stopped.
@@ -125,28 +166,15 @@ const std::uint32_t* decodeRecords(Tdc56Instance& instance, const std::uint32_t*
     decode(instance, 3 * records, [&](auto& sink, auto& step) {
         std::int64_t time = instance.time;
         bool inOrder = true;
-        while (inOrder && word != end && sink.fits(runRecords * mostEvents)) {
-            const std::uint32_t* const stop = word + std::min(end - word, 2 * runRecords);
-            if (stop - word == 2 * runRecords && isPlainRun(word)) {
-                for (; word != stop && time != 0; word += 2)
-                    time =
-                        putEvents<false>(time, contentsOf(recordAt(word)), recordTypes[1], mask, sink, step);
-                if (word == stop) continue;
-            }
-            for (; word != stop; word += 2) {
-                const std::uint64_t record = recordAt(word);
-                inOrder = (record & framing) == framed;
+        while (inOrder && word != end && sink.fits(stretch * mostEvents)) {
+            const std::uint32_t* const stop = word + std::min(end - word, 2 * stretch);
+            for (;; word += 2) {
+                if constexpr (!std::decay_t<decltype(step)>::alters)
+                    word = putPlainRecords(time, word, stop, sink);
+                if (word == stop) break;
+                inOrder = isRecord(word);
                 if (!inOrder) break;
-                const std::uint64_t contents = contentsOf(record);
-                const RecordType& type = recordTypes[(record >> 61 & 2U) | (record >> 30 & 1U)];
-                if (rarely((record & typeBits) == 0))
-                    time = static_cast<std::int64_t>(contents);
-                else if (rarely(time == 0))
-                    continue; // no absolute time yet
-                else if (rarely(isSpecial(contents, type)))
-                    time = putEvents<true>(time, contents, type, mask, sink, step);
-                else
-                    time = putEvents<false>(time, contents, type, mask, sink, step);
+                time = putRecord(time, word, mask, sink, step);
             }
         }
         instance.time = time;

@@ -15,6 +15,7 @@ namespace tdc {
 /// The divider is below 2.
 struct Unaltered
 {
+    static constexpr bool alters = false;
     static constexpr bool oneEach = true;                ///< puts no events of its own
     static constexpr std::ptrdiff_t most() { return 1; } ///< events for one, itself included
 
@@ -51,17 +52,11 @@ protected:
         return static_cast<std::int64_t>(static_cast<std::uint64_t>(time) - lastStart);
     }
 
-    /// Without a branch, which could not be foreseen; compilers make one of anything but masks.
-    void markIf(bool start, std::int64_t time)
+    void mark(std::int64_t time)
     {
-        const std::uint64_t marked = 0 - std::uint64_t{start};
-        if (lastStart != 0) {
-            const auto period = static_cast<std::uint64_t>(measuredPeriod);
-            const auto since = static_cast<std::uint64_t>(sinceStart(time));
-            measuredPeriod = static_cast<std::int64_t>(period ^ ((period ^ since) & marked));
-        }
-        lastStart ^= (lastStart ^ static_cast<std::uint64_t>(time)) & marked;
-        virtualCount &= static_cast<std::int32_t>(~marked);
+        if (lastStart != 0) measuredPeriod = sinceStart(time);
+        lastStart = static_cast<std::uint64_t>(time);
+        virtualCount = 0;
     }
 
     Tdc56Instance& instance;
@@ -74,6 +69,7 @@ protected:
 class Folding : private Starts
 {
 public:
+    static constexpr bool alters = true;
     static constexpr bool oneEach = true;
     static constexpr std::ptrdiff_t most() { return 1; }
 
@@ -87,9 +83,20 @@ public:
         wrap = reduced(std::numeric_limits<std::uint64_t>::max() - reciprocal * period + 1);
     }
 
+    ~Folding() { markLast(); }
+
+    Folding(const Folding&) = delete;
+    Folding& operator=(const Folding&) = delete;
+
     template <class Sink> [[gnu::always_inline]] std::int64_t event(Sink&, std::int64_t time, bool start)
     {
-        markIf(start, time);
+        if (__builtin_expect(time != 0, 1) != 0) {
+            times[count % 4] = time;
+            count += start ? 1 : 0;
+        } else if (start) {
+            markLast();
+            mark(time);
+        }
         const auto value = static_cast<std::uint64_t>(time);
         if (period == 0) return time;
         const auto quotient = static_cast<std::uint64_t>(Wide{value} * reciprocal >> 64);
@@ -100,12 +107,24 @@ public:
 private:
     __extension__ using Wide = unsigned __int128;
 
+    /// Only the last start and the one before it count (unless one is at 0, which is as good as none).
+    void markLast()
+    {
+        for (std::size_t back = std::min<std::size_t>(count, 2); back > 0; --back)
+            mark(times[(count - back) % 4]);
+        count = 0;
+    }
+
     std::uint64_t reduced(std::uint64_t rest) const { return std::min(rest, rest - period); }
 
     std::uint64_t period = 0; ///< 0: folds nothing
     /// At most 1 below 2^64 / period: the quotient of any 64 bits comes out right or 1 too small.
     std::uint64_t reciprocal = 0;
     std::uint64_t wrap = 0; ///< 2^64 modulo period
+
+    // Starts are gathered without a branch, which could not be foreseen.
+    std::int64_t times[4] = {}; ///< of the latest starts, and of the event after them
+    std::size_t count = 0;      ///< starts that are not marked yet
 };
 
 /// The divider is 2 or more, and the start period is measured: `divider` events follow each start, as the
@@ -113,6 +132,7 @@ private:
 class VirtualEvents : private Starts
 {
 public:
+    static constexpr bool alters = true;
     static constexpr bool oneEach = false;
     std::ptrdiff_t most() const { return std::ptrdiff_t{divider} + 1; }
 
@@ -125,38 +145,47 @@ public:
 
     template <class Sink> [[gnu::always_inline]] std::int64_t event(Sink& sink, std::int64_t time, bool start)
     {
-        const auto elapsed = static_cast<double>(sinceStart(time));
-        while (elapsed >= next) {
-            if (sink.onlyCounts()) {
-                const std::int32_t before = virtualCount;
-                virtualCount = due(elapsed, part, divider);
-                sink.pass(virtualCount - before);
-                findNext();
-                break;
-            }
-            // `next` is at most 2^63, which does not fit a signed number.
-            sink.put(static_cast<std::int64_t>(lastStart + static_cast<std::uint64_t>(next)), 0, 1);
-            ++virtualCount;
-            findNext();
-        }
+        const std::int64_t elapsed = sinceStart(time);
+        if (elapsed >= nextWhole) putDue(sink, static_cast<double>(elapsed));
         if (start) {
-            markIf(true, time);
+            mark(time);
             divide();
         }
         return time;
     }
 
 private:
-    void findNext() { next = virtualCount < divider ? (virtualCount + 1.0) * part : never; }
+    template <class Sink> [[gnu::always_inline]] void putDue(Sink& sink, double elapsed)
+    {
+        while (elapsed >= next) {
+            if (sink.onlyCounts()) {
+                const std::int32_t before = virtualCount;
+                virtualCount = due(elapsed, part, divider);
+                sink.pass(virtualCount - before);
+            } else {
+                // `next` is at most 2^63, which does not fit a signed number.
+                const auto since = next < exact ? static_cast<std::uint64_t>(static_cast<std::int64_t>(next))
+                                                : static_cast<std::uint64_t>(next);
+                sink.put(static_cast<std::int64_t>(lastStart + since), 0, 1);
+                ++virtualCount;
+            }
+            next = threshold();
+        }
+        findNext();
+    }
+
+    double threshold() const { return virtualCount < divider ? (virtualCount + 1.0) * part : never; }
+
+    void findNext()
+    {
+        next = threshold();
+        nextWhole = static_cast<std::int64_t>(std::min(next, exact));
+    }
 
     void divide()
     {
-        if (measuredPeriod > 0) {
-            part = static_cast<double>(measuredPeriod) / divider;
-            findNext();
-        } else {
-            next = never;
-        }
+        part = measuredPeriod > 0 ? static_cast<double>(measuredPeriod) / divider : never;
+        findNext();
     }
 
     /// The virtual events up to `elapsed` after a start, without a loop over them.
@@ -169,11 +198,13 @@ private:
         return events;
     }
 
+    static constexpr double exact = 9007199254740992; ///< 2^53: up to here it has every whole number
     static constexpr double never = std::numeric_limits<double>::infinity();
 
     std::int32_t divider;
-    double part = 0;     ///< clock periods between two virtual events
-    double next = never; ///< from the last start to the next virtual event
+    double part = 0;            ///< clock periods between two virtual events
+    double next = never;        ///< from the last start to the next virtual event
+    std::int64_t nextWhole = 0; ///< without its fraction, at most `exact`: so much must have elapsed at least
 };
 
 } // namespace tdc
