@@ -13,7 +13,7 @@
 #include <random>
 #include <string>
 #include <vector>
-#include <vorelutil/tdc/tdc56.h>
+#include <vorelutil/tdc/instance.h>
 
 namespace {
 
@@ -78,13 +78,13 @@ Packets packets52()
         events);
 }
 
-/// Records of two words, of the types that `type` gives. One event in 100 carries a marker.
+/// Records of two words, of the types that `type` gives. One event in 1000 carries markers.
 Packets packets60(const std::function<std::uint32_t(std::mt19937&)>& type)
 {
     std::mt19937 random(1);
     Packets packets(packetCount);
     std::uint64_t time = 1000000;
-    const auto channel = [&] { return below(random, 100) == 0 ? 6 : below(random, 6); };
+    const auto channel = [&] { return below(random, 1000) == 0 ? 6 : below(random, 6); };
     for (Packet& packet : packets) {
         std::size_t made = 0;
         for (std::uint32_t kind = 0; made < events; kind = type(random), made += kind == 0 ? 0 : 4 - kind) {
@@ -105,8 +105,8 @@ Packets packets60(const std::function<std::uint32_t(std::mt19937&)>& type)
     return packets;
 }
 
-/// Records of 3, 4 and 5 bytes, equally often, and one in 100 of 8, with the absolute time; one delta in 20
-/// is of a marker. Filled up to whole words by a record that the end cuts.
+/// Records of 3, 4, 5 and 8 bytes (which have the absolute time and no event), equally often; one event in 20
+/// is a marker. Filled up to whole words by a record that the end cuts.
 Packets packets60b()
 {
     std::mt19937 random(1);
@@ -115,7 +115,7 @@ Packets packets60b()
     for (Packet& packet : packets) {
         std::vector<std::uint8_t> bytes;
         for (std::size_t made = 0; made < events;) {
-            const std::uint32_t type = below(random, 100) == 0 ? 3 : below(random, 3);
+            const std::uint32_t type = below(random, 4);
             const std::uint32_t gap = below(random, 2000);
             const std::uint32_t code = below(random, 20) == 0 ? 33 + below(random, 9) : below(random, 32);
             std::uint64_t record = type == 3 ? time << 2 | 3 : std::uint64_t{gap} << 8 | code << 2 | type;
@@ -240,7 +240,7 @@ void runLiterally(benchmark::State& state, const Item& item)
     }
 }
 
-/// Reads a word and stores a record for each event of the packets.
+/// Reads a word and stores a record, in an instance's buffer, for each event of the packets.
 void runLimit(benchmark::State& state, const Item& item)
 {
     const Instance instance(tdc56Init());
@@ -250,10 +250,9 @@ void runLimit(benchmark::State& state, const Item& item)
         item.ours(instance.get(), packet);
         words.emplace_back(static_cast<std::size_t>(tdc56GetCount(instance.get())), packet.front());
     }
-    std::vector<PpTimest> buffer(tdc56Capacity);
     std::size_t at = 0;
     for (auto _ : state) {
-        PpTimest* next = buffer.data();
+        PpTimest* next = instance->buffer;
         for (const std::uint32_t word : words[at++ % packetCount]) {
             next->time = word & 0x0FFFFFFFU;
             next->channel = static_cast<std::uint8_t>(word >> 29);
@@ -273,10 +272,7 @@ void add(const std::string& name, void (*run)(benchmark::State&, const Item&),
 
 int main(int argc, char** argv)
 {
-    const auto mixed = [](std::mt19937& random) {
-        const std::uint32_t number = below(random, 100);
-        return number == 0 ? 0 : 1 + number % 3;
-    };
+    const auto mixed = [](std::mt19937& random) { return below(random, 4); }; // absolute times, too
     const std::array<Item, 5> items = {{
         {"Decode56", packets56(8, events), ours56, literally56},
         {"Decode52", packets52(), ours52, literally52},
