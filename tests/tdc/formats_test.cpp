@@ -185,7 +185,7 @@ TEST_F(FormatsLog, OrderingErrorDropsTheRestOfThePacket)
         stream.feed(Format::f60, {0xC0000000});
         EXPECT_EQ(stream.events, row.events) << row.desc << ": no word is kept";
     }
-    for (const std::size_t records : {5, 9}) // the absolute time, then three events each
+    for (const std::size_t records : {5U, 9U}) // the absolute time, then three events each
         for (std::size_t fault = 0; fault < 2 * records; ++fault) {
             Words packet = {1000, 0x80000000};
             while (packet.size() < 2 * records) packet.insert(packet.end(), {0x40000000, 0x80000000});
@@ -296,7 +296,7 @@ TEST(Formats, FillTheBufferAsTheLiteralDecoderDoes)
         Words packet = row.begin;
         for (int i = 0; i < 70; ++i) packet.insert(packet.end(), row.step.begin(), row.step.end());
         for (const int divider : {1, 4})
-            for (int before = 15000; before < 16384 + 5; before += before < 16000 ? 11 : 1) {
+            for (int before = 15000; before < 16384 + 5; before += before < 16264 ? 37 : 1) {
                 tdcfuzz::Twin twin;
                 twin.setDivider(divider);
                 twin.ours->count = twin.stated.count = before;
