@@ -13,7 +13,7 @@ using namespace controller;
 namespace {
 
 constexpr int pollMilliseconds = 500;
-constexpr int deadPolls = 6;   ///< an overload that nothing follows for so long will not pass
+constexpr int deadPolls = 6;   ///< an overload that goes on so long, without a telegram, will not pass
 constexpr int quietPolls = 20; ///< an overload that goes on is told so seldom
 constexpr int retryMilliseconds = 1000;
 
@@ -78,6 +78,7 @@ void ControllerLink::open()
     connect(m_tcp.get(), &IQTcp::dataReceived, this,
             [this](const char* block, int length) { receive(block, std::size_t(length)); });
     m_overloadPolls = -1;
+    m_isReceiving = false;
     m_pollTimer.start();
     m_tcp->connectToHost(m_host, m_port);
 }
@@ -203,16 +204,19 @@ void ControllerLink::breakOff(const QString& reason)
     if (self && dropped > 0) emit problem(QStringLiteral("%1 requests were not answered").arg(dropped));
 }
 
+// What waits for room says so again and again, several times between two polls. While a telegram is in hand,
+// a slot takes its time, and nothing is wrong with the controller.
 void ControllerLink::poll()
 {
     const bool overloaded = m_tcp->getAndClearOverload();
     if (m_quietPolls > 0) --m_quietPolls;
-    if (m_overloadPolls < 0) {
-        if (!overloaded) return;
+    if (!overloaded) {
+        m_overloadPolls = -1;
+    } else if (m_overloadPolls < 0) {
         m_overloadPolls = 0;
         const bool told = std::exchange(m_quietPolls, quietPolls) > 0;
         if (!told) emit problem(QStringLiteral("the controller sends more than is processed; it is held up"));
-    } else if (++m_overloadPolls >= deadPolls) {
+    } else if (!m_isReceiving && ++m_overloadPolls >= deadPolls) {
         breakOff(QStringLiteral("a telegram arrived that is too long to be one"));
     }
 }
@@ -224,13 +228,15 @@ void ControllerLink::receive(const char* block, std::size_t length)
     TelegramReader reader(block, length);
     TelegramView telegram;
     const QPointer<IQTcp> tcp(m_tcp.get());
+    m_isReceiving = true; // the link hands over the next block after this one only
     while (reader.next(&telegram)) {
-        m_overloadPolls = -1; // for each: a slot that takes its time handles events, polls among them
         ++m_telegrams;
         trace("rx", telegram);
         dispatch(telegram);
         if (tcp.isNull()) return; // a slot has ended this link, or deleted this object
+        m_overloadPolls = -1;
     }
+    m_isReceiving = false;
     if (reader.malformed()) breakOff(QStringLiteral("what arrived is no telegram"));
 }
 

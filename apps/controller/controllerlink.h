@@ -53,6 +53,10 @@ public:
     int get(int address, int index = 0);
     int run(int address, int index = 0); ///< "DO"
 
+    /// What arrived is being dispatched: true in a slot of `told` or `acknowledged`, and in an event loop
+    /// that one runs.
+    bool isReceiving() const { return m_isReceiving; }
+
     /// Counters since construction.
     qint64 telegramCount() const { return m_telegrams; } ///< sent and received
     /// Link errors, refusals and malformed telegrams. Attempts that fail one after the other count once.
@@ -88,8 +92,9 @@ private:
     State m_state = Off;
     QString m_lostReason;        ///< of the last failure; empty: none since the link stood
     bool m_wasConnected = false; ///< since the last `connectTo`
-    int m_overloadPolls = -1;    ///< polls since an overload without a telegram; -1: no overload
-    int m_quietPolls = 0;        ///< polls until an overload is told again
+    bool m_isReceiving = false;
+    int m_overloadPolls = -1; ///< polls that an overload has gone on without a telegram; -1: no overload
+    int m_quietPolls = 0;     ///< polls until an overload is told again
     int m_lastNumber = 0;
     QSet<int> m_pending; ///< numbers of the unanswered requests
     qint64 m_telegrams = 0;
