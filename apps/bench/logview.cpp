@@ -9,17 +9,21 @@
 #include <QRegularExpression>
 #include <QScrollBar>
 #include <QSyntaxHighlighter>
+#include <QVector>
+#include <utility>
 
 namespace bench {
 
 namespace {
 
 constexpr int readMilliseconds = 200;
+constexpr int hurryMilliseconds = 10; ///< while there is more to read
 
 enum class Line
 {
     Plain,
-    Periodic,
+    Telegram,
+    Periodic, ///< a telegram that is left out
     Problem,
 };
 
@@ -35,10 +39,10 @@ Line lineKind(const QString& line)
     const QString type = match.captured(1);
     if (type == QLatin1String("ACK") && match.capturedRef(3) != QLatin1String("0")) return Line::Problem;
     const int address = int(match.capturedRef(2).toUInt(nullptr, 16));
-    const bool isTold = type == QLatin1String("TELL") &&
-                        (address == controller::voltageReadBack || address == controller::samples ||
-                         address == controller::packet);
-    return isTold || address == controller::counter ? Line::Periodic : Line::Plain;
+    const bool isTold =
+        type == QLatin1String("TELL") && (address == controller::voltageReadBack ||
+                                          address == controller::samples || address == controller::packet);
+    return isTold || address == controller::counter ? Line::Periodic : Line::Telegram;
 }
 
 } // namespace
@@ -71,7 +75,6 @@ LogView::LogView(QWidget* parent)
     if (font.pointSizeF() > 0) font.setPointSizeF(font.pointSizeF() * 0.9);
     setFont(font);
     setAccessibleName(tr("Trace log"));
-    m_timer.setInterval(readMilliseconds);
     connect(&m_timer, &QTimer::timeout, this, &LogView::readMore);
 }
 
@@ -80,36 +83,33 @@ void LogView::follow(const QString& path)
     m_timer.stop();
     m_file.close();
     m_partial.clear();
+    m_leftOut = 0;
+    m_sinceShown.invalidate();
     m_file.setFileName(path);
     if (path.isEmpty()) return;
     if (!m_file.open(QIODevice::ReadOnly)) {
         appendPlainText(tr("%1: %2").arg(path, m_file.errorString()));
         return;
     }
-    m_timer.start();
+    m_timer.start(readMilliseconds);
 }
 
 void LogView::readMore()
 {
     if (!m_file.isOpen()) return;
     const qint64 size = m_file.size();
-    if (size < m_file.pos()) m_file.seek(0);
-    const qint64 behind = size - m_file.pos();
-    if (behind == 0) return;
-    QByteArray text = m_partial;
-    m_partial.clear();
-    if (behind > chunkBytes) {
-        const qint64 skipped = behind - chunkBytes;
-        m_file.seek(size - chunkBytes);
-        text = m_file.read(chunkBytes);
-        text.remove(0, text.indexOf('\n') + 1);
-        text.prepend(tr("... %1 bytes are in the file only ...\n").arg(skipped).toUtf8());
-    } else {
-        text += m_file.read(behind);
+    if (size < m_file.pos()) {
+        m_file.seek(0);
+        m_partial.clear();
     }
+    if (size == m_file.pos()) return;
+    QByteArray text = m_partial + m_file.read(stepBytes);
+    m_partial.clear();
+    const bool isEnd = m_file.pos() >= size;
+    if (m_timer.isActive()) m_timer.start(isEnd ? readMilliseconds : hurryMilliseconds);
     // A line without an end is kept for the next time, but not without limit.
     const int end = text.lastIndexOf('\n');
-    if (end < 0 && text.size() < chunkBytes) {
+    if (end < 0 && text.size() < stepBytes) {
         m_partial = text;
         return;
     }
@@ -117,10 +117,7 @@ void LogView::readMore()
         m_partial = text.mid(end + 1);
         text.truncate(end);
     }
-    QStringList lines = QString::fromUtf8(text).split(QLatin1Char('\n'));
-    lines.erase(std::remove_if(lines.begin(), lines.end(),
-                               [](const QString& line) { return lineKind(line) == Line::Periodic; }),
-                lines.end());
+    const QStringList lines = choose(QString::fromUtf8(text), isEnd);
     if (lines.isEmpty()) return;
     // Whoever has scrolled up to read stays there.
     const int column = horizontalScrollBar()->value();
@@ -128,6 +125,35 @@ void LogView::readMore()
     appendPlainText(lines.join(QLatin1Char('\n')));
     horizontalScrollBar()->setValue(column);
     if (m_follows) verticalScrollBar()->setValue(verticalScrollBar()->maximum());
+}
+
+/// What is shown of the lines. Of the telegrams the last ones, at the end of the file or every now and then.
+QStringList LogView::choose(const QString& text, bool isEnd)
+{
+    QVector<std::pair<QStringRef, Line>> lines;
+    qint64 excess = 0;
+    for (const QStringRef& line : text.splitRef(QLatin1Char('\n'))) {
+        const Line kind = lineKind(line.toString());
+        if (kind == Line::Periodic) continue;
+        if (kind == Line::Telegram) excess += line.size() + 1;
+        lines.append({line, kind});
+    }
+    if (isEnd || !m_sinceShown.isValid() || m_sinceShown.hasExpired(readMilliseconds)) {
+        excess -= telegramBytes;
+        m_sinceShown.start();
+    }
+    QStringList shown;
+    for (const auto& [line, kind] : qAsConst(lines)) {
+        if (kind == Line::Telegram && excess > 0) {
+            excess -= line.size() + 1;
+            m_leftOut += line.size() + 1;
+            continue;
+        }
+        if (m_leftOut > 0)
+            shown += tr("... %1 bytes are in the file only ...").arg(std::exchange(m_leftOut, 0));
+        shown += line.toString();
+    }
+    return shown.size() > shownLines ? shown.mid(shown.size() - shownLines) : shown;
 }
 
 /// A long line brings a scroll bar, which takes room from the end.
