@@ -3,6 +3,7 @@
 #include "apps/controller/controllerlink.h"
 #include "timestamproad.h"
 
+#include <chrono>
 #include <QCoreApplication>
 #include <vorelutil/frames/framebuffer.h>
 #include <vorelutil/trace/error.h>
@@ -15,6 +16,7 @@ constexpr int heartbeatMilliseconds = 20;
 constexpr int longestSilence = 60; ///< ms without the event loop
 constexpr int breathMilliseconds = 20;
 constexpr int watchMilliseconds = 500;
+constexpr int checkMilliseconds = 20;
 constexpr int quietWatches = 6; ///< without a telegram are told: 3 s
 } // namespace
 
@@ -69,6 +71,9 @@ Console::Console(QObject* parent)
                 m_eventLog.add(events, count);
                 if (m_eventLog.hasFailed()) stopEventLog();
             });
+    connect(&m_checkTimer, &QTimer::timeout, this, [this] {
+        if (m_checkedLog.wait_for(std::chrono::seconds(0)) == std::future_status::ready) finishEventLog();
+    });
     m_leaveTimer.setSingleShot(true);
     m_leaveTimer.setInterval(stopMilliseconds);
     connect(&m_leaveTimer, &QTimer::timeout, this, &Console::endLink);
@@ -156,7 +161,8 @@ void Console::endLink()
 // Counted in looks and not in time: an event loop that was busy with something else is no silent controller.
 void Console::watch()
 {
-    const bool quiet = m_arrived == m_arrivedThen && m_link->state() == ControllerLink::Connected;
+    const bool quiet =
+        m_arrived == m_arrivedThen && !m_link->isReceiving() && m_link->state() == ControllerLink::Connected;
     m_arrivedThen = m_arrived;
     if (quiet) {
         if (++m_quietWatches == quietWatches) tell(tr("nothing has come from the controller for 3 s"), true);
@@ -313,16 +319,27 @@ SaveResult Console::saveHistogram(const QString& target)
 
 SaveResult Console::startEventLog(const QString& target)
 {
+    if (isCheckingEvents()) return told({false, tr("The events before are still being checked")});
     const SaveResult result = m_eventLog.start(target);
     emit eventLogChanged();
     return told(result);
 }
 
-SaveResult Console::stopEventLog()
+void Console::stopEventLog()
 {
-    const SaveResult result = m_eventLog.stop();
+    if (!isLoggingEvents()) return;
+    m_checkedLog = m_eventLog.stopInBackground();
+    m_checkTimer.start(checkMilliseconds);
     emit eventLogChanged();
-    return told(result);
+}
+
+void Console::finishEventLog()
+{
+    if (!isCheckingEvents()) return;
+    m_checkTimer.stop();
+    const SaveResult result = m_checkedLog.get();
+    emit eventLogChanged();
+    told(result);
 }
 
 SaveResult Console::told(const SaveResult& result)

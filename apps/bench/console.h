@@ -72,7 +72,12 @@ public:
     /// Saves the events that are decoded from now on, until the stream that they are of ends. Told through
     /// `message` too, as the end is.
     SaveResult startEventLog(const QString& target);
-    SaveResult stopEventLog();
+    /// The file is read back and gets its name in the background; what became of it is told.
+    void stopEventLog();
+    /// An event log that has ended is still being read back. None can be started.
+    bool isCheckingEvents() const { return m_checkedLog.valid(); }
+    /// Waits until it is not.
+    void finishEventLog();
     bool isLoggingEvents() const { return m_eventLog.isRunning(); }
     std::uint64_t loggedEvents() const { return m_eventLog.count(); }
 
@@ -87,7 +92,7 @@ signals:
     void stillAcquiringChanged();
     /// A frame is whole; `lastFrame` returns it.
     void frameDone(bench::ScanKind kind);
-    /// A log of events was begun or has ended.
+    /// A log of events was begun, has ended, or is saved.
     void eventLogChanged();
     /// Something for the operator to read; it is in the trace log, too.
     void message(const QString& text, bool isProblem);
@@ -114,6 +119,8 @@ private:
     TimeStampRoad* m_timeStamps;
     RunningLog m_log;
     EventLog m_eventLog;
+    std::future<SaveResult> m_checkedLog; ///< valid until its result was told
+    QTimer m_checkTimer;
     QTimer m_heartbeat; ///< fires when the event loop runs
     QElapsedTimer m_sinceHeartbeat;
     SharedFrame m_frames[3];      ///< by kind

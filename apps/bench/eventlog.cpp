@@ -2,9 +2,11 @@
 
 #include <charconv>
 #include <functional>
+#include <new>
 #include <QFile>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace bench {
 
@@ -84,8 +86,12 @@ private:
     void write(std::string_view block)
     {
         if (hasFailed() || block.empty()) return;
-        if (m_file.write(block.data(), qint64(block.size())) != qint64(block.size()))
-            m_failure = m_file.errorString();
+        // A disk that is nearly full takes a part of it, and says what is wrong at the next try.
+        for (qint64 done = 0, size = qint64(block.size()); done < size && !hasFailed();) {
+            const qint64 taken = m_file.write(block.data() + done, size - done);
+            if (taken <= 0) m_failure = m_file.errorString();
+            done += taken;
+        }
         m_hash = mix(m_hash, block);
         m_bytes += block.size();
     }
@@ -159,12 +165,24 @@ bool EventLog::hasFailed() const
 
 SaveResult EventLog::stop()
 {
-    if (m_file == nullptr) return {false, QStringLiteral("no events are being saved")};
+    return finish(std::move(m_file), m_target, m_count);
+}
+
+std::future<SaveResult> EventLog::stopInBackground()
+{
+    return std::async(std::launch::async, &EventLog::finish, std::move(m_file), m_target, m_count);
+}
+
+SaveResult EventLog::finish(std::unique_ptr<CheckedFile> file, const QString& target, std::uint64_t count)
+{
+    if (file == nullptr) return {false, QStringLiteral("no events are being saved")};
     QString error;
-    const bool ok = m_file->finish(&error);
-    m_file.reset();
-    if (!ok) return failure(m_target, error);
-    return {true, QStringLiteral("saved %1, %2 events").arg(m_target).arg(m_count)};
+    try {
+        if (file->finish(&error)) return {true, QStringLiteral("saved %1, %2 events").arg(target).arg(count)};
+    } catch (const std::bad_alloc&) {
+        error = QStringLiteral("there is no memory to read it back");
+    }
+    return failure(target, error);
 }
 
 SaveResult saveHistogram(const std::vector<std::uint64_t>& counts, const QString& target)

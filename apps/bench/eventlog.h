@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <future>
 #include <memory>
 #include <vector>
 #include <vorelutil/tdc/tdc56.h>
@@ -31,9 +32,14 @@ public:
     /// The disk does not take what comes; `stop` says why.
     bool hasFailed() const;
     SaveResult stop();
+    /// The same, in a thread of its own: reading back takes its time. Another one may be started meanwhile.
+    /// The future waits for it, at the latest when it is destroyed.
+    std::future<SaveResult> stopInBackground();
 
 private:
     class CheckedFile;
+
+    static SaveResult finish(std::unique_ptr<CheckedFile> file, const QString& target, std::uint64_t count);
 
     friend SaveResult saveHistogram(const std::vector<std::uint64_t>& counts, const QString& target);
 

@@ -271,7 +271,7 @@ void HeadlessRun::startTimeStamps()
     m_eventsDone = false;
     const SaveResult file = m_events.start(path("timestamps.csv"));
     if (!file.ok) return fail(file.text);
-    m_window->timeStamps()->setSettings(settings);
+    m_window->timeStamps()->setSettings(settings, false); // the settings are the operator's
     if (!m_console->startTimeStamps()) fail(tr("%1 could not be started").arg(stepName()));
 }
 

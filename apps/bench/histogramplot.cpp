@@ -35,6 +35,7 @@ HistogramPlot::HistogramPlot(QWidget* parent)
     m_grid->attach(this);
     m_curve->attach(this);
     plotLayout()->setAlignCanvasToScales(true);
+    setAxisScaleDraw(yLeft, new CountScaleDraw);
     applyColours();
     setAxisName(this, yLeft, tr("counts"));
     setCounts(std::vector<std::uint64_t>(1), 1);

@@ -2,6 +2,7 @@
 
 #include "apps/controller/controllerlink.h"
 #include "console.h"
+#include "dialogs.h"
 #include "imageplot.h"
 #include "logview.h"
 #include "profileplot.h"
@@ -14,10 +15,8 @@
 #include <QCloseEvent>
 #include <QComboBox>
 #include <QCoreApplication>
-#include <QFileDialog>
 #include <QLabel>
 #include <QLineEdit>
-#include <QMessageBox>
 #include <QPushButton>
 #include <QScreen>
 #include <QSpinBox>
@@ -300,7 +299,8 @@ void MainWindow::changeEvent(QEvent* event)
 void MainWindow::closeEvent(QCloseEvent* event)
 {
     if (m_console->isLogging()) m_console->stopLog();
-    if (m_console->isLoggingEvents()) m_console->stopEventLog();
+    m_console->stopEventLog();
+    m_console->finishEventLog();
     m_closing = true;
     m_console->disconnectFrom();
     m_closing = m_console->link()->state() != ControllerLink::Off;
@@ -418,25 +418,23 @@ void MainWindow::toggleLink()
 void MainWindow::toggleLog()
 {
     if (m_console->isLogging()) {
-        const SaveResult result = m_console->stopLog();
-        if (!result.ok) QMessageBox::warning(this, tr("Save"), result.text);
-    } else {
-        const QString path = QFileDialog::getSaveFileName(this, tr("Log samples"), QStringLiteral("log.csv"),
-                                                          tr("Running logs (*.csv)"));
-        if (path.isEmpty()) return;
-        const SaveResult result = m_console->startLog(path);
-        if (!result.ok) QMessageBox::warning(this, tr("Save"), result.text);
+        showFailure(this, m_console->stopLog());
+        updateScanText();
+        return;
     }
-    updateScanText();
+    askForFile(this, tr("Log samples"), QStringLiteral("log.csv"), tr("Running logs (*.csv)"),
+               [this](const QString& path) {
+                   showFailure(this, m_console->startLog(path));
+                   updateScanText();
+               });
 }
 
 void MainWindow::saveAs(Snapshot snapshot, ScanKind kind, const QString& suggestion, const QString& filter)
 {
-    const QString path = QFileDialog::getSaveFileName(this, tr("Save"), suggestion, filter);
-    if (path.isEmpty()) return;
-    const bool forward = m_pass->count() == 0 || m_pass->currentData().toBool();
-    const SaveResult result = m_console->save(snapshot, kind, path, forward);
-    if (!result.ok) QMessageBox::warning(this, tr("Save"), result.text);
+    askForFile(this, tr("Save"), suggestion, filter, [this, snapshot, kind](const QString& path) {
+        const bool forward = m_pass->count() == 0 || m_pass->currentData().toBool();
+        showFailure(this, m_console->save(snapshot, kind, path, forward));
+    });
 }
 
 } // namespace bench

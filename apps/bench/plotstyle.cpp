@@ -8,6 +8,7 @@
 #include <qwt_plot_canvas.h>
 #include <qwt_scale_widget.h>
 #include <qwt_text.h>
+#include <vorelutil/algo/prefix.h>
 
 namespace bench {
 
@@ -45,6 +46,15 @@ QwtText PointScaleDraw::label(double value) const
 {
     if (qAbs(value) < 1e-12) value = 0.0; // ticks beside 0 that are rounding errors
     return QLocale::c().toString(value, 'g', 6);
+}
+
+QwtText CountScaleDraw::label(double value) const
+{
+    constexpr int decimals = 3;
+    if (value < 999.9) return PointScaleDraw::label(value);
+    const char prefix = algoNormalize(&value, ' ', nullptr, decimals);
+    return QLocale::c().toString(value, 'g', decimals + 1) + QLatin1Char(' ') +
+           algoGetPrintablePrefix(prefix);
 }
 
 bool isDark(const QPalette& palette)

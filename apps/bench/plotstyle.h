@@ -17,6 +17,13 @@ public:
     QwtText label(double value) const override;
 };
 
+/// The same for counts: large ones with a prefix, "250 k".
+class CountScaleDraw : public PointScaleDraw
+{
+public:
+    QwtText label(double value) const override;
+};
+
 /// Whether a palette is a dark one.
 bool isDark(const QPalette& palette);
 

@@ -3,8 +3,10 @@
 #include "plotstyle.h"
 
 #include <algorithm>
+#include <cmath>
 #include <QHeaderView>
 #include <QPainter>
+#include <QScrollBar>
 #include <QStyledItemDelegate>
 #include <vorelutil/algo/prefix.h>
 
@@ -35,10 +37,13 @@ public:
     }
 };
 
+/// Four digits, and always as many, so that they do not jump; below 1 fewer.
 QString rateText(double rate)
 {
-    const char prefix = algoNormalize(&rate, ' ', nullptr, 3);
-    return QString::number(rate, 'g', 4) + QLatin1Char(' ') + algoGetPrintablePrefix(prefix);
+    if (std::isnan(rate)) return QStringLiteral("\u2013 ");
+    const char prefix = rate < 1.0 ? ' ' : algoNormalize(&rate, ' ', nullptr, 1);
+    const int decimals = rate < 9.9995 ? 3 : rate < 99.995 ? 2 : 1;
+    return QString::number(rate, 'f', decimals) + QLatin1Char(' ') + algoGetPrintablePrefix(prefix);
 }
 
 } // namespace
@@ -58,19 +63,32 @@ RateTable::RateTable(QWidget* parent)
     verticalHeader()->setDefaultSectionSize(fontMetrics().height() + 4);
     horizontalHeader()->setSectionsClickable(false);
     horizontalHeader()->setSectionResizeMode(QHeaderView::Fixed);
-    const int digit = fontMetrics().horizontalAdvance(QLatin1Char('0'));
-    horizontalHeader()->setSectionResizeMode(rateColumn, QHeaderView::Stretch);
-    horizontalHeader()->setMinimumSectionSize(7 * digit);
-    setColumnWidth(0, 11 * digit);
-    setColumnWidth(2, 11 * digit);
+    setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff); // it is as wide as its columns
     setItemDelegateForColumn(rateColumn, new BarDelegate(this));
+    const int digit = fontMetrics().horizontalAdvance(QLatin1Char('0'));
+    setColumnWidth(0, 9 * digit); // what most streams need
+    setColumnWidth(rateColumn, 11 * digit);
+    setColumnWidth(2, 9 * digit);
+    fitColumns();
+}
+
+/// They only grow: a number that loses a digit moves nothing.
+void RateTable::fitColumns()
+{
+    int width = 2 * frameWidth() + verticalScrollBar()->sizeHint().width();
+    for (int column = 0; column < columns; ++column) {
+        const int needed = std::max(sizeHintForColumn(column), horizontalHeader()->sectionSizeHint(column));
+        if (needed > columnWidth(column)) setColumnWidth(column, needed);
+        width += columnWidth(column);
+    }
+    if (width != minimumWidth()) setFixedWidth(width);
 }
 
 void RateTable::showRows(const QVector<Row>& rows)
 {
     setRowCount(rows.size());
     double highest = 0.0;
-    for (const Row& row : rows) highest = std::max(highest, row.rate);
+    for (const Row& row : rows) highest = std::fmax(highest, row.rate);
     for (int i = 0; i < rows.size(); ++i) {
         const QString texts[] = {rows[i].name, rateText(rows[i].rate), QString::number(rows[i].count)};
         for (int column = 0; column < columns; ++column) {
@@ -81,8 +99,10 @@ void RateTable::showRows(const QVector<Row>& rows)
             }
             item(i, column)->setText(texts[column]);
         }
-        item(i, rateColumn)->setData(shareRole, highest > 0.0 ? rows[i].rate / highest : 0.0);
+        const bool isKnown = highest > 0.0 && !std::isnan(rows[i].rate);
+        item(i, rateColumn)->setData(shareRole, isKnown ? rows[i].rate / highest : 0.0);
     }
+    fitColumns();
 }
 
 } // namespace bench

@@ -16,12 +16,16 @@ public:
     {
         QString name;
         std::uint64_t count = 0;
-        double rate = 0.0; ///< per second
+        double rate = 0.0; ///< per second; NaN: not known
     };
 
     explicit RateTable(QWidget* parent = nullptr);
 
+    /// The columns grow with what they show, and the table with them.
     void showRows(const QVector<Row>& rows);
+
+private:
+    void fitColumns();
 };
 
 } // namespace bench

@@ -1,6 +1,7 @@
 #include "timestamppanel.h"
 
 #include "console.h"
+#include "dialogs.h"
 #include "histogramplot.h"
 #include "ratetable.h"
 #include "theme.h"
@@ -11,14 +12,12 @@
 #include <QCheckBox>
 #include <QComboBox>
 #include <QEvent>
-#include <QFileDialog>
 #include <QFormLayout>
 #include <QGroupBox>
 #include <QLabel>
-#include <QMessageBox>
 #include <QPushButton>
-#include <QSplitter>
 #include <QVBoxLayout>
+#include <utility>
 #include <vorelutil/widgets/inputnormaliser.h>
 #include <vorelutil/widgets/savable.h>
 #include <vorelutil/widgets/unitedit.h>
@@ -31,10 +30,10 @@ using timestamps::Format;
 namespace {
 
 constexpr double repaintsPerSecond = 10.0;
+constexpr int ageMilliseconds = 500; ///< after which old rates are looked at again
 constexpr int leftWidth = 268;
-constexpr int fieldWidth = 60; ///< at least
+constexpr int fieldWidth = 52; ///< at least
 constexpr int offsetCount = 8;
-constexpr int offsetColumns = 4;
 
 constexpr int least = std::numeric_limits<int>::min();
 constexpr int most = std::numeric_limits<int>::max();
@@ -124,26 +123,19 @@ TimeStampPanel::TimeStampPanel(Console* console, const bool* selectOnFocus, QWid
     m_streamText = makeText(this);
     m_histogramText = makeText(this);
     m_problemText = makeText(this);
-    auto* above = new QWidget(this);
-    auto* plotLayout = new QVBoxLayout(above);
-    for (QWidget* part : {static_cast<QWidget*>(m_streamText), static_cast<QWidget*>(m_problemText),
-                          static_cast<QWidget*>(m_plot), static_cast<QWidget*>(m_histogramText)})
-        plotLayout->addWidget(part, part == m_plot ? 1 : 0);
-    auto* below = new QWidget(this);
-    auto* tableLayout = new QHBoxLayout(below);
-    tableLayout->addWidget(m_table, 1);
-    tableLayout->addWidget(makeDecoderGroup(), 1);
-    for (QLayout* inner : {static_cast<QLayout*>(plotLayout), static_cast<QLayout*>(tableLayout)})
-        inner->setContentsMargins(0, 0, 0, 0);
-    auto* right = new QSplitter(Qt::Vertical, this);
-    right->addWidget(above);
-    right->addWidget(below);
-    right->setChildrenCollapsible(false);
-    right->setStretchFactor(0, 1);
-    right->setSizes({400, 180});
+    auto* beside = new QHBoxLayout;
+    beside->addWidget(m_plot, 1);
+    beside->addWidget(m_table);
+    auto* right = new QVBoxLayout;
+    right->addWidget(m_streamText);
+    right->addWidget(m_problemText);
+    right->addWidget(m_histogramText);
+    right->addLayout(beside, 1);
+    right->addWidget(makeDecoderGroup());
     auto* layout = new QHBoxLayout(this);
     layout->addLayout(left);
-    layout->addWidget(right, 1);
+    layout->addLayout(right, 1);
+    setTabOrders();
 
     new WheelGuard(this);
     for (UnitEdit* edit : qAsConst(m_fields)) new InputNormaliser(edit);
@@ -152,6 +144,8 @@ TimeStampPanel::TimeStampPanel(Console* console, const bool* selectOnFocus, QWid
     connect(m_road, &TimeStampRoad::changed, &m_gate, &RepaintGate::request);
     connect(console, &Console::readyChanged, this, &TimeStampPanel::updateState);
     connect(console, &Console::eventLogChanged, this, &TimeStampPanel::updateTexts);
+    connect(&m_ageTimer, &QTimer::timeout, &m_gate, &RepaintGate::request);
+    m_ageTimer.start(ageMilliseconds);
     applyColours();
     apply();
     updateState();
@@ -170,8 +164,24 @@ UnitEdit* TimeStampPanel::makeField(int which, const bool* selectOnFocus)
     edit->setMinimumWidth(fieldWidth);
     edit->setToolTip(numbered(form.name, which));
     edit->setAccessibleName(edit->toolTip());
-    connect(edit, &UnitEdit::changed, this, &TimeStampPanel::apply);
+    connect(edit, &UnitEdit::changed, this, [this] { apply(); });
     return edit;
+}
+
+/// As the page is read; the fields were made in another order.
+void TimeStampPanel::setTabOrders()
+{
+    const QVector<QWidget*> before = {m_formatBox,    m_fields[Rate],         m_start,
+                                      m_stop,         m_fields[StartChannel], m_fields[StopChannel],
+                                      m_fields[Bins], m_fields[BinWidth],     m_logBox,
+                                      m_clearButton,  m_histogramButton,      m_eventsButton};
+    QWidget* last = before.first();
+    const auto follow = [&last](QWidget* next) { setTabOrder(std::exchange(last, next), next); };
+    for (QWidget* widget : before)
+        if (widget != last) follow(widget);
+    for (int channel = 0; channel < offsetCount; ++channel) follow(m_fields[Offset0 + channel]);
+    follow(m_fields[Divider]);
+    follow(m_fields[StartPeriod]);
 }
 
 /// Two fields with their labels beside each other.
@@ -221,15 +231,15 @@ QGroupBox* TimeStampPanel::makeHistogramGroup()
         m_plot->setLogarithmic(on);
         m_gate.request();
     });
-    auto* clearButton = new QPushButton(tr("C&lear"), group);
-    connect(clearButton, &QPushButton::clicked, m_road, &TimeStampRoad::clear);
+    m_clearButton = new QPushButton(tr("C&lear"), group);
+    connect(m_clearButton, &QPushButton::clicked, m_road, &TimeStampRoad::clear);
     auto* form = new QFormLayout(group);
     form->setFieldGrowthPolicy(QFormLayout::AllNonFixedFieldsGrow);
     form->addRow(makePair(StartChannel, StopChannel));
     form->addRow(makePair(Bins, BinWidth));
     auto* row = new QHBoxLayout;
     row->addWidget(m_logBox, 1);
-    row->addWidget(clearButton);
+    row->addWidget(m_clearButton);
     form->addRow(row);
     return group;
 }
@@ -242,9 +252,8 @@ QGroupBox* TimeStampPanel::makeDecoderGroup()
         UnitEdit* edit = m_fields[Offset0 + channel];
         auto* label = new QLabel(QString::number(channel), group);
         label->setBuddy(edit);
-        const int column = channel % offsetColumns * 2;
-        grid->addWidget(label, channel / offsetColumns, column);
-        grid->addWidget(edit, channel / offsetColumns, column + 1);
+        grid->addWidget(label, 0, 2 * channel);
+        grid->addWidget(edit, 0, 2 * channel + 1);
     }
     auto* layout = new QVBoxLayout(group);
     layout->addLayout(grid);
@@ -256,13 +265,13 @@ QGroupBox* TimeStampPanel::makeDecoderGroup()
 QGroupBox* TimeStampPanel::makeSaveGroup()
 {
     auto* group = new QGroupBox(tr("Save"), this);
-    auto* histogram = new QPushButton(tr("Save histogra&m..."), group);
+    m_histogramButton = new QPushButton(tr("Save histogra&m..."), group);
     m_eventsButton = new QPushButton(group);
     m_eventsButton->setToolTip(tr("Events that are decoded from now on, until the stream ends"));
-    connect(histogram, &QPushButton::clicked, this, &TimeStampPanel::saveHistogram);
+    connect(m_histogramButton, &QPushButton::clicked, this, &TimeStampPanel::saveHistogram);
     connect(m_eventsButton, &QPushButton::clicked, this, &TimeStampPanel::toggleEventLog);
     auto* layout = new QVBoxLayout(group);
-    layout->addWidget(histogram);
+    layout->addWidget(m_histogramButton);
     layout->addWidget(m_eventsButton);
     return group;
 }
@@ -283,7 +292,7 @@ TimeStampSettings TimeStampPanel::settings() const
     return settings;
 }
 
-void TimeStampPanel::setSettings(const TimeStampSettings& settings)
+void TimeStampPanel::setSettings(const TimeStampSettings& settings, bool isKept)
 {
     m_format = settings.decoder.format;
     for (int channel = 0; channel < offsetCount; ++channel)
@@ -295,7 +304,7 @@ void TimeStampPanel::setSettings(const TimeStampSettings& settings)
     setValue(StopChannel, settings.stop);
     setValue(BinWidth, settings.binWidth);
     setValue(Bins, settings.bins);
-    apply();
+    apply(isKept);
 }
 
 void TimeStampPanel::setValue(int which, qint64 value)
@@ -328,12 +337,15 @@ void TimeStampPanel::chooseFormat()
     apply();
 }
 
-/// What the fields say takes effect, and is remembered.
-void TimeStampPanel::apply()
+/// What the fields say takes effect, and is a setting from now on if `isKept`.
+void TimeStampPanel::apply(bool isKept)
 {
     m_formatBox->setCurrentIndex(m_formatBox->findData(int(m_format)));
-    m_storedFormat->setValue(int(m_format));
-    for (int which = 0; which < FieldCount; ++which) m_stored[which]->setValue(m_fields[which]->getValue());
+    if (isKept) {
+        m_storedFormat->setValue(int(m_format));
+        for (int which = 0; which < FieldCount; ++which)
+            m_stored[which]->setValue(m_fields[which]->getValue());
+    }
     m_road->setSettings(settings());
 }
 
@@ -345,26 +357,28 @@ void TimeStampPanel::updateState()
 
 void TimeStampPanel::updateTexts()
 {
-    m_eventsButton->setText(m_console->isLoggingEvents()
+    m_eventsButton->setText(m_console->isCheckingEvents() ? tr("Checking the file...")
+                            : m_console->isLoggingEvents()
                                 ? tr("Stop saving e&vents (%1)").arg(m_console->loggedEvents())
                                 : tr("Save e&vents..."));
+    m_eventsButton->setEnabled(!m_console->isCheckingEvents());
     QString state;
     switch (m_road->state()) {
     case TimeStampRoad::State::Idle:
-        state = tr("no stream");
+        state = tr("Stopped");
         break;
     case TimeStampRoad::State::Preparing:
-        state = tr("preparing");
+        state = tr("Preparing");
         break;
     case TimeStampRoad::State::Running:
-        state = tr("running");
+        state = tr("Running");
         break;
     case TimeStampRoad::State::Stopping:
-        state = tr("stopping");
+        state = tr("Stopping");
         break;
     }
     const TimeStampRoad::Totals& totals = m_road->totals();
-    m_streamText->setText(tr("Stream: %1, %2 s of its time    Events: %3    Markers: %4")
+    m_streamText->setText(tr("%1. Stream's time: %2 s    Events: %3    Markers: %4")
                               .arg(state)
                               .arg(double(totals.time) * controller::scale::clockPeriod * 1e-12, 0, 'f', 1)
                               .arg(totals.events)
@@ -377,6 +391,9 @@ QString TimeStampPanel::problemText() const
 {
     const TimeStampRoad::Totals& totals = m_road->totals();
     QStringList texts;
+    if (!m_road->endText().isEmpty()) texts += tr("The stream has ended: %1").arg(m_road->endText());
+    if (m_road->divider() != m_fields[Divider]->getValue())
+        texts += tr("Divider in use: %1").arg(m_road->divider());
     const std::pair<QString, std::uint64_t> counts[] = {
         {tr("Lost by overflow: %1"), totals.decoded.lost},
         {tr("Ordering errors: %1"), totals.decoded.orderingErrors},
@@ -464,24 +481,15 @@ void TimeStampPanel::applyColours()
 
 void TimeStampPanel::saveHistogram()
 {
-    const QString path = QFileDialog::getSaveFileName(this, tr("Save"), QStringLiteral("histogram.csv"),
-                                                      tr("Histograms (*.csv)"));
-    if (path.isEmpty()) return;
-    const SaveResult result = m_console->saveHistogram(path);
-    if (!result.ok) QMessageBox::warning(this, tr("Save"), result.text);
+    askForFile(this, tr("Save"), QStringLiteral("histogram.csv"), tr("Histograms (*.csv)"),
+               [this](const QString& path) { showFailure(this, m_console->saveHistogram(path)); });
 }
 
 void TimeStampPanel::toggleEventLog()
 {
-    SaveResult result{true, QString()};
-    if (m_console->isLoggingEvents()) {
-        result = m_console->stopEventLog();
-    } else {
-        const QString path = QFileDialog::getSaveFileName(
-            this, tr("Save events"), QStringLiteral("timestamps.csv"), tr("Events (*.csv)"));
-        if (!path.isEmpty()) result = m_console->startEventLog(path);
-    }
-    if (!result.ok) QMessageBox::warning(this, tr("Save"), result.text);
+    if (m_console->isLoggingEvents()) return m_console->stopEventLog();
+    askForFile(this, tr("Save events"), QStringLiteral("timestamps.csv"), tr("Events (*.csv)"),
+               [this](const QString& path) { showFailure(this, m_console->startEventLog(path)); });
 }
 
 } // namespace bench

@@ -3,6 +3,7 @@
 #include "repaintgate.h"
 #include "timestamproad.h"
 
+#include <QTimer>
 #include <QVector>
 #include <QWidget>
 
@@ -56,7 +57,8 @@ public:
     /// What the fields say.
     TimeStampSettings settings() const;
     /// Fills the fields, which takes effect as if they were entered.
-    void setSettings(const TimeStampSettings& settings);
+    /// `isKept`: and as if it were the operator's choice, which the store keeps.
+    void setSettings(const TimeStampSettings& settings, bool isKept = true);
 
     /// Brings everything up to date, also where it is not seen.
     void refreshNow();
@@ -78,7 +80,8 @@ private:
     QLayout* makePair(int first, int second);
     void setValue(int which, qint64 value);
     void chooseFormat();
-    void apply();
+    void apply(bool isKept = true);
+    void setTabOrders();
     void updateState();
     void updateTexts();
     void repaintNow();
@@ -98,7 +101,10 @@ private:
     QCheckBox* m_logBox = nullptr;
     QPushButton* m_start = nullptr;
     QPushButton* m_stop = nullptr;
+    QPushButton* m_clearButton = nullptr;
+    QPushButton* m_histogramButton = nullptr;
     QPushButton* m_eventsButton = nullptr;
+    QTimer m_ageTimer;
     HistogramPlot* m_plot = nullptr;
     RateTable* m_table = nullptr;
     QLabel* m_streamText = nullptr;

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <limits>
 #include <numeric>
 #include <utility>
 #include <vorelutil/trace/tracelog.h>
@@ -19,6 +20,8 @@ namespace {
 constexpr std::size_t headerBytes = 20;
 constexpr std::int64_t eventsPerPart = 1000000; ///< that may be decoded before events are handled
 constexpr int largestSortedDivider = 16383;     ///< more virtual events could fill the memory
+constexpr int staleMilliseconds = 1000;         ///< without a packet, or with the stream's time at rest
+constexpr double unknown = std::numeric_limits<double>::quiet_NaN();
 constexpr int mostBins = 100000;
 
 bool isSorted(const timestamps::Settings& settings)
@@ -139,7 +142,9 @@ bool TimeStampRoad::canStop() const
 void TimeStampRoad::stop()
 {
     if (!canStop()) return;
+    drain();
     m_waiting.clear();
+    m_rateRequest = 0;
     m_accepting = false;
     setState(State::Stopping);
     if (!requestStop()) fail(tr("the request to stop could not be sent"));
@@ -148,7 +153,10 @@ void TimeStampRoad::stop()
 /// Ends what the controller streams, so that the stream that follows is seen from its beginning.
 void TimeStampRoad::prepare()
 {
+    drain();
+    m_endText.clear();
     m_waiting.clear();
+    m_rateRequest = 0;
     m_accepting = false;
     m_strayStream = false;
     renewDecoder();
@@ -176,10 +184,17 @@ void TimeStampRoad::onAcknowledged(int number, int reason, int /*value*/)
 {
     if (number == m_rateRequest) {
         m_rateRequest = 0;
-        if (reason != controller::reasonOk)
+        if (reason != controller::reasonOk) {
             emit message(tr("the controller refused another rate of time stamps: %1")
                              .arg(QLatin1String(tracePrintReason(reason))),
                          true);
+            return;
+        }
+        renewHistogram();
+        beginRates();
+        emit message(tr("Time stamps: %1 events per second, the histogram is cleared").arg(m_settings.rate),
+                     false);
+        emit changed();
         return;
     }
     if (!m_waiting.contains(number)) return;
@@ -226,6 +241,7 @@ void TimeStampRoad::onLinkState()
 {
     if (m_link->state() == ControllerLink::Connected) return;
     m_strayStream = false;
+    drain();
     if (isIdle()) return;
     if (m_link->state() == ControllerLink::Off) // the operator has closed it
         fail(tr("the controller did not confirm that it stopped"));
@@ -244,6 +260,8 @@ void TimeStampRoad::goIdle()
 
 void TimeStampRoad::fail(const QString& text)
 {
+    drain();
+    m_endText = text;
     goIdle();
     emit failed(text);
 }
@@ -261,7 +279,9 @@ void TimeStampRoad::onTold(const TelegramView& telegram)
         try {
             decode(telegram);
         } catch (const std::exception&) { // of the allocator
-            renewDecoder();               // gives back what waits
+            m_decoding = nullptr;
+            m_accepting = false;
+            renewDecoder(); // gives back what waits
             m_link->set(controller::timeStampFormat, controller::timeStampsOff);
             fail(tr("there is no memory for the time stamps"));
         }
@@ -293,15 +313,41 @@ void TimeStampRoad::decode(const TelegramView& telegram)
         decoder->decode(telegram.bytes + headerBytes + 4 * done, 4 * count, m_sink);
         m_decoding = nullptr;
         done += count;
+        m_sincePacket.start();
+        if (m_decoder != decoder) return;
+        countDecoded();
+        tellFaults();
         if (done < telegram.wordCount) emit partDecoded();
     }
     if (m_decoder != decoder) return;
-    m_totals.decoded = since(m_base, decoder->summary());
+    measureRates();
+    emit changed();
+}
+
+/// Brings the totals to where the histogram is.
+void TimeStampRoad::countDecoded()
+{
+    m_totals.decoded = since(m_base, m_decoder->summary());
     m_totals.events = sum(m_totals.decoded.channels);
     m_totals.markers = sum(m_totals.decoded.markers);
-    m_totals.time = decoder->time();
-    measureRates();
-    tellFaults();
+    m_totals.time = m_decoder->time();
+}
+
+/// The stream, or this decoder's part of it, is over: what waits for earlier events comes out. The decoder is
+/// not used again.
+void TimeStampRoad::drain()
+{
+    if (!m_accepting || m_decoding != nullptr || m_drained == m_decoder) return;
+    const std::shared_ptr<timestamps::StreamDecoder> decoder = m_drained = m_decoder;
+    m_decoding = decoder.get();
+    try {
+        decoder->finish(m_sink);
+    } catch (const std::exception&) { // of the allocator
+        emit message(tr("Time stamps: there is no memory for the last ones"), true);
+    }
+    m_decoding = nullptr;
+    if (m_decoder != decoder) return;
+    countDecoded();
     emit changed();
 }
 
@@ -320,11 +366,13 @@ void TimeStampRoad::clear()
     m_totals.time = m_decoder->time();
     m_faults = {};
     m_histogram->clear();
+    beginRates();
     emit changed();
 }
 
 void TimeStampRoad::renewDecoder()
 {
+    drain();
     timestamps::Settings settings = m_settings.decoder;
     if (isSorted(settings) && makesVirtualEvents(settings) && settings.divider > largestSortedDivider) {
         settings.divider = largestSortedDivider;
@@ -332,13 +380,12 @@ void TimeStampRoad::renewDecoder()
                      true);
     }
     m_decoder = std::make_shared<timestamps::StreamDecoder>(settings);
+    m_drained.reset();
+    m_divider = settings.divider;
     m_base = Summary();
     m_totals = Totals();
     m_faults = {};
-    m_rateCounts = {};
-    m_rateTime = 0;
-    m_rates = {};
-    m_ratesWhole = false;
+    beginRates();
     renewHistogram();
     emit changed();
 }
@@ -364,30 +411,64 @@ TimeStampRoad::Counts TimeStampRoad::countsOf(const Summary& summary)
     return counts;
 }
 
+/// None are known until a window has passed some time.
+void TimeStampRoad::beginRates()
+{
+    m_rateClock.invalidate();
+    m_rates.fill(unknown);
+    m_ratesWhole = false;
+}
+
+void TimeStampRoad::beginRateWindow(const Counts& counts, qint64 now)
+{
+    m_rateCounts = counts;
+    m_rateTime = now;
+    m_rateClock.start();
+}
+
+/// In the stream's time. Several formats tell that by events alone: where it rests, real time counts.
 void TimeStampRoad::measureRates()
 {
     const qint64 now = m_decoder->time();
-    const qint64 passed = now - m_rateTime;
-    const bool isWhole = passed >= rateClocks;
-    if (passed <= 0 || (m_ratesWhole && !isWhole)) return;
-    const double seconds = double(passed) * controller::scale::clockPeriod * 1e-12;
     const Counts counts = countsOf(m_decoder->summary());
+    const bool goesBack = m_rateClock.isValid() && now < m_rateTime;
+    if (!m_rateClock.isValid() || goesBack) {
+        // What came before the first packet is not known, nor how long ago it began.
+        if (now == 0 && !goesBack) return;
+        m_lastTime = now;
+        m_sinceMoved.start();
+        beginRateWindow(counts, now);
+        return;
+    }
+    const bool moved = std::exchange(m_lastTime, now) != now;
+    if (moved) m_sinceMoved.start();
+    const qint64 passed = now - m_rateTime;
+    const bool rests = m_sinceMoved.hasExpired(staleMilliseconds);
+    const bool isWhole = rests || passed >= rateClocks;
+    if (!isWhole && (m_ratesWhole || passed == 0)) return;
+    const double seconds = rests ? double(m_rateClock.elapsed()) * 1e-3
+                                 : double(passed) * controller::scale::clockPeriod * 1e-12;
     for (std::size_t i = 0; i < counts.size(); ++i)
         m_rates[i] = double(counts[i] - m_rateCounts[i]) / seconds;
     if (!isWhole) return;
     m_ratesWhole = true;
-    m_rateCounts = counts;
-    m_rateTime = now;
+    if (rests) m_sinceMoved.start();
+    beginRateWindow(counts, now);
+}
+
+bool TimeStampRoad::isMeasuring() const
+{
+    return m_accepting && m_sincePacket.isValid() && !m_sincePacket.hasExpired(staleMilliseconds);
 }
 
 double TimeStampRoad::channelRate(int channel) const
 {
-    return m_rates[std::size_t(channel)];
+    return isMeasuring() ? m_rates[std::size_t(channel)] : unknown;
 }
 
 double TimeStampRoad::markerRate(int marker) const
 {
-    return m_rates[std::size_t(timestamps::channelCount) + std::size_t(marker)];
+    return channelRate(timestamps::channelCount + marker);
 }
 
 /// Each kind when it begins, and again when it comes back after a pause.

@@ -62,16 +62,18 @@ public:
     explicit TimeStampRoad(ControllerLink* link, QObject* parent = nullptr);
     ~TimeStampRoad() override;
 
-    /// Another format begins the stream anew, another rate is sent. Another offset, divider or start period
-    /// begins a new decoder and clears everything; what concerns the histogram alone clears that. Told
-    /// through `message` while a stream runs. Values are brought within their ranges.
+    /// Another format begins the stream anew. Another offset, divider or start period begins a new decoder
+    /// and clears everything; what concerns the histogram alone clears that. Another rate is sent, and clears
+    /// the histogram when it is confirmed. Told through `message` while a stream runs. Values are brought
+    /// within their ranges.
     void setSettings(const TimeStampSettings& settings);
     const TimeStampSettings& settings() const { return m_settings; }
 
     /// False when the link is not connected or a stream is running.
     bool start();
-    /// Nothing more is decoded; `stopped` follows when the controller has confirmed, else `failed`. Ends what
-    /// the controller streams for nobody, too. Nothing happens when there is nothing to stop.
+    /// What waits in the order of time comes out, and nothing more is decoded; `stopped` follows when the
+    /// controller has confirmed, else `failed`. Ends what the controller streams for nobody, too. Nothing
+    /// happens when there is nothing to stop.
     void stop();
     /// Counts, rates, histogram and faults begin anew; the stream goes on.
     void clear();
@@ -80,6 +82,10 @@ public:
     bool isIdle() const { return m_state == State::Idle; }
     /// There is something to stop.
     bool canStop() const;
+    /// Why the last stream ended, or did not begin, if nobody stopped it; else empty. For people.
+    const QString& endText() const { return m_endText; }
+    /// The divider that the decoder has; with offsets it can be less than what was set.
+    int divider() const { return m_divider; }
 
     /// What came since the start, the last change of a decoder's setting, or `clear`.
     struct Totals
@@ -91,7 +97,9 @@ public:
         qint64 time = 0; ///< of the stream, in clock periods
     };
     const Totals& totals() const { return m_totals; }
-    /// Events per second of the stream's own time, over its last half second, or over what there is.
+    /// Events per second of the stream's own time, over its last half second, or over what there is; while
+    /// that time rests, per second of real time. NaN when nothing is measured: without a stream, when no
+    /// packet has come for 1 s, and at the beginning.
     double channelRate(int channel) const;
     double markerRate(int marker) const;
 
@@ -131,15 +139,20 @@ private:
     void setState(State state);
 
     void decode(const controller::TelegramView& telegram);
+    void countDecoded();
+    void drain();
     void take(const PpTimest* events, std::size_t count);
     void renewDecoder();
     void renewHistogram();
-    void measureRates();
     void tellFaults();
 
     /// Counts by channel, then by marker.
     using Counts = std::array<std::uint64_t, timestamps::channelCount + timestamps::markerCount>;
     static Counts countsOf(const timestamps::Summary& summary);
+    void beginRates();
+    void beginRateWindow(const Counts& counts, qint64 now);
+    void measureRates();
+    bool isMeasuring() const;
     std::size_t wordsPerPart() const;
 
     struct Fault
@@ -156,17 +169,24 @@ private:
     QHash<int, QString> m_waiting; ///< requests without an answer: number to what was asked, in words
     int m_rateRequest = 0;         ///< number of the request for another rate while the stream runs
     QTimer m_confirmTimer;
+    QString m_endText;
 
     std::shared_ptr<timestamps::StreamDecoder> m_decoder;
     const timestamps::StreamDecoder* m_decoding = nullptr; ///< that hands over events
+    std::shared_ptr<timestamps::StreamDecoder> m_drained;  ///< the decoder, once it was
+    int m_divider = 1;
     timestamps::StreamDecoder::Sink m_sink;
     std::unique_ptr<timestamps::StartStopHistogram> m_histogram;
     Totals m_totals;
     timestamps::Summary m_base; ///< of the decoder, when it was cleared
     std::uint64_t m_events = 0;
     std::uint64_t m_faultCount = 0;
-    Counts m_rateCounts = {}; ///< at `m_rateTime`
+    QElapsedTimer m_sincePacket;
+    QElapsedTimer m_rateClock; ///< since the window began; invalid: there is none yet
+    Counts m_rateCounts = {};  ///< at `m_rateTime`, when it began
     qint64 m_rateTime = 0;
+    qint64 m_lastTime = 0;      ///< of the stream, at the last packet
+    QElapsedTimer m_sinceMoved; ///< since that time changed
     std::array<double, std::tuple_size<Counts>::value> m_rates = {};
     bool m_ratesWhole = false; ///< over a whole window
     std::array<Fault, 4> m_faults;
