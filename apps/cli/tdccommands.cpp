@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <CLI/CLI.hpp>
+#include <filesystem>
 
 namespace cli {
 
@@ -43,6 +44,14 @@ void addOutput(CLI::App& command, const std::string& name, std::string* file, co
         *file = text;
     };
     command.add_option_function<std::string>(name, take, help);
+}
+
+void refuseSameFile(const std::string& in, const std::string& out, const std::string& option)
+{
+    std::error_code error;
+    if (in == "-" || out == "-" || !std::filesystem::is_regular_file(in, error)) return;
+    if (std::filesystem::equivalent(in, out, error))
+        throw CLI::ValidationError(option, "IN and OUT are the same file, " + in);
 }
 
 } // namespace cli

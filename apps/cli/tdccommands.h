@@ -16,6 +16,9 @@ void addFormat(CLI::App& command, const std::vector<std::string>& names, timesta
 /// Adds the option `name` of a file to write.
 void addOutput(CLI::App& command, const std::string& name, std::string* file, const std::string& help);
 
+/// Throws the parser's error if the command line's OUT is the file IN, under whatever name.
+void refuseSameFile(const std::string& in, const std::string& out, const std::string& option = "-o");
+
 /// Each adds its command to `tdc`.
 void addTdcDecode(CLI::App& tdc, Work* work);
 void addTdcEncode(CLI::App& tdc, Work* work);

@@ -8,7 +8,9 @@
 #include <cstdio>
 #include <limits>
 #include <memory>
+#include <numeric>
 #include <QString>
+#include <string_view>
 #include <vorelutil/trace/error.h>
 
 namespace cli {
@@ -81,6 +83,24 @@ void tell(const timestamps::Summary& summary, Format format)
     line("Words before the first high word", summary.wordsBeforeHigh);
     line("Ordering errors", summary.orderingErrors);
     line("Cut bytes", summary.cutBytes);
+    const auto sum = [](const auto& counts) {
+        return std::accumulate(counts.begin(), counts.end(), std::uint64_t{0});
+    };
+    const std::uint64_t dropped = summary.wordsBeforeHigh + summary.orderingErrors;
+    if (summary.words > 0 && sum(summary.channels) + sum(summary.markers) == 0)
+        diagnose("Note", "no event was decoded: is the format right?");
+    else if (dropped > summary.words / 100)
+        diagnose("Note", "more than 1 % of the words were dropped: is the format right?");
+}
+
+/// Throws `FormatError` if the input begins as a file of another kind does.
+void refuseOtherFiles(const std::vector<char>& piece, std::size_t size, const std::string& name)
+{
+    constexpr std::pair<std::string_view, const char*> kinds[] = {
+        {"\x93NUMPY", "a NumPy file"}, {"time,channel", "CSV of events"}, {"\x89PNG\r\n", "a picture"}};
+    for (const auto& [signature, kind] : kinds)
+        if (std::string_view(piece.data(), size).substr(0, signature.size()) == signature)
+            throw FormatError(std::string("this is ") + kind + ", not packet words", name);
 }
 
 /// Decodes all of the input, a batch of events at a time to `sink`.
@@ -89,8 +109,10 @@ timestamps::Summary decodeAll(const DecodeArguments& arguments, const timestamps
     InputStream in(arguments.in, arguments.out != "-" || !isTerminal(stdout));
     timestamps::StreamDecoder decoder(arguments.settings);
     std::vector<char> piece(eventsAtOnce * sizeof(std::uint32_t));
-    while (const std::size_t count = in.read(piece.data(), piece.size()))
+    for (bool first = true; const std::size_t count = in.read(piece.data(), piece.size()); first = false) {
+        if (first) refuseOtherFiles(piece, count, in.name());
         decoder.decode(piece.data(), count, sink);
+    }
     decoder.finish(sink);
     return decoder.summary();
 }
@@ -150,6 +172,7 @@ void addTdcDecode(CLI::App& tdc, Work* work)
         *command, "-o", &arguments->out,
         "Events: a NumPy file if the name ends with .npy, else CSV; -, the default, is standard output");
     command->callback([arguments, command, work] {
+        refuseSameFile(arguments->in, arguments->out);
         arguments->settings.markerMask = std::uint32_t(arguments->markers);
         arguments->settings.divider = std::int32_t(arguments->divider);
         arguments->notes =

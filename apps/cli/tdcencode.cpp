@@ -52,7 +52,10 @@ void addTdcEncode(CLI::App& tdc, Work* work)
     command->add_option("IN", arguments->in, "CSV with the header time,channel; - is standard input")
         ->required();
     addOutput(*command, "-o", &arguments->out, "Packet words; -, the default, is standard output");
-    command->callback([arguments, work] { *work = [arguments] { return encode(*arguments); }; });
+    command->callback([arguments, work] {
+        refuseSameFile(arguments->in, arguments->out);
+        *work = [arguments] { return encode(*arguments); };
+    });
 }
 
 } // namespace cli

@@ -5,6 +5,7 @@
 #include "tdccommands.h"
 #include "terminal.h"
 
+#include <array>
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <limits>
@@ -56,20 +57,38 @@ void writePicture(const std::vector<std::uint64_t>& counts, const HistogramArgum
     out.write(bytes.constData(), std::size_t(bytes.size()));
 }
 
+/// "channels 1 to 5, 100"
+std::string channelsOf(const std::array<bool, 256>& present)
+{
+    std::string text;
+    for (std::size_t first = 0; first < present.size(); ++first) {
+        if (!present[first]) continue;
+        std::size_t last = first;
+        while (last + 1 < present.size() && present[last + 1]) ++last;
+        text += (text.empty() ? "channels " : ", ") + std::to_string(first);
+        if (last > first) text += " to " + std::to_string(last);
+        first = last;
+    }
+    return text.empty() ? "no events" : text;
+}
+
 int histogram(const HistogramArguments& arguments)
 {
     timestamps::StartStopHistogram histogram(std::uint8_t(arguments.start), std::uint8_t(arguments.stop),
                                              arguments.binWidth, std::size_t(arguments.bins));
     OutputStream out(arguments.out); // both before the reading, which may take long
     std::optional<OutputStream> picture;
+    std::array<bool, 256> present = {}; // channels
     if (!arguments.png.empty()) picture.emplace(arguments.png);
     {
         InputStream in(arguments.in, true);
         timestamps::EventCsvReader reader([&](void* data, std::size_t size) { return in.read(data, size); },
                                           in.name());
         std::vector<PpTimest> events(eventsAtOnce);
-        while (const std::size_t count = reader.read(events.data(), events.size()))
+        while (const std::size_t count = reader.read(events.data(), events.size())) {
             histogram.add(events.data(), count);
+            for (std::size_t i = 0; i < count; ++i) present[events[i].channel] = true;
+        }
     }
     histogram.settle();
     writeCsv(histogram.counts(), out);
@@ -82,6 +101,9 @@ int histogram(const HistogramArguments& arguments)
     diagnose("Stops beyond the last bin", std::to_string(histogram.beyond()));
     diagnose("Stops before the first start", std::to_string(histogram.withoutStart()));
     diagnose("Stops too far out of order", std::to_string(histogram.late()));
+    if (histogram.starts() == 0)
+        diagnose("Note", "no start on channel " + std::to_string(arguments.start) + "; the input has " +
+                             channelsOf(present));
     return exitDone;
 }
 
@@ -93,7 +115,8 @@ void addTdcHistogram(CLI::App& tdc, Work* work)
     auto arguments = std::make_shared<HistogramArguments>();
     CLI::App* const command =
         tdc.add_subcommand("histogram", "How many stops came how long after the latest start.");
-    addNumber(*command, "--start", 0, 255, &arguments->start, "Channel, or marker code, of the starts")
+    addNumber(*command, "--start", 0, 255, &arguments->start,
+              "Channel, or marker code, of the starts (the converter's own: 0; format 60: 5)")
         ->required();
     addNumber(*command, "--stop", 0, 255, &arguments->stop, "Channel, or marker code, of the stops")
         ->required();
@@ -108,6 +131,8 @@ void addTdcHistogram(CLI::App& tdc, Work* work)
     command->callback([arguments, work] {
         if (arguments->png == "-" && arguments->out == "-")
             throw CLI::ValidationError("--png", "standard output takes the CSV; name a file for one of them");
+        refuseSameFile(arguments->in, arguments->out);
+        refuseSameFile(arguments->in, arguments->png, "--png");
         const auto place = [](const std::string& name) {
             return QDir::cleanPath(QFileInfo(QFile::decodeName(name.c_str())).absoluteFilePath());
         };

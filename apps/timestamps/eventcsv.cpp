@@ -11,6 +11,7 @@ namespace timestamps {
 namespace {
 
 constexpr std::string_view header = "time,channel";
+constexpr std::string_view numpyMagic = "\x93NUMPY";
 constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF";
 constexpr std::size_t bufferSize = std::size_t(256) * 1024; ///< of the reader: also the longest line
 constexpr std::size_t longestLine = 32;                     ///< of an event
@@ -62,6 +63,8 @@ std::size_t EventCsvReader::read(PpTimest* events, std::size_t capacity)
         const bool any = nextLine(&line, &end);
         std::string_view text(line, static_cast<std::size_t>(end - line));
         if (text.substr(0, byteOrderMark.size()) == byteOrderMark) text.remove_prefix(byteOrderMark.size());
+        if (text.substr(0, numpyMagic.size()) == numpyMagic)
+            throw FormatError("this is a NumPy file; CSV with the header \"time,channel\" is needed", m_name);
         if (!any || text != header) fail(text.data(), end, m_line, "is not the header \"time,channel\"");
     }
     std::size_t count = 0;

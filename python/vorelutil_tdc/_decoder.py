@@ -35,6 +35,9 @@ _FREE = {"56": 1.0, "52": 1.0, "52x": 1.0, "60": 1.5, "60b": 4 / 3}  # most even
 _CARRIER = 9  # markers that one event of format 60 may stand for
 
 
+_OTHER_FILES = {b"\x93NUMPY": "a NumPy file", b"time,channel": "CSV of events", b"\x89PNG\r\n": "a picture"}
+
+
 @dataclass
 class Summary:
     """What a `Decoder` has counted since it was made."""
@@ -425,6 +428,9 @@ def _iterate(decoder: Decoder, source: Source, chunk: int) -> Iterator[np.ndarra
 def _chunks(source: Source, chunk: int) -> Iterator[Data]:
     if isinstance(source, (str, os.PathLike)):
         with open(source, "rb") as file:
+            for signature, kind in _OTHER_FILES.items():
+                if file.peek(len(signature)).startswith(signature):
+                    raise ValueError(f"{os.fspath(source)} is {kind}, not packet words")
             yield from _chunks(file, chunk)
     elif hasattr(source, "read"):
         while data := source.read(chunk):

@@ -34,6 +34,9 @@ class Instance:
 
 
 def format_name(format: Union[str, int], known: tuple[str, ...] = FORMATS) -> str:
+    if not isinstance(format, (str, int)):
+        text = f"format of type {type(format).__name__}: the data come first, then the name of a format"
+        raise ValueError(text)
     name = str(format)
     if name not in known:
         raise ValueError(f"format {format!r} is unknown: one of {', '.join(known)} is needed")
@@ -73,11 +76,14 @@ def as_bytes(data: Data) -> np.ndarray:
     try:
         array = np.asarray(data if isinstance(data, np.ndarray) else memoryview(data))
     except TypeError:
-        raise ValueError(f"data of type {type(data).__name__}: bytes or a NumPy array is needed") from None
+        text = f"data of type {type(data).__name__}: bytes or a NumPy array is needed"
+        if isinstance(data, str):
+            text += "; iter_decode takes a file's name"
+        raise ValueError(text) from None
     if array.ndim != 1:
         raise ValueError(f"data of {array.ndim} dimensions: one is needed")
     if array.dtype.kind != "u" or array.itemsize not in (1, 4):
-        raise ValueError(f"data of dtype {array.dtype}: uint32 words or uint8 bytes are needed")
+        raise ValueError(f"data of dtype {array.dtype}: uint32 words or uint8 bytes are needed (np.fromfile(name, '<u4'))")
     return np.ascontiguousarray(array, "<u4" if array.itemsize == 4 else "u1").view("u1")
 
 

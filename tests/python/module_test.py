@@ -61,6 +61,10 @@ with tempfile.TemporaryDirectory() as folder:
     with open(options.source + "/docs/reading-time-stamps-in-python.md", encoding="utf-8") as page:
         code = "\n".join(re.findall(r"```python\n(.*?)```", page.read(), re.S))
     run(python, "-c", code, env=environment)
+    pasted = subprocess.run(
+        [python, "-i"], input=code, env=environment, cwd=folder, stderr=subprocess.PIPE, text=True
+    )
+    assert "Error" not in pasted.stderr, pasted.stderr
 
     if os.path.exists(folder + "/prefix/bin/vorel"):  # the applications are built too
         pages = glob.glob(options.source + "/docs/formats/tdc-*.md")
