@@ -52,12 +52,13 @@ TEST_F(TimeStamps, ReadBackAsTheyWere)
     }
     const Result encoded = run("tdc encode --format 56 -", "time,channel\n1,7\n2,0\n");
     EXPECT_EQ(encoded.out, QByteArray("\0\0\0\x10\1\0\0\xE0\2\0\0\0", 12));
+    const QByteArray doubt = "vorel: Note: more than 1 % of the words were dropped: is the format right?\n";
     const QByteArray two = "vorel: Channel 0: 1\nvorel: Channel 7: 1\n";
     // clang-format off
     expectRows({
-        {"tdc decode --format 56 -", 0, "time,channel\n1,7\n2,0\n", summary("Words: 4", two, "1", "0", "3")},
-        {"tdc decode --format 56 --offsets 0,0,0,0,0,0,0,-0x2 -", 0, "time,channel\n-1,7\n2,0\n", summary("Words: 4", two, "1", "0", "3")},
-        {"tdc decode --format 60 -", 0, "time,channel\n", summary("Words: 4", "", "0", "1", "7")},
+        {"tdc decode --format 56 -", 0, "time,channel\n1,7\n2,0\n", summary("Words: 4", two, "1", "0", "3") + doubt},
+        {"tdc decode --format 56 --offsets 0,0,0,0,0,0,0,-0x2 -", 0, "time,channel\n-1,7\n2,0\n", summary("Words: 4", two, "1", "0", "3") + doubt},
+        {"tdc decode --format 60 -", 0, "time,channel\n", summary("Words: 4", "", "0", "1", "7") + "vorel: Note: no event was decoded: is the format right?\n"},
     }, {}, QByteArray(4, '\1').replace(3, 1, "\0", 1) + encoded.out + "abc");
     // clang-format on
 }
@@ -67,6 +68,7 @@ TEST_F(TimeStamps, TellWhatHasNoEffectAndWhatIsWrong)
     const QByteArray usage = "vorel: Usage: ", help = " (try --help)\n", note = "vorel: Note: ";
     const QByteArray none = summary("Words: 0", ""), noBytes = summary("Bytes: 0", ""),
                      header = "time,channel\n";
+    write("in.csv", header + "1,0\n7,1\n6,0\n");
     // clang-format off
     expectRows({
         {"tdc decode --format 52x --markers 1 --offsets 0,0,0,0,0,0,0,0 --divider 2 --start-period 9 -", 0, header,
@@ -84,8 +86,11 @@ TEST_F(TimeStamps, TellWhatHasNoEffectAndWhatIsWrong)
         {"tdc decode --format 56 --offsets 1,2,3,4,5,6,7 -", 2, "", usage + "--offsets: \"1,2,3,4,5,6,7\" is no list of eight 32-bit numbers O0,...,O7" + help},
         {"tdc decode --format 56 --offsets 1,2,3,4,5,6,7,2147483648 -", 2, "", usage + "--offsets: \"1,2,3,4,5,6,7,2147483648\" is no list of eight 32-bit numbers O0,...,O7" + help},
         {"tdc histogram --start 0 --stop 1 --bin 1 --bins 2 --png - -", 2, "", usage + "--png: standard output takes the CSV; name a file for one of them" + help},
-        {"tdc decode --format 56 " + path("missing"), 1, "", "vorel: I/O error: Can't open file " + path("missing") + " for reading\n"},
-        {"tdc decode --format 56 " + path("."), 1, "", "vorel: I/O error: Can't open file " + path(".") + " for reading\n"},
+        {"tdc decode --format 56 " + path("missing"), 1, "", "vorel: I/O error: Can't open file " + path("missing") + " for reading: No such file or directory\n"},
+        {"tdc decode --format 56 " + path("."), 1, "", "vorel: I/O error: Can't open file " + path(".") + " for reading: file to open is a directory\n"},
+        {"tdc encode --format 56 -o " + path("in.csv") + ' ' + path("in.csv"), 2, "", usage + "-o: IN and OUT are the same file, " + path("in.csv") + help},
+        {"tdc decode --format 56 " + path("in.csv"), 1, "", "vorel: Format Error: " + path("in.csv") + ": this is CSV of events, not packet words\n"},
+        {"tdc histogram --start 0 --stop 1 --bin 1 --bins 2 -o x --png ./x -", 2, "", usage + "--png: that file takes the CSV; name another one" + help},
         {"tdc decode --format 56 -o /dev/full -", 1, "", "vorel: I/O error: cannot write /dev/full: No space left on device\n"},
         {"tdc decode --format 56 -o /nonexistent/x.npy -", 1, "", "vorel: I/O error: cannot write /nonexistent/x.npy: No such file or directory\n"},
         {"tdc encode --format 60b -", 1, "", note + "format 60b, in the form in which it is written, does not read back\n"
@@ -98,11 +103,20 @@ TEST_F(TimeStamps, TellWhatHasNoEffectAndWhatIsWrong)
                  ": a .npy file begins with its length, which is not known before its end\n"}});
     reader.waitForFinished();
     // What was there stays, and nothing is left beside it.
-    write("in.csv", header + "1,0\n7,1\n6,0\n");
     write("out", "before");
     expectRows({{"tdc encode --format 56 " + path("in.csv") + " -o " + path("out"), 1, "", "vorel: Format Error: " + path("in.csv") +
                  ":4: time 6 comes after 7, and the format knows no way back\n"}});
     // clang-format on
+    const QByteArray full = "vorel: I/O error: cannot write " + path("out") + ": File too large\n";
+    const std::pair<QByteArray, QByteArray> limits[] = {{"trap '' XFSZ", full}, {"true", ""}};
+    for (const auto& [trap, told] : limits) { // a disk that fills; a signal that ends the process
+        const QByteArray shell = trap + "; ulimit -f 1; exec '" + QFile::encodeName(vorel) +
+                                 "' tdc histogram --start 0 --stop 1 --bin 1 --bins 999 -o '" + path("out") +
+                                 "' '" + path("in.csv") + "' 2>'" + path("told") + "'";
+        EXPECT_NE(::system(shell.constData()), 0);
+        EXPECT_EQ(read("told"), told);
+    }
+    QFile::remove(dir.filePath(QStringLiteral("told")));
     EXPECT_EQ(read("out"), "before");
     EXPECT_EQ(QDir(dir.path()).entryList(QDir::Files), QStringList({"in.csv", "out"}));
 }
@@ -133,7 +147,8 @@ TEST_F(TimeStamps, BecomeHistogramAndPicture)
     expectRows(
         {{"tdc histogram --start 0 --stop 1 --bin 5 --bins 2 " + path("in.csv") + " --png " + path("h.png"),
           0, "bin,count\n0,3\n1,1\n",
-          "vorel: Starts: 2\nvorel: Stops: 6\nvorel: Stops beyond the last bin: 1\n"
+          "vorel: Starts: 2\nvorel: Starts too far out of order: 0\nvorel: Stops: 6\nvorel: Stops beyond the "
+          "last bin: 1\n"
           "vorel: Stops before the first start: 1\nvorel: Stops too far out of order: 0\n"}});
     const QImage image(dir.filePath(QStringLiteral("h.png")));
     ASSERT_EQ(image.size(), QSize(1000, 600));

@@ -73,6 +73,12 @@ TEST(Histogram, SortsWithinItsWindow)
     EXPECT_EQ(histogram.late(), 1U);
     EXPECT_EQ(histogram.starts(), 200000U);
     EXPECT_EQ(histogram.stops(), 170002U);
+    Events again = {{77, 1, {}}}; // a start that comes too late helps no stop
+    again.insert(again.end(), 20, {80, 2, {}});
+    histogram.add(again.data(), again.size());
+    histogram.settle();
+    EXPECT_EQ(histogram.late(), 21U);
+    EXPECT_EQ(histogram.lateStarts(), 1U);
     histogram.clear();
     histogram.add(late.data(), late.size());
     histogram.settle();

@@ -177,7 +177,16 @@ TEST(StreamDecoder, MakesAllVirtualEventsOfARecord)
             EXPECT_EQ(events.back(), (PpTimest{1501000, 5, {}}));
         }
     }
-    Settings settings; // a record may pass through time 0
+    Settings settings; // markers come 4097 behind their carrier, after events between
+    settings.format = Format::F60;
+    settings.offsets[7] = 1;
+    const auto one = [](std::uint32_t delta) { return delta | 1U << 30; };
+    const Events sorted = decoded(settings,
+                                  bytesOf({9000, 1U << 31, one(2000), 3U << 30, one(600),
+                                           15U << 28 | 1U << 27, one(2497), 6U << 27 | 3U << 30}),
+                                  8);
+    EXPECT_EQ(sorted, (Events{{10000, 100, {}}, {11000, 0, {}}}));
+    settings = {}; // a record may pass through time 0
     settings.format = Format::F60;
     settings.divider = 16383;
     EXPECT_EQ(decoded(settings,

@@ -111,10 +111,11 @@ TEST(EventCsv, ReadsWhatItWritesAndNamesBadLines)
     writer.write(events.data(), events.size());
     writer.finish();
     for (const std::size_t piece : {1U, 1000000U}) EXPECT_TRUE(readAll(text, piece) == events);
-    EXPECT_EQ(readAll("time,channel\r\n1,2\r\n3,4", 7), (Events{{1, 2, {}}, {3, 4, {}}}));
+    EXPECT_EQ(readAll("\xEF\xBB\xBFtime,channel\r\n1,2\r\n3,4\n\r\n\n", 7), (Events{{1, 2, {}}, {3, 4, {}}}));
 
     const std::string header = "time,channel\n",
-                      noEvent = "\" is no event (a 64-bit time, a comma, a channel from 0 to 255)";
+                      noEvent =
+                          "\" is no event (expected TIME,CHANNEL: a 64-bit number, and one from 0 to 255)";
     // clang-format off
     const std::pair<std::string, std::string> rows[] = {
         {"", "1: \"\" is not the header \"time,channel\""}, {"1,2\n", "1: \"1,2\" is not the header \"time,channel\""},
