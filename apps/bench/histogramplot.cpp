@@ -113,7 +113,7 @@ void HistogramPlot::rebuild()
         setAxisScale(yLeft, logBase, std::max(highest * 1.5, leastLog));
     else
         setAxisScale(yLeft, 0.0, std::max(highest * headroom, leastLinear));
-    setAxisName(this, xBottom, unit.title(tr("time after the start")));
+    setAxisName(this, xBottom, unit.title(tr("after the start")));
 }
 
 } // namespace bench

@@ -18,6 +18,7 @@
 #include <QPushButton>
 #include <QVBoxLayout>
 #include <utility>
+#include <vorelutil/algo/prefix.h>
 #include <vorelutil/widgets/inputnormaliser.h>
 #include <vorelutil/widgets/savable.h>
 #include <vorelutil/widgets/unitedit.h>
@@ -162,8 +163,10 @@ UnitEdit* TimeStampPanel::makeField(int which, const bool* selectOnFocus)
     edit->configure(QString::fromUtf8(form.unit), form.prefix, 1.0, 0.0, form.minimum, form.maximum);
     edit->setValue(form.initial);
     edit->setMinimumWidth(fieldWidth);
-    edit->setToolTip(numbered(form.name, which));
-    edit->setAccessibleName(edit->toolTip());
+    const QString name = numbered(form.name, which);
+    const QString unit = algoGetPrintablePrefix(form.prefix) + QString::fromUtf8(form.unit);
+    edit->setAccessibleName(name);
+    edit->setToolTip(tr("%1\n%2 to %3 %4").arg(name).arg(form.minimum).arg(form.maximum).arg(unit).trimmed());
     connect(edit, &UnitEdit::changed, this, [this] { apply(); });
     return edit;
 }
@@ -402,6 +405,9 @@ QString TimeStampPanel::problemText() const
     };
     for (const auto& [text, count] : counts)
         if (count > 0) texts += text.arg(count);
+    if (totals.events > 0 && m_road->settledHistogram().stops() > 0 &&
+        m_road->settledHistogram().starts() == 0)
+        texts += tr("No start on channel %1").arg(m_road->settings().start);
     return texts.join(QStringLiteral("    "));
 }
 

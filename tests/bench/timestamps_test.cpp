@@ -8,11 +8,15 @@
 #include "tests/support/wait.h"
 
 #include <algorithm>
+#include <cmath>
+#include <csignal>
+#include <functional>
 #include <gmock/gmock.h>
 #include <QCheckBox>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTimer>
+#include <sys/resource.h>
 #include <vorelutil/widgets/settingsstore.h>
 #include <vorelutil/widgets/unitedit.h>
 
@@ -112,6 +116,14 @@ TEST_F(TimeStampTest, ShowsTheDecayWhereItBegins)
         EXPECT_EQ(road.totals().markers > 0, row.markers);
         EXPECT_NEAR(road.channelRate(row.stop), row.rate, 15000);
         EXPECT_EQ(panel.table()->item(0, 0)->text(), QString(row.firstRow));
+        for (const bool isCleared : {false, true}) { // rates begin anew, too
+            settings.decoder.offsets[7] = 5;
+            isCleared ? road.clear() : panel.setSettings(settings);
+            EXPECT_TRUE(std::isnan(road.channelRate(row.stop)));
+            const std::uint64_t target = road.eventCount() + 150000;
+            ASSERT_TRUE(eventually([&] { return road.eventCount() >= target; }));
+            EXPECT_NEAR(road.channelRate(row.stop), row.rate, 30000);
+        }
         road.stop();
         ASSERT_TRUE(reaches(TimeStampRoad::State::Idle));
         EXPECT_EQ(formatAtController(), 0);
@@ -129,6 +141,7 @@ TEST_F(TimeStampTest, TellsARefusedStart)
     EXPECT_EQ(problems.value(0),
               QStringLiteral("The time-stamp stream: the controller refused time stamps off: "
                              "unknown error"));
+    EXPECT_THAT(panel.problemText().toStdString(), HasSubstr("The stream has ended: the controller refused"));
 }
 
 TEST_F(TimeStampTest, StopsTheStreamBeforeItDisconnects)
@@ -194,6 +207,14 @@ TEST_F(TimeStampTest, CountsWhatItCannotDecode)
     ASSERT_TRUE(eventually([this] { return road.totals().decoded.wordsBeforeHigh == 1; }));
     EXPECT_EQ(panel.problemText(), QStringLiteral("Words before the first high word: 1"));
     EXPECT_EQ(problems.filter(QStringLiteral("link to the controller was lost")).size(), 1);
+    TimeStampSettings settings = panel.settings();
+    settings.decoder.format = Format::F60;
+    panel.setSettings(settings);
+    ASSERT_TRUE(eventually([this] { return panel.problemText().isEmpty(); }));
+    ASSERT_TRUE(reaches(TimeStampRoad::State::Running));
+    send(4, {1, 1}); // two first words
+    ASSERT_TRUE(eventually([this] { return !panel.problemText().isEmpty(); }));
+    EXPECT_EQ(panel.problemText(), QStringLiteral("Ordering errors: 1"));
 }
 
 TEST_F(TimeStampTest, SavesEventsAndHistogram)
@@ -212,6 +233,7 @@ TEST_F(TimeStampTest, SavesEventsAndHistogram)
     road.stop();
     ASSERT_TRUE(reaches(TimeStampRoad::State::Idle));
     EXPECT_FALSE(console.isLoggingEvents()); // it ends with its stream
+    ASSERT_TRUE(eventually([this] { return !console.isCheckingEvents(); }));
     EXPECT_EQ(contents(events), "time,channel\n100,1\n209,1\n");
     ASSERT_TRUE(console.saveHistogram(QString::fromStdString(histogram)).ok);
     EXPECT_EQ(contents(histogram),
@@ -219,6 +241,68 @@ TEST_F(TimeStampTest, SavesEventsAndHistogram)
     EXPECT_FALSE(console.startEventLog(QStringLiteral("/dev/full")).ok);
     EXPECT_FALSE(console.saveHistogram(folder.filePath(QStringLiteral("none/h.csv"))).ok);
     EXPECT_EQ(QDir(folder.path()).entryList(QDir::Files).size(), 2);
+}
+
+TEST_F(TimeStampTest, LosesNoEventThatWaitsWhenItsStreamEnds)
+{
+    FakeController controller;
+    connectTo(controller.serverPort());
+    enter(TimeStampPanel::Offset0, "-1000 ns"); // an earlier event may come after those
+    const std::function<void()> ends[] = {[this] { road.stop(); }, [&] { controller.drop(); },
+                                          [this] { enter(TimeStampPanel::Offset0, "-2000 ns"); }};
+    const QString file = folder.filePath(QStringLiteral("e.csv"));
+    for (const auto& end : ends) {
+        SCOPED_TRACE(&end - ends);
+        ASSERT_TRUE(eventually([this] { return console.isReady() && road.isIdle(); }));
+        ASSERT_TRUE(console.startEventLog(file).ok);
+        ASSERT_TRUE(console.startTimeStamps());
+        ASSERT_TRUE(reaches(TimeStampRoad::State::Running));
+        controller.send(controller::typeTell, controller::packet, 1, 0, withHigh);
+        ASSERT_TRUE(eventually([this] { return road.totals().decoded.words == 2; }));
+        EXPECT_EQ(console.loggedEvents(), 0U);
+        end();
+        ASSERT_TRUE(eventually([this] { return console.loggedEvents() == 1; }));
+        console.stopEventLog();
+        console.finishEventLog();
+        EXPECT_EQ(contents(file.toStdString()), "time,channel\n100,1\n");
+    }
+}
+
+TEST_F(TimeStampTest, ShowsNoRateThatIsNotMeasuredNow)
+{
+    FakeController controller;
+    connectTo(controller.serverPort());
+    ASSERT_TRUE(console.startTimeStamps());
+    ASSERT_TRUE(reaches(TimeStampRoad::State::Running));
+    const auto send = [&](int word) {
+        controller.send(controller::typeTell, controller::packet, 1, 0, {0x10000000, word});
+    };
+    const auto shows = [this](const char* text) {
+        panel.refreshNow();
+        return panel.table()->rowCount() == 1 && panel.table()->item(0, 1)->text() == QString::fromUtf8(text);
+    };
+    send(0x20000064);
+    send(0x21000064); // 16777216 ns later: 59.6 per second
+    EXPECT_TRUE(eventually([&] { return shows("59.60 "); }));
+    EXPECT_TRUE(eventually([&] { return send(0x10000000), shows("0.000 "); })); // the stream's time rests
+    EXPECT_TRUE(eventually([&] { return shows("\u2013 "); }));                  // no packets
+}
+
+TEST_F(TimeStampTest, SaysWhyTheDiskDoesNotTakeEvents)
+{
+    const rlimit limit{1500000, RLIM_INFINITY};
+    rlimit before{};
+    getrlimit(RLIMIT_FSIZE, &before);
+    EventLog log;
+    ASSERT_TRUE(log.start(folder.filePath(QStringLiteral("e.csv"))).ok);
+    const std::vector<PpTimest> events(600000); // 2.4 MB
+    const auto oldHandler = std::signal(SIGXFSZ, SIG_IGN);
+    setrlimit(RLIMIT_FSIZE, &limit);
+    log.add(events.data(), events.size());
+    setrlimit(RLIMIT_FSIZE, &before);
+    std::signal(SIGXFSZ, oldHandler);
+    EXPECT_TRUE(log.hasFailed());
+    EXPECT_THAT(log.stop().text.toStdString(), HasSubstr("was not saved: File too large"));
 }
 
 TEST_F(TimeStampTest, KeepsItsSettings)
@@ -248,6 +332,15 @@ TEST_F(TimeStampTest, KeepsItsSettings)
         EXPECT_EQ(kept.field(which)->getValue(), panel.field(which)->getValue()) << which;
     EXPECT_EQ(second.timeStamps()->settings().decoder.offsets, settings.decoder.offsets);
     EXPECT_EQ(second.timeStamps()->settings().decoder.format, Format::F60b);
+    QVector<int> inTabOrder; // as the page is read
+    QWidget* widget = kept.field(TimeStampPanel::Rate);
+    do {
+        if (auto* edit = qobject_cast<UnitEdit*>(widget); edit != nullptr && kept.isAncestorOf(edit))
+            for (int which = 0; which < TimeStampPanel::FieldCount; ++which)
+                if (kept.field(which) == edit) inTabOrder += which;
+        widget = widget->nextInFocusChain();
+    } while (widget != kept.field(TimeStampPanel::Rate));
+    EXPECT_EQ(inTabOrder, (QVector<int>{0, 1, 2, 4, 3, 7, 8, 9, 10, 11, 12, 13, 14, 5, 6}));
 }
 
 TEST(HistogramPlotTest, DrawsTheLargestBinOfAPixelAndEmptyBinsOnALogarithmicScale)
@@ -257,7 +350,7 @@ TEST(HistogramPlotTest, DrawsTheLargestBinOfAPixelAndEmptyBinsOnALogarithmicScal
     plot.setCounts({0, 8, 3}, 500000);
     EXPECT_EQ(plot.outline(),
               (QVector<QPointF>{{0, 0}, {0, 0}, {0.5, 0}, {0.5, 8}, {1, 8}, {1, 3}, {1.5, 3}, {1.5, 0}}));
-    EXPECT_EQ(plot.axisTitle(QwtPlot::xBottom).text(), QStringLiteral("time after the start [ms]"));
+    EXPECT_EQ(plot.axisTitle(QwtPlot::xBottom).text(), QStringLiteral("after the start [ms]"));
     plot.setLogarithmic(true);
     EXPECT_EQ(plot.outline().mid(1, 2), (QVector<QPointF>{{0, 0.5}, {0.5, 0.5}}));
     std::vector<std::uint64_t> many(100000, 1);

@@ -2,9 +2,11 @@
 #include <apps/simulator/simulator.h>
 #include <functional>
 #include <gmock/gmock.h>
+#include <QDeadlineTimer>
 #include <QTemporaryDir>
 #include <tests/support/files.h>
 #include <tests/support/loopback.h>
+#include <thread>
 #include <vorelutil/trace/tracelog.h>
 
 using Link = ControllerLink;
@@ -107,6 +109,35 @@ TEST_F(ControllerLinkTest, ComesBackAfterALossAndWhenWhatArrivesIsNoTelegram)
         EXPECT_EQ(link->errorCount(), errors + 1);
         link->disconnectFrom();
     }
+}
+
+TEST_F(ControllerLinkTest, StaysWhenASlotTakesItsTimeAndAfterABurst)
+{
+    const loopback::Listener server;
+    open(server.port());
+    const loopback::Peer peer = server.accept();
+    ASSERT_TRUE(connects());
+    const auto waitForPolls = [] { // more than an overload may last
+        const QDeadlineTimer end(4500);
+        eventually([&] { return end.hasExpired(); });
+    };
+    std::thread sender([&peer] { // more than waits in the link and in the system
+        const auto block = controller::encodeTelegram(controller::typeTell, 7, 0, 0, nullptr, 0);
+        const std::string text = loopback::Bytes(block.begin(), block.end());
+        loopback::Bytes burst;
+        for (int i = 0; i < 1000000; ++i) burst += text;
+        for (std::size_t sent = 0; sent < burst.size(); sent += 2000) peer.write(burst.substr(sent, 2000));
+    });
+    bool waited = false;
+    QObject::connect(link.get(), &Link::told, [&] {
+        if (!std::exchange(waited, true)) waitForPolls();
+    });
+    EXPECT_TRUE(eventually([this] { return told.size() == 1000000 || link->state() == Link::Lost; }));
+    sender.join();
+    waitForPolls();
+    EXPECT_EQ(link->state(), Link::Connected);
+    EXPECT_EQ(problems.filter(QStringLiteral("held up")).size(), problems.size());
+    EXPECT_GE(problems.size(), 1);
 }
 
 TEST_F(ControllerLinkTest, TellsOnceThatNobodyAnswers)
