@@ -52,6 +52,7 @@ QwtText CountScaleDraw::label(double value) const
 {
     constexpr int decimals = 3;
     if (value < 999.9) return PointScaleDraw::label(value);
+    value *= 1.0 + 1e-9; // logarithmic ticks lie a little beside 1000
     const char prefix = algoNormalize(&value, ' ', nullptr, decimals);
     return QLocale::c().toString(value, 'g', decimals + 1) + QLatin1Char(' ') +
            algoGetPrintablePrefix(prefix);
