@@ -109,10 +109,9 @@ timestamps::Summary decodeAll(const DecodeArguments& arguments, const timestamps
     InputStream in(arguments.in, arguments.out != "-" || !isTerminal(stdout));
     timestamps::StreamDecoder decoder(arguments.settings);
     std::vector<char> piece(eventsAtOnce * sizeof(std::uint32_t));
-    for (bool first = true; const std::size_t count = in.read(piece.data(), piece.size()); first = false) {
-        if (first) refuseOtherFiles(piece, count, in.name());
-        decoder.decode(piece.data(), count, sink);
-    }
+    std::size_t count = in.read(piece.data(), piece.size());
+    refuseOtherFiles(piece, count, in.name());
+    for (; count > 0; count = in.read(piece.data(), piece.size())) decoder.decode(piece.data(), count, sink);
     decoder.finish(sink);
     return decoder.summary();
 }
