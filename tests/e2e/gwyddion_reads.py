@@ -98,7 +98,7 @@ def compare(field, mask, image, void, lengths, units):
 
 
 def whole_frame(arguments, folder):
-    run = subprocess.run([arguments.bench, "--headless", "--seconds", "4", "--out", folder, "--pixels", "40x24",
+    run = subprocess.run([arguments.bench, "--headless", "--seconds", "6", "--out", folder, "--pixels", "40x24",
                           "--rate", "2000"], capture_output=True, text=True, timeout=120)
     check(run.returncode == 0, f"the console ended with {run.returncode}: {run.stderr}")
     text = open(os.path.join(folder, "area.asc"), encoding="utf-8").read().partition("# Start of Data:\n")[2]
