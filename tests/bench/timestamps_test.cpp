@@ -284,6 +284,12 @@ TEST_F(TimeStampTest, ShowsNoRateThatIsNotMeasuredNow)
     send(0x20000064);
     send(0x21000064); // 16777216 ns later: 59.6 per second
     EXPECT_TRUE(eventually([&] { return shows("59.60 "); }));
+    QSignalSpy told(&console, &Console::message);
+    enter(TimeStampPanel::Rate, "200000");
+    ASSERT_TRUE(eventually([&] { return !told.isEmpty(); }));
+    EXPECT_EQ(told[0][0], QStringLiteral("Time stamps: 200000 events per second, the histogram is cleared"));
+    EXPECT_TRUE(shows("\u2013 "));
+    EXPECT_EQ(road.settledHistogram().stops(), 0U);
     EXPECT_TRUE(eventually([&] { return send(0x10000000), shows("0.000 "); })); // the stream's time rests
     EXPECT_TRUE(eventually([&] { return shows("\u2013 "); }));                  // no packets
 }
