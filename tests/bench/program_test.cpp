@@ -73,7 +73,7 @@ TEST_F(ProgramTest, SaysWhatIsWrongWithItsCallOrItsFolder)
 TEST_F(ProgramTest, HeadlessRunLeavesItsFiles)
 {
     const QString out = folder.filePath(QStringLiteral("new/folder"));
-    ASSERT_EQ(run({"--headless", "--out", out, "--seconds", "4", "--pixels", "24x16", "--mode", "6"}), 0)
+    ASSERT_EQ(run({"--headless", "--out", out, "--seconds", "8", "--pixels", "24x16", "--mode", "6"}), 0)
         << errors.toStdString();
     for (const char* name : {"area.asc", "area.bcr", "line.csv", "stream.csv", "log.csv", "trace.log",
                              "bench.png", "values.png", "timestamps.png", "timestamps.csv", "histogram.csv"})
