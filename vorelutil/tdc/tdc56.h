@@ -26,6 +26,22 @@
 /// 8. Threads. Nothing is locked: an instance belongs to one thread at a time. Different instances are
 ///    independent of each other.
 ///
+/// A paragraph that begins with "Kept" tells what may look odd, and what programs rely on.
+///
+/// A stream is decoded packet by packet, and the events are taken out after each (examples/count_events.c):
+///
+///     static PpTimest events[tdc56Capacity];
+///     Tdc56Instance* const stream = tdc56Init();
+///     while ((count = nextPacket(words)) > 0) { // at most 16384 words: no event gets lost
+///         tdc56Decode(stream, words, count);
+///         const int32_t ready = tdc56Pop(stream, events); // with offsets: again until fewer than 16384
+///         ...
+///     }
+///     tdc56DeInit(stream);
+///
+/// A program that does not look at the trace log asks `tdc56GetCount` before it takes the events out: beyond
+/// 16384 they are lost. One word may add more than one event in format 60, and with virtual events.
+///
 /// The packet formats are drawn bit by bit in docs/formats/.
 
 // NOLINTBEGIN(modernize-deprecated-headers): C needs these.
