@@ -24,18 +24,6 @@ constexpr int staleMilliseconds = 1000;         ///< without a packet, or with t
 constexpr double unknown = std::numeric_limits<double>::quiet_NaN();
 constexpr int mostBins = 100000;
 
-bool isSorted(const timestamps::Settings& settings)
-{
-    return std::any_of(settings.offsets.begin(), settings.offsets.end(),
-                       [](std::int32_t offset) { return offset != 0; });
-}
-
-bool makesVirtualEvents(const timestamps::Settings& settings)
-{
-    return settings.divider > 1 && settings.startPeriod == 0 &&
-           (settings.format == Format::F56 || settings.format == Format::F60);
-}
-
 bool decodesAlike(const timestamps::Settings& a, const timestamps::Settings& b)
 {
     return a.offsets == b.offsets && a.divider == b.divider && a.startPeriod == b.startPeriod &&
@@ -298,7 +286,7 @@ void TimeStampRoad::onTold(const TelegramView& telegram)
 std::size_t TimeStampRoad::wordsPerPart() const
 {
     const timestamps::Settings& settings = m_settings.decoder;
-    const std::int64_t perWord = makesVirtualEvents(settings) ? std::min(settings.divider, 16384) : 1;
+    const std::int64_t perWord = settings.makesVirtualEvents() ? std::min(settings.divider, 16384) : 1;
     return std::size_t(std::max<std::int64_t>(eventsPerPart / perWord, 1));
 }
 
@@ -374,7 +362,7 @@ void TimeStampRoad::renewDecoder()
 {
     drain();
     timestamps::Settings settings = m_settings.decoder;
-    if (isSorted(settings) && makesVirtualEvents(settings) && settings.divider > largestSortedDivider) {
+    if (settings.sorts() && settings.makesVirtualEvents() && settings.divider > largestSortedDivider) {
         settings.divider = largestSortedDivider;
         emit message(tr("Time stamps: with offsets the divider is at most %1").arg(largestSortedDivider),
                      true);

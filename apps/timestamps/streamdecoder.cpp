@@ -92,6 +92,17 @@ std::int64_t wrappingDifference(std::int64_t a, std::int64_t b)
 
 const std::array<std::uint8_t, markerCount> markerCodes = {100, 101, 102, 103, 104, 200, 201, 202, 203};
 
+bool Settings::sorts() const
+{
+    return format != Format::F52x &&
+           std::any_of(offsets.begin(), offsets.end(), [](std::int32_t offset) { return offset != 0; });
+}
+
+bool Settings::makesVirtualEvents() const
+{
+    return divider >= 2 && startPeriod == 0 && (format == Format::F56 || format == Format::F60);
+}
+
 StreamDecoder::StreamDecoder(const Settings& settings)
     : m_settings(settings)
     , m_instance(tdc56Init())
@@ -100,11 +111,10 @@ StreamDecoder::StreamDecoder(const Settings& settings)
     , m_packet(capacity)
     , m_events(capacity)
 {
-    const Format format = settings.format;
-    if (format != Format::F52x) setOffsets();
+    if (settings.sorts()) setOffsets();
     tdc56SetDivider(m_instance.get(), settings.divider);
     tdc56SetStartPeriod(m_instance.get(), settings.startPeriod);
-    if (m_sorting && format != Format::F56) {
+    if (m_sorting && settings.format != Format::F56) {
         m_aside.reset(tdc56Init());
         tdc56SetStartPeriod(m_aside.get(), settings.startPeriod);
         // It shall fold, but make no virtual events: those are channel 0's and pass the queue.
@@ -118,23 +128,20 @@ void StreamDecoder::setOffsets()
 {
     std::array<std::int32_t, 8> offsets = m_settings.offsets;
     const auto [least, most] = std::minmax_element(offsets.begin(), offsets.end());
-    m_sorting = *least != 0 || *most != 0;
-    if (m_sorting) {
-        // An event may still come with the stream's time plus the least offset, a marker of format 60 with a
-        // time of its own; what is delivered has to lie before both.
-        const std::int64_t lag = m_settings.format == Format::F60 ? markerLag : 0;
-        m_delay = std::min(lag + 1 - std::min(*least, 0),
-                           std::int64_t{std::numeric_limits<std::int32_t>::max()} - *most);
-        for (std::int32_t& offset : offsets) offset = static_cast<std::int32_t>(offset + m_delay);
-    }
+    m_sorting = true;
+    // An event may still come with the stream's time plus the least offset, a marker of format 60 with a
+    // time of its own; what is delivered has to lie before both.
+    const std::int64_t lag = m_settings.format == Format::F60 ? markerLag : 0;
+    m_delay = std::min(lag + 1 - std::min(*least, 0),
+                       std::int64_t{std::numeric_limits<std::int32_t>::max()} - *most);
+    for (std::int32_t& offset : offsets) offset = static_cast<std::int32_t>(offset + m_delay);
     tdc56SetOffsets(m_instance.get(), offsets.data());
 }
 
 /// Events that one may bring along, itself included.
 std::size_t StreamDecoder::eventsPerEvent() const
 {
-    const bool makesVirtual = m_settings.divider >= 2 && m_settings.startPeriod == 0;
-    return makesVirtual ? static_cast<std::size_t>(m_settings.divider) + 1 : 1;
+    return m_settings.makesVirtualEvents() ? static_cast<std::size_t>(m_settings.divider) + 1 : 1;
 }
 
 /// The most bytes of which no event exceeds the instance's buffer, at least one record.

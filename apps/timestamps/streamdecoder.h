@@ -35,6 +35,9 @@ struct Settings
     std::array<std::int32_t, 8> offsets = {}; ///< clock periods; all 0: not sorted
     std::int32_t divider = 1;                 ///< below 2: off; up to 16383 no event can get lost
     std::int64_t startPeriod = 0;             ///< clock periods; 0: is measured
+
+    bool sorts() const;
+    bool makesVirtualEvents() const;
 };
 
 /// Counted since the decoder was made.

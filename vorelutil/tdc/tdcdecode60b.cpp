@@ -10,6 +10,8 @@ namespace {
 
 using namespace tdc;
 
+static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "records are read as they stand in memory");
+
 constexpr std::ptrdiff_t longest = 8; ///< bytes of a record at most
 constexpr std::ptrdiff_t shortest = 3;
 
