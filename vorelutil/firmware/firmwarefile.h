@@ -1,0 +1,122 @@
+#pragma once
+
+#include <QBitArray>
+#include <QByteArray>
+#include <QString>
+#include <QtGlobal>
+#include <vorelutil/platform/export.h>
+#include <vorelutil/trace/telegram.h>
+
+/// A firmware image: loaded from its file, recognised, and cut into controller telegrams for the download.
+///
+/// Three kinds are known, see `type`; docs/formats/firmware.md describes their bytes. Nothing in a file is
+/// trusted: lengths in it are checked against its contents. A record: the members may be changed. One thread
+/// at a time.
+class VORELUTIL_EXPORT FirmwareFile
+{
+public:
+    /// Values of `type`.
+    enum Type : int
+    {
+        FpgaBitFile = 0, ///< begins with the 13 bytes 00 09 0F F0 0F F0 0F F0 0F F0 00 00 01
+        DspImage = 1,    ///< holds "DspProduct:", and no "SamProduct:"
+        SamImage = 2,    ///< holds "SamProduct:"
+        Unknown = 3
+    };
+    static constexpr qint64 maxFileSize = qint64(1) << 30; ///< bytes
+
+    /// Opens `directory` + `fileName` (joined as they stand) and reads all that the members tell. A file that
+    /// does not open is no error: `loaded` is false then, and nothing else is known. Of a bit file, what
+    /// stands before the synchronisation pattern is dropped from `contents`.
+    ///
+    /// Throws `XmlError` (without file and line), before anything is opened, "Invalid pkd file: adresses not
+    /// complete" (spelled so) if an address is 0, "Invalid pkd file: names not complete" if `fileName` or
+    /// `displayName` is empty; `FormatError` with the file name: "Firmware file is empty", "Firmware file is
+    /// too large" (above `maxFileSize`), "File is not a valid firmware file" for an unknown kind, "Not a
+    /// valid bitfile"; `IOError` if the file opens and cannot be read; `OomError` if it does not fit into
+    /// memory.
+    FirmwareFile(QString fileName, QString directory, QString displayName, int addrPrd, int addrVer,
+                 int addrFlash, bool optional);
+
+    // The steps of the constructor
+
+    /// Replaces `contents` by the file's; false, and nothing is changed, if it does not open. Throws as the
+    /// constructor.
+    bool readFile();
+    /// Sets `type` from `contents`.
+    void guessFileType();
+    /// Sets `version` and `product` from the texts behind two keys in `contents`, each read as UTF-8; a key
+    /// that is missing leaves its member as it is. Kept: both keys are taken to be 11 bytes long.
+    ///
+    /// The version ends before the next "$" or zero byte; a "$Revision: " or "$Date: " that begins right
+    /// behind the key, or one byte later, is skipped. The product ends before the next zero byte. A text may
+    /// also end with the contents.
+    void extractDspInfo(const char* versionKey, const char* productKey);
+    /// Sets `version`, `product`, `partName` and `configLength` from the header of a bit file. The version is
+    /// date, comma and time, at most 28 characters. Kept: the bytes of a length count as signed ones. Throws
+    /// `FormatError` "Not a valid bitfile" if a field lies outside the contents, or the mark of the
+    /// configuration data is missing.
+    void extractFpgaInfo();
+    /// Drops what stands before the first synchronisation pattern (16 bytes FF, then AA 99 55 66), if there
+    /// is one.
+    void removeFpgaHeader();
+
+    // The image in pieces
+
+    /// At most `length` bytes from `offset` on, as far as the contents go; none if `offset` is negative or at
+    /// or beyond the end, or `length` is not above 0.
+    ///
+    /// With a telegram: the piece as its data, ready to be sent. Zero bytes pad the piece to a multiple of 4,
+    /// `Len` of
+    /// `*tel` becomes its size plus 16, and the result is the 20 bytes of `*tel`, then the piece.
+    QByteArray getContents(int offset, int length, UcTelegram* tel = nullptr) const;
+    /// Takes `contents` as one telegram, of 20 bytes of header and data: appends zero bytes until the data is
+    /// a multiple of `pageSize` bytes, and writes what `Len` has to be, little-endian, to the header. Nothing
+    /// is changed if `pageSize` is below 1, or the contents are shorter than a header, or would become longer
+    /// than `maxFileSize`.
+    void expandToPage(int pageSize);
+
+    // Versions
+
+    /// The number that all decimal digits of a text make in their order, of whatever script: "1.2.3" is 123;
+    /// 0 without digits. Kept: 1.10 (110) is above 1.9 (19), but also above 2.0 (20).
+    static double parseVersion(QString text);
+    /// 0: `a` is newer, 1: they are equal, 2: `b` is newer, 3: one of them is missing (its number is 0).
+    static int compareVersion(QString a, QString b);
+    /// This image's version beside another.
+    int compareVersion(QString other) const;
+
+    void setRevision(int value) { revision = value; }
+    void setFirmwareCapabilities(int mask) { capabilities = mask; }
+    void setMaskedBit(int bit) { maskedBit = bit; }
+    int getMaskedBit() const { return maskedBit; }
+    /// `maskedBit` + 1 bits, all clear but the last; empty when `maskedBit` is negative or INT_MAX.
+    QBitArray getMask() const;
+
+    /// What is odd about the image, in words for the operator; empty when nothing is: a configuration length
+    /// that disagrees with what follows it in the file.
+    QString info() const;
+
+    int enabled = 1;      ///< a flag; cleared by those who filter the images of a device
+    QString fileName;     ///< also in messages
+    QString directory;    ///< ends with a separator where one is needed
+    QString displayName;  ///< for the operator
+    QString version;      ///< from the image
+    QString product;      ///< product, or name of the design, from the image
+    bool loaded = false;  ///< the file was opened and read
+    int capabilities = 0; ///< bit mask of what the image needs; 0: nothing
+    int lockMask = 0;     ///< bit mask of lock bits; 0: none
+    int addrPrd;          ///< controller address of the product; these three are not 0
+    int addrVer;          ///< controller address of the version
+    int addrFlash;        ///< controller address of the download
+    int type = Unknown;   ///< a `Type`
+    bool optional;        ///< the application's
+    QByteArray contents;  ///< the image
+    int maskedBit = 0;    ///< a bit number
+    int revision = 0;     ///< the application's
+    QString partName;     ///< of a bit file: the part that it is for
+    qint64 fileSize = 0;  ///< bytes in the file
+    qint64 configLength =
+        -1; ///< of a bit file: bytes of configuration data, as its header says; -1: it says nothing
+    qint64 configBytes = -1; ///< of a bit file: bytes that follow that length in the file
+};

@@ -1,0 +1,143 @@
+#pragma once
+
+#include <list>
+#include <map>
+#include <string>
+#include <vorelutil/platform/export.h>
+
+class QString;
+
+/// XML documents in a narrow subset, as the application's own descriptions and settings use it: a tree of
+/// elements, read from a file or a string, or built in code, and written back as text.
+///
+///     XmlDoc doc;
+///     doc.readFile("groups.xml");                             // throws XmlError, FileOpenError
+///     for (const XmlDocNode* group = nullptr; (group = doc.getChild()->findNode("Group", group));)
+///         std::printf("%d\n", group->findAttrInt("Id", -1));
+///
+/// What the subset holds and what it rejects stands in docs/formats/xml.md. Bytes are passed through: no
+/// character encoding is interpreted, but for the look-ups that take a `QString`, which are UTF-8. Nothing
+/// here depends on the locale, and no depth of nesting is too deep. A tree is used by one thread at a time.
+
+/// One element: its name, its text or its children, its attributes, and where it was read. It owns its
+/// children.
+///
+/// The members are public, since readers walk the tree directly. Whoever changes them keeps the list of
+/// children free of null pointers and of cycles, and each node in one place: a node is destroyed by the one
+/// list that holds it, once.
+class VORELUTIL_EXPORT XmlDocNode
+{
+public:
+    /// An element without text, attributes and children. `file` and `line` tell where it comes from.
+    /// With a `parent`, the node is appended to its children, and is its property from then on.
+    XmlDocNode(const std::string& name, XmlDocNode* parent, const std::string& file, int line);
+    /// Destroys the whole subtree, however deep it is. Nothing is allocated for that.
+    ~XmlDocNode();
+    XmlDocNode(const XmlDocNode&) = delete;
+    XmlDocNode& operator=(const XmlDocNode&) = delete;
+
+    /// Destroys every child, with what is below, and empties the list.
+    void deleteChildren();
+    /// Appends `child`, which must not be null, to the children; it is this node's property from then on.
+    /// Kept: nothing prevents the same pointer from being added twice; `removeChild` removes it everywhere,
+    /// and must have done so before this node is destroyed.
+    void addChild(XmlDocNode* child);
+    /// Takes every entry that is equal to `child` out of the list. The child is not destroyed: it is the
+    /// caller's property again. A pointer that is not in the list changes nothing.
+    void removeChild(XmlDocNode* child);
+
+    /// The first child of this name (byte by byte); with `after`, the first one that stands behind that
+    /// child. Null when there is none, or when `after` is no child of this node.
+    XmlDocNode* findNode(const std::string& name, const XmlDocNode* after = nullptr) const;
+
+    /// The value of an attribute, or `dflt` when there is none of that name. A value that is there and empty
+    /// gives the empty text.
+    std::string findAttr(const std::string& name, const std::string& dflt) const;
+    /// The value of an attribute as a number: "0x1F" hexadecimal, "0b101" binary, or decimal with an optional
+    /// sign, tried in this order, each after optional white space. `dflt` when the attribute is absent or
+    /// empty, or when no number stands at its beginning.
+    ///
+    /// What follows the number is ignored ("12abc" is 12). Numbers are read as 64-bit ones and cut to 32:
+    /// "0xFFFFFFFF" is -1. Kept: prefixes are lower case, "0X1F" is decimal 0, as is "0x" before anything
+    /// that is no hexadecimal number. As the C library's "%x" reads it, a second prefix and a sign may follow
+    /// "0x".
+    int findAttrInt(const std::string& name, int dflt) const;
+    /// The value of an attribute as the C library's "%lg" reads it, with a decimal point in every locale.
+    /// `dflt` when the attribute is absent or empty, or when no number stands at its beginning.
+    double findAttrDbl(const std::string& name, double dflt) const;
+
+    /// The same for toolkit texts, converted as UTF-8 in both directions.
+    QString FindAttr(const QString& name, const QString& dflt) const;
+    int FindAttrInt(const QString& name, int dflt) const;
+
+    /// Set an attribute; one that is there is replaced. A whole number is written in decimal, a
+    /// floating-point one as "%g" has it: 6 significant digits, a decimal point in every locale ("0.5",
+    /// "1.23457e+06").
+    void addAttr(const std::string& name, const std::string& value);
+    void addAttr(const std::string& name, int value);
+    void addAttr(const std::string& name, double value);
+
+    /// `s` as it stands in an attribute's value: a double quote, "&", "<" and ">" become "&quot;", "&amp;",
+    /// "&lt;" and "&gt;". An apostrophe stays. Kept: a zero byte ends the text; the rest is dropped.
+    static std::string translate(const std::string& s);
+    /// Appends this element and all below it to `out`, as `XmlDoc::write` has them. `indent` is the level:
+    /// from 1 on the element begins on a new line, behind two blanks a level; from 0 on so does its closing
+    /// tag, if it has one. Below 0 nothing is put on a new line, here and at every depth below.
+    ///
+    /// Children are written before the text. Kept: the text is written as it is, so one with "<" in it does
+    /// not read back; and the closing tag stands on a line of its own behind a text as well, so that a text
+    /// that is written indented and read again has a line feed and blanks at its end, more with every turn.
+    void write(std::string& out, int indent) const;
+
+    std::string name;
+    std::string text;                              ///< empty for an element with children, when it was read
+    std::map<std::string, std::string> attributes; ///< ordered by the bytes of the names
+    std::list<XmlDocNode*> children;               ///< in document order; owned
+    std::string file; ///< the source that the node was read from, as its reader named it
+    /// Kept: where the symbol after the start tag was read, not the start tag. Of an element that closes
+    /// itself
+    /// ("<a/>"): where its tag ends.
+    int line;
+};
+
+/// An `XmlDocNode` as the readers of descriptions know it.
+using DocNode = XmlDocNode;
+
+/// A document: one tree of elements, or none. It owns the tree.
+class VORELUTIL_EXPORT XmlDoc
+{
+public:
+    /// An empty document.
+    XmlDoc() = default;
+    /// Destroys the tree.
+    ~XmlDoc();
+    XmlDoc(const XmlDoc&) = delete;
+    XmlDoc& operator=(const XmlDoc&) = delete;
+
+    /// The root; null when the document is empty. The document's property.
+    XmlDocNode* getChild() const { return m_root; }
+    /// Destroys the tree and takes over `root`, which may be null. The present root is kept as it is.
+    void setChild(XmlDocNode* root);
+
+    /// Replaces the tree by what `content` holds; `sourceName` is for messages and for `XmlDocNode::file`. An
+    /// input without a start tag at its beginning gives an empty document. What follows the root is not read;
+    /// a zero byte ends the input.
+    ///
+    /// Throws `XmlError` with source name and line for what is not in the subset. If its first tag is at
+    /// fault, the old tree stands; otherwise the document is empty then.
+    void setContent(const std::string& content, const std::string& sourceName);
+    /// The same for a file, which is named in messages by its path and is closed in every case. A read that
+    /// fails ends the input. Throws `FileOpenError` as well, when the file does not open or is a folder: the
+    /// old tree stands. Needs memory for the tree alone, not for the file.
+    void readFile(const std::string& path);
+
+    /// The document as text: a declaration (Kept: it says ISO-8859-1, whatever the bytes are), a line feed,
+    /// and the root as `XmlDocNode::write` has it, on lines of their own when `indented`, all on one line
+    /// otherwise. No line feed follows the root. Attributes stand in the order of their names.
+    ///
+    /// Throws `XmlError` "Empty document", without file and line, when there is no root.
+    std::string write(bool indented) const;
+
+private:
+    XmlDocNode* m_root = nullptr;
+};
