@@ -1,0 +1,82 @@
+#include "image.h"
+
+#include <vorelutil/trace/error.h>
+#include <zlib.h>
+
+namespace firmware {
+namespace {
+
+// Where the controller takes an image.
+constexpr int productAddress = 0x0200;
+constexpr int versionAddress = 0x0201;
+constexpr int flashAddress = 0x0202;
+
+constexpr std::uint32_t setType = 0;
+
+} // namespace
+
+FirmwareFile openImage(const QString& path)
+{
+    if (path.isEmpty()) throw FileOpenError(std::string(), false); // no name is no image without names
+    FirmwareFile image(path, QString(), path, productAddress, versionAddress, flashAddress, false);
+    if (!image.loaded) throw FileOpenError(path.toStdString(), false);
+    return image;
+}
+
+QString kindKey(int type)
+{
+    switch (type) {
+    case FirmwareFile::FpgaBitFile:
+        return QStringLiteral("fpga");
+    case FirmwareFile::DspImage:
+        return QStringLiteral("dsp");
+    case FirmwareFile::SamImage:
+        return QStringLiteral("sam");
+    }
+    return QStringLiteral("unknown");
+}
+
+QString kindName(int type)
+{
+    switch (type) {
+    case FirmwareFile::FpgaBitFile:
+        return QStringLiteral("FPGA bit file");
+    case FirmwareFile::DspImage:
+        return QStringLiteral("DSP image");
+    case FirmwareFile::SamImage:
+        return QStringLiteral("SAM image");
+    }
+    return QStringLiteral("unknown");
+}
+
+ImageCutter::ImageCutter(const FirmwareFile& image, int address, int blockSize, int pageSize)
+    : m_image(image)
+    , m_address(address)
+    , m_blockSize(blockSize)
+    , m_pageSize(pageSize)
+{
+}
+
+int ImageCutter::blockCount() const
+{
+    const int size = m_image.contents.size();
+    return size / m_blockSize + (size % m_blockSize != 0 ? 1 : 0);
+}
+
+QByteArray ImageCutter::telegram(int block, int number) const
+{
+    UcTelegram header{0, setType, m_address, block, number};
+    const QByteArray bytes = m_image.getContents(block * m_blockSize, m_blockSize, &header);
+    if (m_pageSize < 1 || block + 1 < blockCount()) return bytes;
+    FirmwareFile last = m_image;
+    last.contents = bytes;
+    last.expandToPage(m_pageSize);
+    return last.contents;
+}
+
+std::uint32_t checkSum(std::uint32_t sum, const void* data, std::size_t size)
+{
+    return std::uint32_t(crc32_z(sum, static_cast<const Bytef*>(data), size));
+}
+
+} // namespace firmware
