@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <string>
+#include <vector>
 
 /// The reader behind `XmlDoc`: characters, symbols, elements.
 namespace XmlInternal {
@@ -25,21 +26,27 @@ enum Symbol : int
 ///
 /// A source derives from this class and delivers characters one by one with `getNextChar`. It may
 /// lend a stretch of characters that come next (`lend`): those are then taken without a call each, and
-/// `getNextChar` is called when they are used up. Characters are bytes; 0 is the end of the input.
+/// `getNextChar` is called when they are used up. Characters are bytes; 0 is the end of the input, for good:
+/// nothing is asked for behind it.
 class ILexer
 {
 public:
     /// `sourceName` is copied into errors and nodes. The current character is a blank then, the line 1.
     explicit ILexer(const std::string& sourceName);
     virtual ~ILexer();
-    /// Takes the next character of the source with `setChar`.
+    /// Makes the next character of the source the current one, with `setChar`; 0 at its end.
     virtual void getNextChar() = 0;
     ILexer(const ILexer&) = delete;
     ILexer& operator=(const ILexer&) = delete;
 
     /// Reads the next symbol; its text, if it has one, is left in `text`. In name mode a word is made of
     /// ASCII letters and digits and "_.:"; otherwise of all that stands before the next "<". White space,
-    /// comments and processing instructions before it are skipped. Throws `XmlError`.
+    /// comments and processing instructions before it are skipped. Throws `XmlError` for a comment that does
+    /// not end, and for "<!" that begins none.
+    ///
+    /// In a string "&amp;", "&lt;", "&gt;" and "&quot;" are decoded, and all other references kept; in a run
+    /// of text every one is. A string may end with the input. Kept: a reference goes as far as the next ";",
+    /// also past a quote, and has one added where the input ends before.
     int getNextSymbol(bool nameMode);
     /// Consumes characters until `terminator` has been read, and one more. Throws `XmlError` "Unterminated
     /// comment" at the end of the input. Kept: a character that does not match is not compared with the
@@ -47,8 +54,8 @@ public:
     void skipUntil(const char* terminator);
 
     char current() const { return m_char; } ///< 0 at the end of the input
-    /// Text of the last name, run of text or string. The caller may move it away.
-    std::string& text() { return m_text; }
+    /// Text of the last name, run of text or string. Other symbols leave it as it is.
+    const std::string& text() const { return m_text; }
     const std::string& sourceName() const { return m_sourceName; }
     std::uint32_t line() const { return m_line; } ///< line feeds read, plus 1
 
@@ -65,15 +72,22 @@ protected:
         m_next = begin;
         m_end = end;
     }
+    /// Makes the next lent character the current one; false when there is none, or the input has ended.
+    bool takeLent()
+    {
+        if (m_next == m_end || m_char == '\0') return false;
+        setChar(*m_next++);
+        return true;
+    }
 
 private:
     void advance()
     {
-        if (m_next != m_end)
-            setChar(*m_next++);
-        else
-            getNextChar();
+        if (!takeLent() && m_char != '\0') getNextChar();
     }
+    template <unsigned char stop> void takeUntil();
+    void takeReference();
+    void takeString();
 
     char m_char = ' ';
     std::uint32_t m_line = 1;
@@ -89,6 +103,9 @@ class StringLexer : public ILexer
 public:
     StringLexer(const std::string& content, const std::string& sourceName);
     void getNextChar() override;
+
+private:
+    const std::string m_content;
 };
 
 /// Characters of an open file, read in blocks. The stream must outlive the lexer; how far it was read in the
@@ -96,8 +113,13 @@ public:
 class StreamLexer : public ILexer
 {
 public:
-    StreamLexer(std::FILE* stream, const std::string& sourceName);
+    /// `blockSize`, in bytes, is at least 1.
+    StreamLexer(std::FILE* stream, const std::string& sourceName, std::size_t blockSize = 65536);
     void getNextChar() override;
+
+private:
+    std::FILE* const m_stream;
+    std::vector<char> m_block;
 };
 
 } // namespace XmlInternal

@@ -19,10 +19,15 @@ public:
     IParser& operator=(const IParser&) = delete;
 
     /// Reads one element (start tag, end tag, text), which is the current one then. Throws `XmlError`.
+    ///
+    /// Kept: attributes and a slash in an end tag are read and ignored. And where a text begins with "=", "/"
+    /// or ">", the element is that character alone, and its text is what the lexer held before: in
+    /// "<a>=</a>" the text of "a" is "a".
     void getNextElement();
-    /// Builds the tree of the current element, up to its end tag, and reads the element after it. Null when
-    /// the current one is no start tag. The caller owns the result. Throws `XmlError`; nothing of the tree is
-    /// left then. The depth of a document costs memory in proportion, and no stack.
+    /// Builds the tree of the current element, up to its end tag, which is the current element then. Nothing
+    /// is read behind it. Null when the current one is no start tag. The caller owns the result. Throws
+    /// `XmlError`; nothing of the tree is left then. The depth of a document costs memory in proportion, and
+    /// no stack.
     XmlDocNode* getNode();
 
 private:
@@ -32,6 +37,11 @@ private:
         endTag = 2,
         textRun = 3
     };
+
+    void readTag();
+    [[noreturn]] void fail(const std::string& message, int line) const;
+    void requireEndTag(const XmlDocNode& node) const;
+    XmlDocNode* takeNode(XmlDocNode* parent);
 
     ILexer* const m_lexer;
     std::map<std::string, std::string> m_attributes;
