@@ -24,8 +24,13 @@ enum Address : std::int32_t
     eventRate = 0x0051,       ///< events per second of the time-stamp stream, 1 to 5000000
     samples = 0x0100,         ///< told: `Ind` = absolute position of the first sample, data = samples
     packet = 0x0110,          ///< told: `Ind` = the packet's `TimeStampFormat`, data = its words
-    sweepPoint = 0x1070,      ///< number of the point that was just set, from 0 on
-    sweepStart = 0x1071,      ///< in the scale that `sweepUnit` names, as `sweepEnd`
+    firmwareProduct = 0x0200, ///< read only; a number, see `productName`
+    firmwareVersion =
+        0x0201,           ///< read only; the number that the digits of the version text make: 141 for 1.41
+    flashBlock = 0x0202,  ///< "SET": `Ind` = number of the block, from 0 on; data = 4 bytes to 64 KiB
+    flashFinish = 0x0203, ///< "DO": the download is finished; the answer's value is the CRC-32 of its data
+    sweepPoint = 0x1070,  ///< number of the point that was just set, from 0 on
+    sweepStart = 0x1071,  ///< in the scale that `sweepUnit` names, as `sweepEnd`
     sweepEnd = 0x1072,
     sweepSteps = 0x1073,    ///< points of a sweep in one direction, 2 or more
     sweepUnit = 0x1074,     ///< a unit code as `algoGetBaseUnit` takes it
@@ -68,6 +73,26 @@ enum Reason : std::int32_t
     reasonOutOfRange = 2,
     reasonUnknownError = 99
 };
+
+/// What the number at `firmwareProduct` stands for.
+struct Product
+{
+    std::int32_t number;
+    const char* name; ///< as images have it
+};
+
+constexpr Product products[] = {
+    {1, "ScanControl"},
+    {2, "TimeStamper"},
+};
+
+/// Null: no such product is known.
+constexpr const char* productName(std::int32_t number)
+{
+    for (const Product& product : products)
+        if (product.number == number) return product.name;
+    return nullptr;
+}
 
 /// The values at this address are unsigned 32-bit numbers.
 constexpr bool isUnsigned(std::int32_t address)

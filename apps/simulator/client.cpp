@@ -1,5 +1,7 @@
 #include "client.h"
 
+#include "apps/controller/addresses.h"
+
 #include <QByteArray>
 #include <QTcpSocket>
 #include <QtEndian>
@@ -20,7 +22,7 @@ Client::Client(QTcpSocket* socket, QObject* parent)
 bool Client::takeRequest(Request* request)
 {
     if (!isLive()) return false;
-    char header[24];
+    char header[20];
     if (m_socket->peek(header, 4) < 4) return false;
     const qint32 length = qFromLittleEndian<qint32>(header);
     if (length < 16 || length % 4 != 0 || length > maxLength) {
@@ -28,17 +30,37 @@ bool Client::takeRequest(Request* request)
         return false;
     }
     if (m_socket->bytesAvailable() < 4 + length) return false;
-    const qint64 count = qMin<qint64>(sizeof header, 4 + length);
-    if (m_socket->read(header, count) != count || m_socket->skip(4 + length - count) != 4 + length - count) {
+    if (m_socket->read(header, sizeof header) != sizeof header) {
         m_socket->abort();
         return false;
     }
+    *request = Request();
     request->type = qFromLittleEndian<quint32>(header + 4);
     request->address = qFromLittleEndian<qint32>(header + 8);
     request->index = qFromLittleEndian<qint32>(header + 12);
     request->number = qFromLittleEndian<qint32>(header + 16);
-    request->hasWord = length >= 20;
-    request->word = request->hasWord ? qFromLittleEndian<qint32>(header + 20) : 0;
+    request->dataSize = quint32(length - 16);
+    request->hasWord = request->dataSize > 0;
+    if (skipData(request)) return true;
+    m_socket->abort();
+    return false;
+}
+
+/// Takes the data off the connection, and keeps of it what a request has; false when it is not there.
+bool Client::skipData(Request* request)
+{
+    const bool isBlock =
+        request->address == controller::flashBlock && request->dataSize <= Download::maxBlockSize;
+    char piece[4096];
+    qint64 left = request->dataSize;
+    if (request->hasWord && m_socket->peek(piece, 4) == 4) request->word = qFromLittleEndian<qint32>(piece);
+    if (!isBlock) return m_socket->skip(left) == left;
+    while (left > 0) {
+        const qint64 count = m_socket->read(piece, qMin<qint64>(left, sizeof piece));
+        if (count <= 0) return false;
+        request->dataSum = Download::checkSum(request->dataSum, piece, std::size_t(count));
+        left -= count;
+    }
     return true;
 }
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "download.h"
+
 #include <cstdint>
 #include <QObject>
 
@@ -19,6 +21,8 @@ public:
         std::int32_t number = 0;
         std::int32_t word = 0; ///< first data word
         bool hasWord = false;
+        std::uint32_t dataSize = 0; ///< bytes
+        std::uint32_t dataSum = 0;  ///< CRC-32 of the data of a flash block; what else is sent has none
     };
 
     static constexpr int maxLength = 1024 * 1024; ///< largest `Len` that is accepted
@@ -41,7 +45,8 @@ public:
     /// Closes the connection once everything that was queued is sent.
     void close();
 
-    int waiting = 0; ///< requests taken and not confirmed
+    int waiting = 0;   ///< requests taken and not confirmed
+    Download download; ///< that this connection has under way
 
 signals:
     /// There may be requests to take, or room to send.
@@ -49,6 +54,8 @@ signals:
     void closed();
 
 private:
+    bool skipData(Request* request);
+
     QTcpSocket* m_socket;
     bool m_stalled = false;
 };

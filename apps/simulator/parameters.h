@@ -33,6 +33,8 @@ constexpr Parameter parameters[] = {
     {controller::samplePosition,    true,    0,            2147483647,  0},
     {controller::timeStampFormat,   true,    0,            5,           0},
     {controller::eventRate,         true,    1,            5000000,     100000},
+    {controller::firmwareProduct,   false,   0,            0,           1},
+    {controller::firmwareVersion,   false,   0,            0,           141},
     {controller::sweepPoint,        true,    0,            2147483647,  0},
     {controller::sweepStart,        true,   -2147483648LL, 2147483647,  0},
     {controller::sweepEnd,          true,   -2147483648LL, 2147483647,  0},

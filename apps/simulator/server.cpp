@@ -149,6 +149,10 @@ void Server::confirmDue()
 
 void Server::confirm(Client* client, const Client::Request& request)
 {
+    if (request.address == flashBlock || request.address == flashFinish) {
+        confirmDownload(client, request);
+        return;
+    }
     const int found = findParameter(request.address);
     std::int32_t reason = reasonOk;
     bool taken = false;
@@ -167,11 +171,31 @@ void Server::confirm(Client* client, const Client::Request& request)
         reason = reasonUnknownError;
     }
     if (taken) assign(std::size_t(found), request.word);
-    const std::int32_t words[] = {reason, found < 0 ? 0 : value(std::size_t(found))};
+    acknowledge(client, request, reason, found < 0 ? 0 : value(std::size_t(found)));
+    if (taken) tell(request.address, request.word, client);
+}
+
+/// A block of a firmware image, or its end; what was downloaded is not run.
+void Server::confirmDownload(Client* client, const Client::Request& request)
+{
+    Download& download = client->download;
+    const bool isBlock = request.address == flashBlock;
+    std::int32_t reason = request.type == typeGet ? reasonInvalidAddress : reasonUnknownError;
+    std::uint32_t sum = 0;
+    if (request.type == (isBlock ? typeSet : typeDo) && !m_refusing)
+        reason = isBlock ? download.takeBlock(request.index, request.dataSize, request.dataSum)
+                         : download.finish(&sum);
+    const bool isKnown = request.type != typeGet;
+    acknowledge(client, request, reason, isKnown ? isBlock ? download.next() : std::int32_t(sum) : 0);
+}
+
+void Server::acknowledge(Client* client, const Client::Request& request, std::int32_t reason,
+                         std::int32_t value)
+{
+    const std::int32_t words[] = {reason, value};
     const std::vector<char> ack =
         encodeTelegram(typeAck, request.address, request.index, request.number, words, 2);
     client->send(ack.data(), ack.size());
-    if (taken) tell(request.address, request.word, client);
 }
 
 /// Counts a value that is being set; every N-th is refused.

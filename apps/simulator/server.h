@@ -44,6 +44,8 @@ private:
 
     void confirmDue();
     void confirm(Client* client, const Client::Request& request);
+    void confirmDownload(Client* client, const Client::Request& request);
+    void acknowledge(Client* client, const Client::Request& request, std::int32_t reason, std::int32_t value);
     std::int32_t value(std::size_t parameter);
     std::int32_t current(controller::Address address) const;
     void assign(std::size_t parameter, std::int32_t value);

@@ -106,6 +106,40 @@ TEST(Simulator, AnswersByTheTable)
     EXPECT_NEAR(probe.next(4, 0x27).words.at(0), 10000, 5);
 }
 
+TEST(Simulator, SumsUpAnImageOfEachConnection)
+{
+    Rig rig(quick());
+    Probe& probe = rig.probe;
+    const Samples block = {1, 2, 3}, largest(16384), tooLarge(16385);
+    // clang-format off
+    const struct { qint32 type, address; Samples data; qint32 index, reason, value; } rows[] = {
+        {1, 0x200, {}, 0, 0, 1}, {0, 0x200, {2}, 0, 99, 1}, {1, 0x201, {}, 0, 0, 141}, {0, 0x201, {7}, 0, 99, 141},
+        {2, 0x203, {}, 0, 2, 0}, {0, 0x202, block, 1, 2, 0}, {0, 0x202, block, -1, 2, 0}, // nothing came yet
+        {0, 0x202, {}, 0, 99, 0}, {0, 0x202, tooLarge, 0, 2, 0},
+        {0, 0x202, {7}, 0, 0, 1}, {0, 0x202, block, 0, 0, 1}, // begins anew
+        {0, 0x202, {-1}, 2, 2, 1}, {0, 0x202, {-1}, 1, 0, 2}, {0, 0x202, {-1}, 1, 2, 2},
+        {1, 0x202, {}, 0, 1, 0}, {2, 0x202, {}, 2, 99, 2}, {9, 0x202, {5}, 2, 99, 2},
+        {1, 0x203, {}, 0, 1, 0}, {0, 0x203, {1}, 0, 99, 0}, {0, 0x202, largest, 2, 0, 3},
+        {2, 0x203, {}, 0, 0, -752727359}, {2, 0x203, {}, 0, 2, 0}, {0, 0x202, {7}, 3, 2, 0}, // it is over
+        {0, 0x202, {7}, 0, 0, 1}, {2, 0x203, {9}, 5, 0, -1131157595}, {1, 0x201, {}, 0, 0, 141}};
+    // clang-format on
+    for (const auto& row : rows) {
+        probe.request(row.type, row.address, row.data, row.index);
+        const Seen ack = probe.next(3, row.address);
+        EXPECT_EQ(ack.index, row.index) << "row " << &row - rows;
+        EXPECT_EQ(ack.words, (Samples{row.reason, row.value})) << "row " << &row - rows;
+    }
+    Probe other(rig.port());
+    EXPECT_EQ(probe.ask(0, 0x202, {7}), (Samples{0, 1}));
+    EXPECT_EQ(other.ask(2, 0x203), (Samples{2, 0})); // it has none
+    EXPECT_EQ(other.ask(0, 0x202, block), (Samples{0, 1}));
+    EXPECT_EQ(probe.ask(2, 0x203), (Samples{0, -1131157595}));
+    EXPECT_EQ(other.ask(2, 0x203), (Samples{0, -1327488365}));
+    Rig refusing(quick({"refuse"}));
+    EXPECT_EQ(refusing.probe.ask(0, 0x202, {7}), (Samples{99, 0}));
+    EXPECT_EQ(refusing.probe.ask(2, 0x203), (Samples{99, 0}));
+}
+
 TEST(Simulator, ConfirmsLaterAndInOrder)
 {
     Rig rig(quick());
