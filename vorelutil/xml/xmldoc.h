@@ -80,9 +80,12 @@ public:
     /// `s` as it stands in an attribute's value: a double quote, "&", "<" and ">" become "&quot;", "&amp;",
     /// "&lt;" and "&gt;". An apostrophe stays. Kept: a zero byte ends the text; the rest is dropped.
     static std::string translate(const std::string& s);
-    /// Appends this element and all below it to `out`, as `XmlDoc::write` has them. `indent` is the level:
-    /// from 1 on the element begins on a new line, behind two blanks a level; from 0 on so does its closing
-    /// tag, if it has one. Below 0 nothing is put on a new line, here and at every depth below.
+    /// Level for `write` from which downwards nothing is put on a new line, however deep the tree is.
+    static constexpr int unindented = -1000000;
+    /// Appends this element and all below it to `out`, as `XmlDoc::write` has them. `indent` is the level; it
+    /// rises by one with every depth, except from `unindented` downwards. From level 1 on an element begins
+    /// on a new line, behind two blanks a level; from 0 on so does its closing tag, if it has one; below 0
+    /// nothing does. `out` must not be one of the tree's own texts.
     ///
     /// Children are written before the text. Kept: the text is written as it is, so one with "<" in it does
     /// not read back; and the closing tag stands on a line of its own behind a text as well, so that a text
@@ -95,8 +98,7 @@ public:
     std::list<XmlDocNode*> children;               ///< in document order; owned
     std::string file; ///< the source that the node was read from, as its reader named it
     /// Kept: where the symbol after the start tag was read, not the start tag. Of an element that closes
-    /// itself
-    /// ("<a/>"): where its tag ends.
+    /// itself ("<a/>"): where its tag ends.
     int line;
 };
 

@@ -1,0 +1,227 @@
+#include "xmldoc.h"
+
+#include <algorithm>
+#include <charconv>
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <vector>
+#include <vorelutil/algo/scan.h>
+#include <vorelutil/platform/clocale.h>
+
+namespace {
+
+/// The attribute's value, up to its first zero byte; empty when there is none of that name.
+const char* valueOf(const XmlDocNode& node, const std::string& name)
+{
+    const auto found = node.attributes.find(name);
+    return found != node.attributes.end() ? found->second.c_str() : "";
+}
+
+/// As scanf's " 0x%x" with 64 bits, cut to 32.
+bool scanHexadecimal(const char* text, int* value)
+{
+    text += std::strspn(text, " \t\n\v\f\r");
+    if (std::strncmp(text, "0x", 2) != 0) return false;
+    const char* const digits = text + 2;
+    char* end = nullptr;
+    const unsigned long long bits = std::strtoull(digits, &end, 16);
+    if (end == digits) return false;
+    *value = static_cast<int>(bits);
+    return true;
+}
+
+/// As scanf's " %d" with 64 bits, cut to 32.
+bool scanDecimal(const char* text, int* value)
+{
+    char* end = nullptr;
+    const long long number = std::strtoll(text, &end, 10);
+    if (end == text) return false;
+    *value = static_cast<int>(number);
+    return true;
+}
+
+/// What stands for a byte in an attribute's value; null: the byte itself.
+const char* escapeOf(char c)
+{
+    switch (c) {
+    case '"':
+        return "&quot;";
+    case '&':
+        return "&amp;";
+    case '<':
+        return "&lt;";
+    case '>':
+        return "&gt;";
+    default:
+        return nullptr;
+    }
+}
+
+void appendTranslated(std::string& out, const std::string& s)
+{
+    for (const char c : s) {
+        if (c == '\0') return;
+        if (const char* const escape = escapeOf(c))
+            out += escape;
+        else
+            out += c;
+    }
+}
+
+void appendIndentation(std::string& out, long long level)
+{
+    out += '\n';
+    out.append(static_cast<std::size_t>(level) * 2, ' ');
+}
+
+/// Result: whether an end tag must follow.
+bool writeStart(std::string& out, const XmlDocNode& node, long long level)
+{
+    if (level > 0) appendIndentation(out, level);
+    out += '<';
+    out += node.name;
+    for (const auto& [name, value] : node.attributes) {
+        out += ' ';
+        out += name;
+        out += "=\"";
+        appendTranslated(out, value);
+        out += '"';
+    }
+    const bool isOpen = !node.children.empty() || !node.text.empty();
+    out += isOpen ? ">" : "/>";
+    return isOpen;
+}
+
+void writeEnd(std::string& out, const XmlDocNode& node, long long level)
+{
+    out += node.text;
+    if (level >= 0) appendIndentation(out, level);
+    out += "</";
+    out += node.name;
+    out += '>';
+}
+
+} // namespace
+
+XmlDocNode::XmlDocNode(const std::string& name_, XmlDocNode* parent, const std::string& file_, int line_)
+    : name(name_)
+    , file(file_)
+    , line(line_)
+{
+    if (parent != nullptr) parent->addChild(this);
+}
+
+XmlDocNode::~XmlDocNode()
+{
+    deleteChildren();
+}
+
+void XmlDocNode::deleteChildren()
+{
+    // A node gives its children to this list before it is destroyed, so that no destructor calls another.
+    std::list<XmlDocNode*> doomed;
+    doomed.swap(children);
+    while (!doomed.empty()) {
+        XmlDocNode* const child = doomed.front();
+        doomed.pop_front();
+        doomed.splice(doomed.begin(), child->children);
+        delete child;
+    }
+}
+
+void XmlDocNode::addChild(XmlDocNode* child)
+{
+    children.push_back(child);
+}
+
+void XmlDocNode::removeChild(XmlDocNode* child)
+{
+    children.remove(child);
+}
+
+XmlDocNode* XmlDocNode::findNode(const std::string& wanted, const XmlDocNode* after) const
+{
+    auto from = children.begin();
+    if (after != nullptr) {
+        from = std::find(from, children.end(), after);
+        if (from == children.end()) return nullptr;
+        ++from;
+    }
+    const auto found =
+        std::find_if(from, children.end(), [&](const XmlDocNode* child) { return child->name == wanted; });
+    return found != children.end() ? *found : nullptr;
+}
+
+std::string XmlDocNode::findAttr(const std::string& attribute, const std::string& dflt) const
+{
+    const auto found = attributes.find(attribute);
+    return found != attributes.end() ? found->second : dflt;
+}
+
+int XmlDocNode::findAttrInt(const std::string& attribute, int dflt) const
+{
+    const platform::CLocaleScope scope;
+    const char* const digits = valueOf(*this, attribute);
+    int value = dflt;
+    if (!scanHexadecimal(digits, &value) && !algoScanBinary(digits, &value)) scanDecimal(digits, &value);
+    return value;
+}
+
+double XmlDocNode::findAttrDbl(const std::string& attribute, double dflt) const
+{
+    const platform::CLocaleScope scope;
+    double value = dflt;
+    return std::sscanf(valueOf(*this, attribute), " %lg", &value) == 1 ? value : dflt;
+}
+
+void XmlDocNode::addAttr(const std::string& attribute, const std::string& value)
+{
+    attributes[attribute] = value;
+}
+
+void XmlDocNode::addAttr(const std::string& attribute, int value)
+{
+    attributes[attribute] = std::to_string(value);
+}
+
+void XmlDocNode::addAttr(const std::string& attribute, double value)
+{
+    char digits[32];
+    const auto end = std::to_chars(digits, digits + sizeof digits, value, std::chars_format::general, 6).ptr;
+    attributes[attribute].assign(digits, end);
+}
+
+std::string XmlDocNode::translate(const std::string& s)
+{
+    std::string out;
+    appendTranslated(out, s);
+    return out;
+}
+
+void XmlDocNode::write(std::string& out, int indent) const
+{
+    struct Open
+    {
+        const XmlDocNode* node;
+        std::list<XmlDocNode*>::const_iterator next;
+    };
+    long long level = indent <= unindented ? LLONG_MIN / 2 : indent;
+    std::vector<Open> open; // the elements whose end tags are still to come, from this one to the deepest
+    if (!writeStart(out, *this, level)) return;
+    open.push_back({this, children.begin()});
+    while (!open.empty()) {
+        Open& deepest = open.back();
+        if (deepest.next == deepest.node->children.end()) {
+            writeEnd(out, *deepest.node, level);
+            open.pop_back();
+            --level;
+            continue;
+        }
+        const XmlDocNode* const child = *deepest.next++;
+        if (!writeStart(out, *child, level + 1)) continue;
+        ++level;
+        open.push_back({child, child->children.begin()});
+    }
+}
