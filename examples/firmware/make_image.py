@@ -1,0 +1,66 @@
+#!/usr/bin/env python3
+"""Makes a firmware image, to try `vorel firmware`, the console and a simulated controller without hardware.
+
+    make_image.py fpga design.bit --product scan_ctrl --part 7a35tcsg324 --size 200000
+    make_image.py dsp dsp.bin --version '$Revision: 1.42 $' --size 65536
+
+The same arguments give the same bytes. docs/formats/firmware.md describes the images.
+"""
+
+import argparse
+import random
+import struct
+import sys
+
+PREAMBLE = bytes.fromhex("0009 0ff0 0ff0 0ff0 0ff0 0000 01")
+SYNC = b"\xff" * 16 + bytes.fromhex("aa995566")
+
+
+def noise(count, seed):
+    """Bytes that stand for code."""
+    return random.Random(seed).getrandbits(8 * count).to_bytes(count, "little") if count > 0 else b""
+
+
+def field(key, text):
+    """A field of a bit file's header: key, length, text with its zero byte."""
+    data = text.encode() + b"\0"
+    return key + struct.pack(">H", len(data)) + data
+
+
+def bit_file(options):
+    """Header, length of the configuration data, and the data, which begin with the synchronisation pattern."""
+    header = PREAMBLE + field(b"a", options.product) + field(b"b", options.part)
+    header += field(b"c", options.date) + field(b"d", options.time) + b"e"
+    length = max(options.size - len(header) - 4, len(SYNC))
+    return header + struct.pack(">I", length) + SYNC + noise(length - len(SYNC), options.seed)
+
+
+def processor_image(options, kind):
+    """Code with two texts in its middle: version and product, each behind its key."""
+    texts = f"{kind}Version:{options.version}\0{kind}Product:{options.product}\0".encode()
+    code = noise(options.size - len(texts), options.seed)
+    middle = len(code) // 2
+    return code[:middle] + texts + code[middle:]
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__.split("\n", 1)[0])
+    parser.add_argument("kind", choices=["fpga", "dsp", "sam"])
+    parser.add_argument("file")
+    parser.add_argument("--product", default="example", help="product, or name of the design")
+    parser.add_argument("--version", default="1.0", help="of a dsp or sam image")
+    parser.add_argument("--date", default="2026/11/21", help="of a bit file, which has no other version")
+    parser.add_argument("--time", default="12:00:00", help="of a bit file")
+    parser.add_argument("--part", default="7a35tcsg324", help="of a bit file: the part that it is for")
+    parser.add_argument("--size", type=int, default=100000, help="bytes in the file, where the texts leave room")
+    parser.add_argument("--seed", type=int, default=1, help="another number gives other code")
+    options = parser.parse_args()
+    if max(len(text.encode()) for text in vars(options).values() if isinstance(text, str)) > 1000:
+        sys.exit("make_image.py: a text has more than 1000 bytes")
+    kinds = {"fpga": bit_file, "dsp": lambda o: processor_image(o, "Dsp"), "sam": lambda o: processor_image(o, "Sam")}
+    with open(options.file, "wb") as out:
+        out.write(kinds[options.kind](options))
+
+
+if __name__ == "__main__":
+    main()
