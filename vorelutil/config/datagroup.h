@@ -20,8 +20,8 @@ public:
     /// A group without name, id, trigger and algorithm (each -1), at place 0, with every flag off.
     DataGroup() = default;
     /// Reads an element, whatever its tag name. `sequence` is its place among its siblings, from 0 on.
-    /// Numbers are read as `XmlDocNode::findAttrInt` reads them; one that is missing or is none gives -1.
-    /// `node` must not be null.
+    /// Numbers are read as `XmlDocNode::findAttrInt` reads them ("0x10" is 16, "3rd" is 3); one that is
+    /// missing or is none gives -1. `node` must not be null.
     ///
     /// Kept: a keyword counts wherever it stands in its attribute, also inside a longer word ("Binary"
     /// switches `bin` on); case counts.
@@ -35,8 +35,8 @@ public:
     /// id; other groups that are there stay. A child that is left out counts for the places of those after
     /// it.
     static void parseDataGroups(const DocNode* parent, QMap<int, DataGroup>& groups);
-    /// The ids of groups by their `sequence`, so that iteration follows the order of the file. Of groups with
-    /// the same sequence (from different files, say) the one with the highest id is kept.
+    /// The keys of `groups` (the ids) by their `sequence`, so that iteration follows the order of the file.
+    /// Of groups with the same sequence (from different files, say) the one with the highest id is kept.
     static QMap<int, int> sortGroupsBySequence(const QMap<int, DataGroup>& groups);
 
     QString displayName;   ///< at first `name`; the application may show another

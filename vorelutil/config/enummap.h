@@ -6,12 +6,15 @@
 
 /// A list of values with captions, as descriptions write it: "Off:Slow=10:Fast:Auto=0x20".
 ///
-/// Entries are separated by ":"; each is a caption, optionally followed by "=" and a value: decimal with an
-/// optional sign, hexadecimal ("0x1F"), or octal ("017"). A value that is left out is the one before plus
-/// one, the first 0; one after 2147483647 is -2147483648. The last "=" of an entry separates, and white space
-/// around captions and values is dropped. A value that is no number, or lies outside 32 bits, counts as left
-/// out and stays a part of the caption. Entries without caption (as in "A::B") are skipped and count no
-/// value, unless they have a value.
+/// Entries are separated by ":"; each is a caption, optionally followed by "=" and a value: decimal,
+/// hexadecimal ("0x1F", "0X1f"), or octal ("017"), each with an optional sign. White space around entries,
+/// captions and values is dropped. A value that is left out is the one before plus one, the first 0; one
+/// after 2147483647 is -2147483648. Hexadecimal and octal values above 2147483647 that fit into 32 bits are
+/// the negative ones of the same bits: 0xFFFFFFFF is -1.
+///
+/// The last "=" of an entry separates. What follows it and is no value, as a whole, counts as left out and
+/// stays a part of the caption: "x >=", "Mode=fast", "A=08" and "A=4294967296" are captions. Entries without
+/// caption (as in "A::B") are skipped and count no value, unless they have a value ("A:=5:B": B is 6).
 ///
 /// Positions count the entries as they are written, from 0 on; orders count them by ascending value, from 0
 /// on, equal values in the order of their positions. Of entries with the same value or caption, the first one

@@ -26,36 +26,45 @@ public:
     static constexpr qint64 maxFileSize = qint64(1) << 30; ///< bytes
 
     /// Opens `directory` + `fileName` (joined as they stand) and reads all that the members tell. A file that
-    /// does not open is no error: `loaded` is false then, and nothing else is known. Of a bit file, what
-    /// stands before the synchronisation pattern is dropped from `contents`.
+    /// does not open (a folder never does) is no error: `loaded` is false then, and nothing else is known. A
+    /// pipe is read to its end. Of a bit file, what stands before the synchronisation pattern is dropped from
+    /// `contents`.
     ///
     /// Throws `XmlError` (without file and line), before anything is opened, "Invalid pkd file: adresses not
     /// complete" (spelled so) if an address is 0, "Invalid pkd file: names not complete" if `fileName` or
     /// `displayName` is empty; `FormatError` with the file name: "Firmware file is empty", "Firmware file is
     /// too large" (above `maxFileSize`), "File is not a valid firmware file" for an unknown kind, "Not a
-    /// valid bitfile"; `IOError` if the file opens and cannot be read; `OomError` if it does not fit into
-    /// memory.
+    /// valid bitfile"; `IOError` "Can't read file", name and the system's reason, if the file opens and
+    /// cannot be read; `OomError` if it does not fit into memory.
     FirmwareFile(QString fileName, QString directory, QString displayName, int addrPrd, int addrVer,
                  int addrFlash, bool optional);
 
     // The steps of the constructor
 
-    /// Replaces `contents` by the file's; false, and nothing is changed, if it does not open. Throws as the
-    /// constructor.
+    /// Replaces `contents` and `fileSize` by the file's; false if it does not open. Throws as the
+    /// constructor. Nothing is changed then, either.
     bool readFile();
-    /// Sets `type` from `contents`.
+    /// Sets `type` from `contents`. What begins as a bit file is one, whatever keys it holds.
     void guessFileType();
     /// Sets `version` and `product` from the texts behind two keys in `contents`, each read as UTF-8; a key
-    /// that is missing leaves its member as it is. Kept: both keys are taken to be 11 bytes long.
+    /// that is missing leaves its member as it is. Keys must not be null. Kept: both are taken to be 11 bytes
+    /// long.
     ///
     /// The version ends before the next "$" or zero byte; a "$Revision: " or "$Date: " that begins right
     /// behind the key, or one byte later, is skipped. The product ends before the next zero byte. A text may
     /// also end with the contents.
     void extractDspInfo(const char* versionKey, const char* productKey);
-    /// Sets `version`, `product`, `partName` and `configLength` from the header of a bit file. The version is
-    /// date, comma and time, at most 28 characters. Kept: the bytes of a length count as signed ones. Throws
-    /// `FormatError` "Not a valid bitfile" if a field lies outside the contents, or the mark of the
-    /// configuration data is missing.
+    /// Sets `version`, `product`, `partName`, `configLength` and `configBytes` from the header of a bit file.
+    /// Texts end before a zero byte, are cut byte by byte and then read as UTF-8. Throws `FormatError` "Not a
+    /// valid bitfile" if a field lies outside the contents, or the mark of the configuration data ('e') is
+    /// missing; nothing is changed then.
+    ///
+    /// The product is the name of the design, at most 28 bytes, up to its first ';'. The version is the date,
+    /// padded with blanks to its field's length (at most 28), then the time: at most 28 bytes. Kept: a comma
+    /// takes the place of the last of the date's bytes, so that one without its zero byte loses its last
+    /// character; the bytes of a length count as signed ones, so that a length may be negative: its field has
+    /// no text, and the next one begins that much earlier. A date of such a length, or of length 0, has no
+    /// comma.
     void extractFpgaInfo();
     /// Drops what stands before the first synchronisation pattern (16 bytes FF, then AA 99 55 66), if there
     /// is one.
@@ -63,23 +72,24 @@ public:
 
     // The image in pieces
 
-    /// At most `length` bytes from `offset` on, as far as the contents go; none if `offset` is negative or at
-    /// or beyond the end, or `length` is not above 0.
+    /// At most `length` bytes from `offset` on, as far as the contents go, and never above `maxFileSize`;
+    /// none if `offset` is negative or at or beyond the end, or `length` is not above 0.
     ///
     /// With a telegram: the piece as its data, ready to be sent. Zero bytes pad the piece to a multiple of 4,
-    /// `Len` of
-    /// `*tel` becomes its size plus 16, and the result is the 20 bytes of `*tel`, then the piece.
+    /// `Len` of `*tel` becomes its size plus 16, and the result is the 20 bytes of `*tel`, then the piece. No
+    /// piece: the 20 bytes alone.
     QByteArray getContents(int offset, int length, UcTelegram* tel = nullptr) const;
     /// Takes `contents` as one telegram, of 20 bytes of header and data: appends zero bytes until the data is
-    /// a multiple of `pageSize` bytes, and writes what `Len` has to be, little-endian, to the header. Nothing
-    /// is changed if `pageSize` is below 1, or the contents are shorter than a header, or would become longer
-    /// than `maxFileSize`.
+    /// a multiple of `pageSize` bytes, and writes what `Len` has to be (the size of the data plus 16),
+    /// little-endian, to the header. Nothing is changed if `pageSize` is below 1, or the contents are shorter
+    /// than a header, or would become longer than `maxFileSize`.
     void expandToPage(int pageSize);
 
     // Versions
 
     /// The number that all decimal digits of a text make in their order, of whatever script: "1.2.3" is 123;
-    /// 0 without digits. Kept: 1.10 (110) is above 1.9 (19), but also above 2.0 (20).
+    /// 0 without digits, infinity with more than a double holds. Kept: 1.10 (110) is above 1.9 (19), but also
+    /// above 2.0 (20).
     static double parseVersion(QString text);
     /// 0: `a` is newer, 1: they are equal, 2: `b` is newer, 3: one of them is missing (its number is 0).
     static int compareVersion(QString a, QString b);
@@ -90,33 +100,33 @@ public:
     void setFirmwareCapabilities(int mask) { capabilities = mask; }
     void setMaskedBit(int bit) { maskedBit = bit; }
     int getMaskedBit() const { return maskedBit; }
-    /// `maskedBit` + 1 bits, all clear but the last; empty when `maskedBit` is negative or INT_MAX.
+    /// `maskedBit` + 1 bits, all clear but the last; empty when `maskedBit` is negative, or above INT_MAX -
+    /// 16, which no bit array holds.
     QBitArray getMask() const;
 
     /// What is odd about the image, in words for the operator; empty when nothing is: a configuration length
-    /// that disagrees with what follows it in the file.
+    /// that disagrees with the number of bytes behind it in the file.
     QString info() const;
 
-    int enabled = 1;      ///< a flag; cleared by those who filter the images of a device
-    QString fileName;     ///< also in messages
-    QString directory;    ///< ends with a separator where one is needed
-    QString displayName;  ///< for the operator
-    QString version;      ///< from the image
-    QString product;      ///< product, or name of the design, from the image
-    bool loaded = false;  ///< the file was opened and read
-    int capabilities = 0; ///< bit mask of what the image needs; 0: nothing
-    int lockMask = 0;     ///< bit mask of lock bits; 0: none
-    int addrPrd;          ///< controller address of the product; these three are not 0
-    int addrVer;          ///< controller address of the version
-    int addrFlash;        ///< controller address of the download
-    int type = Unknown;   ///< a `Type`
-    bool optional;        ///< the application's
-    QByteArray contents;  ///< the image
-    int maskedBit = 0;    ///< a bit number
-    int revision = 0;     ///< the application's
-    QString partName;     ///< of a bit file: the part that it is for
-    qint64 fileSize = 0;  ///< bytes in the file
-    qint64 configLength =
-        -1; ///< of a bit file: bytes of configuration data, as its header says; -1: it says nothing
-    qint64 configBytes = -1; ///< of a bit file: bytes that follow that length in the file
+    int enabled = 1;          ///< a flag; cleared by those who filter the images of a device
+    QString fileName;         ///< also in messages
+    QString directory;        ///< ends with a separator where one is needed
+    QString displayName;      ///< for the operator
+    QString version;          ///< from the image
+    QString product;          ///< product, or name of the design, from the image
+    bool loaded = false;      ///< the file was opened and read
+    int capabilities = 0;     ///< bit mask of what the image needs; 0: nothing
+    int lockMask = 0;         ///< bit mask of lock bits; 0: none
+    int addrPrd;              ///< controller address of the product; these three are not 0
+    int addrVer;              ///< controller address of the version
+    int addrFlash;            ///< controller address of the download
+    int type = Unknown;       ///< a `Type`
+    bool optional;            ///< the application's
+    QByteArray contents;      ///< the image
+    int maskedBit = 0;        ///< a bit number
+    int revision = 0;         ///< the application's
+    QString partName;         ///< of a bit file: the part that it is for
+    qint64 fileSize = 0;      ///< bytes in the file, with what was dropped
+    qint64 configLength = -1; ///< of a bit file: bytes of configuration data, by its header; -1: unknown
+    qint64 configBytes = -1;  ///< of a bit file: bytes behind that length in the file; -1: no length there
 };
