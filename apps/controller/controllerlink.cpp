@@ -1,8 +1,10 @@
 #include "controllerlink.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <cstring>
 #include <QPointer>
+#include <QtEndian>
 #include <utility>
 #include <vorelutil/tcp/iqtcp.h>
 #include <vorelutil/trace/telegram.h>
@@ -118,31 +120,38 @@ void ControllerLink::setState(State state)
 
 int ControllerLink::set(int address, int value, int index)
 {
-    return send(typeSet, address, index, &value);
+    return request(typeSet, address, index, &value);
 }
 
 int ControllerLink::get(int address, int index)
 {
-    return send(typeGet, address, index, nullptr);
+    return request(typeGet, address, index, nullptr);
 }
 
 int ControllerLink::run(int address, int index)
 {
-    return send(typeDo, address, index, nullptr);
+    return request(typeDo, address, index, nullptr);
 }
 
-int ControllerLink::send(quint32 type, int address, int index, const int* word)
+int ControllerLink::request(quint32 type, int address, int index, const int* word)
+{
+    const std::vector<char> bytes = encodeTelegram(type, address, index, 0, word, word == nullptr ? 0 : 1);
+    return send(QByteArray(bytes.data(), int(bytes.size())));
+}
+
+int ControllerLink::send(QByteArray telegram)
 {
     if (m_state != Connected || !m_tcp || m_pending.size() >= maxPending) return 0;
     const int number = m_lastNumber == 0x7FFFFFFF ? 1 : m_lastNumber + 1;
-    const std::vector<char> bytes =
-        encodeTelegram(type, address, index, number, word, word == nullptr ? 0 : 1);
-    if (!m_tcp->writeBlock(bytes.data(), int(bytes.size()))) return 0;
+    if (telegram.size() >= int(sizeof(UcTelegram)))
+        qToLittleEndian(number, telegram.data() + offsetof(UcTelegram, CNo));
+    TelegramReader reader(telegram.constData(), std::size_t(telegram.size()));
+    TelegramView sent;
+    if (!reader.next(&sent) || sent.length + 4 != telegram.size()) return 0;
+    if (!m_tcp->writeBlock(telegram.constData(), telegram.size())) return 0;
     m_lastNumber = number;
     m_pending.insert(number);
     ++m_telegrams;
-    TelegramView sent;
-    TelegramReader(bytes.data(), bytes.size()).next(&sent);
     trace("tx", sent);
     return number;
 }

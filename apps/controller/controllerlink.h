@@ -3,6 +3,7 @@
 #include "telegrams.h"
 
 #include <memory>
+#include <QByteArray>
 #include <QObject>
 #include <QSet>
 #include <QString>
@@ -52,6 +53,9 @@ public:
     int set(int address, int value, int index = 0);
     int get(int address, int index = 0);
     int run(int address, int index = 0); ///< "DO"
+    /// Sends a whole telegram, whose `CNo` becomes its number. One that is none (its length word does not say
+    /// its size) is not sent: 0.
+    int send(QByteArray telegram);
 
     /// What arrived is being dispatched: true in a slot of `told` or `acknowledged`, and in an event loop
     /// that one runs.
@@ -82,7 +86,7 @@ private:
     void breakOff(const QString& reason);
     void poll();
     void setState(State state);
-    int send(quint32 type, int address, int index, const int* word);
+    int request(quint32 type, int address, int index, const int* word);
 
     std::unique_ptr<IQTcp> m_tcp; ///< null while off, and between a broken link and the next attempt
     QTimer m_pollTimer;

@@ -67,6 +67,27 @@ TEST_F(ControllerLinkTest, MatchesAnswersAndHandsOnTells)
     EXPECT_TRUE(problems.isEmpty());
 }
 
+TEST_F(ControllerLinkTest, SendsWholeTelegramsUnderItsOwnNumber)
+{
+    const auto telegram = [](const auto&... words) {
+        const qint32 all[] = {words...};
+        return QByteArray(reinterpret_cast<const char*>(all), sizeof all);
+    };
+    const QByteArray block = telegram(24, 0, 0x202, 0, 77, 5, 6);
+    EXPECT_EQ(link->send(block), 0); // not connected
+    ASSERT_TRUE(connectSimulator());
+    for (const QByteArray& none :
+         {QByteArray(), block.left(19), block.left(24), block + block, block + "abcd"})
+        EXPECT_EQ(link->send(none), 0) << none.size();
+    EXPECT_EQ(link->send(block), 1);
+    EXPECT_EQ(link->get(0x21), 2);
+    EXPECT_EQ(link->send(telegram(16, 2, 0x203, 9, 77)), 3);
+    ASSERT_TRUE(eventually([this] { return acks.size() == 3; }));
+    const std::vector<std::vector<int>> expected = {
+        {1, 0x202, 0, 0, 1}, {2, 0x21, 0, 0, 0}, {3, 0x203, 9, 0, 145329873}};
+    EXPECT_EQ(acks, expected);
+}
+
 TEST_F(ControllerLinkTest, TracesByCategory)
 {
     QTemporaryDir dir;
