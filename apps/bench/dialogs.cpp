@@ -5,14 +5,33 @@
 
 namespace bench {
 
-void askForFile(QWidget* parent, const QString& title, const QString& suggestion, const QString& filter,
-                const std::function<void(const QString& path)>& chosen)
+namespace {
+
+QFileDialog* makeFileDialog(QWidget* parent, const QString& title, const QString& filter,
+                            const std::function<void(const QString& path)>& chosen)
 {
     auto* dialog = new QFileDialog(parent, title, QString(), filter);
     dialog->setAttribute(Qt::WA_DeleteOnClose);
+    QObject::connect(dialog, &QFileDialog::fileSelected, parent, chosen);
+    return dialog;
+}
+
+} // namespace
+
+void askForFile(QWidget* parent, const QString& title, const QString& suggestion, const QString& filter,
+                const std::function<void(const QString& path)>& chosen)
+{
+    QFileDialog* const dialog = makeFileDialog(parent, title, filter, chosen);
     dialog->setAcceptMode(QFileDialog::AcceptSave);
     dialog->selectFile(suggestion);
-    QObject::connect(dialog, &QFileDialog::fileSelected, parent, chosen);
+    dialog->open();
+}
+
+void askForExistingFile(QWidget* parent, const QString& title, const QString& filter,
+                        const std::function<void(const QString& path)>& chosen)
+{
+    QFileDialog* const dialog = makeFileDialog(parent, title, filter, chosen);
+    dialog->setFileMode(QFileDialog::ExistingFile);
     dialog->open();
 }
 

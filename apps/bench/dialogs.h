@@ -17,6 +17,10 @@ namespace bench {
 void askForFile(QWidget* parent, const QString& title, const QString& suggestion, const QString& filter,
                 const std::function<void(const QString& path)>& chosen);
 
+/// The same for a file to read, which exists.
+void askForExistingFile(QWidget* parent, const QString& title, const QString& filter,
+                        const std::function<void(const QString& path)>& chosen);
+
 /// Says what was not saved; nothing if it was.
 void showFailure(QWidget* parent, const SaveResult& result);
 

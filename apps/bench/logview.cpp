@@ -42,7 +42,8 @@ Line lineKind(const QString& line)
     const bool isTold =
         type == QLatin1String("TELL") && (address == controller::voltageReadBack ||
                                           address == controller::samples || address == controller::packet);
-    return isTold || address == controller::counter ? Line::Periodic : Line::Telegram;
+    const bool isPeriodic = isTold || address == controller::counter || address == controller::flashBlock;
+    return isPeriodic ? Line::Periodic : Line::Telegram;
 }
 
 } // namespace

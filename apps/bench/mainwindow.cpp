@@ -76,7 +76,8 @@ MainWindow::MainWindow(Console* console, Simulator* simulator, QWidget* parent)
     auto* parts = new QSplitter(Qt::Vertical, this);
     parts->addWidget(m_pages);
     parts->addWidget(withHeading(
-        tr("Trace log without samples, packets, read-back and counter (the file has them)"), m_log, parts));
+        tr("Trace log without samples, packets, flash blocks, read-back and counter (the file has them)"),
+        m_log, parts));
     parts->setStretchFactor(0, 4);
     parts->setStretchFactor(1, 1);
     parts->setSizes({570, 130});
