@@ -68,6 +68,9 @@ int run(int argc, char** argv)
     addFrameCommands(app, &work);
     addEvalCommand(app, &work);
     addTdcCommands(app, &work);
+    addXmlCommands(app, &work);
+    addGroupCommand(app, &work);
+    addFirmwareCommands(app, &work);
 
     const int code = parseAndWork(app, work, argc, argv);
     if ((std::fflush(stdout) != 0 || std::ferror(stdout) != 0) && code == exitDone) {

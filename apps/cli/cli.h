@@ -29,6 +29,9 @@ void addLinkCommands(CLI::App& app, Work* work);
 void addFrameCommands(CLI::App& app, Work* work);
 void addEvalCommand(CLI::App& app, Work* work);
 void addTdcCommands(CLI::App& app, Work* work);
+void addXmlCommands(CLI::App& app, Work* work);
+void addGroupCommand(CLI::App& app, Work* work);
+void addFirmwareCommands(CLI::App& app, Work* work);
 
 /// Whether the command draws text, so that `run` needs a `QGuiApplication`.
 bool drawsText(int argc, char** argv);

@@ -1,5 +1,6 @@
 #include "cli.h"
 #include "colourmap.h"
+#include "inputfile.h"
 #include "streams.h"
 
 #include <algorithm>
@@ -10,9 +11,7 @@
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <QBuffer>
-#include <QFile>
 #include <QImage>
-#include <QTemporaryFile>
 #include <vorelutil/frames/framereader.h>
 #include <vorelutil/trace/error.h>
 
@@ -26,45 +25,6 @@ struct FrameArguments
     std::string map = colourMapNames().front();
 };
 
-/// A file by name; "-" is standard input, kept in a temporary file while this lives.
-class Input
-{
-public:
-    explicit Input(const std::string& name)
-        : m_path(name)
-    {
-        if (name != "-") return;
-        QFile in;
-        if (!in.open(0, QIODevice::ReadOnly | QIODevice::Unbuffered))
-            throw IOError("cannot read standard input");
-        if (!m_copy.open()) throw IOError("cannot write a temporary file");
-        std::vector<char> piece(std::size_t(256) * 1024);
-        for (;;) {
-            const qint64 count = in.read(piece.data(), qint64(piece.size()));
-            if (count < 0) throw IOError("cannot read standard input");
-            if (count == 0) break;
-            if (m_copy.write(piece.data(), count) != count) throw IOError("cannot write a temporary file");
-        }
-        if (!m_copy.flush()) throw IOError("cannot write a temporary file");
-        m_path = QFile::encodeName(m_copy.fileName()).toStdString();
-        m_isCopy = true;
-    }
-
-    const std::string& path() const { return m_path; }
-
-    /// A message with the name that the user knows.
-    std::string named(std::string message) const
-    {
-        const std::size_t at = m_isCopy ? message.find(m_path) : std::string::npos;
-        return at == std::string::npos ? message : message.replace(at, m_path.size(), "standard input");
-    }
-
-private:
-    QTemporaryFile m_copy;
-    std::string m_path;
-    bool m_isCopy = false;
-};
-
 FrameImage readImage(const std::string& path, FrameFileFormat format)
 {
     if (format == FrameFileFormat::Asc) return readFrameAsc(path);
@@ -72,7 +32,7 @@ FrameImage readImage(const std::string& path, FrameFileFormat format)
     throw FormatError("no area snapshot", path);
 }
 
-int info(const Input& input, const FrameArguments&)
+int info(const InputFile& input, const FrameArguments&)
 {
     // The keys in the order of printing; null where a file does not say.
     nlohmann::ordered_json json;
@@ -142,7 +102,7 @@ QImage picture(const FrameImage& frame, const ColourMap& colours)
     return image;
 }
 
-int png(const Input& input, const FrameArguments& arguments)
+int png(const InputFile& input, const FrameArguments& arguments)
 {
     const FrameImage frame = readImage(input.path(), detectFrameFile(input.path()));
     const QImage image = picture(frame, colourMap(arguments.map));
@@ -164,12 +124,12 @@ void addFrameCommands(CLI::App& app, Work* work)
     auto arguments = std::make_shared<FrameArguments>();
     CLI::App* frame = app.add_subcommand("frame", "Files of measurement frames.");
     frame->require_subcommand(1);
-    const auto finish = [&](CLI::App* command, int (*function)(const Input&, const FrameArguments&),
+    const auto finish = [&](CLI::App* command, int (*function)(const InputFile&, const FrameArguments&),
                             const std::string& files) {
         command->add_option("FILE", arguments->in, files + "; - is standard input")->required();
         command->callback([arguments, work, function] {
             *work = [arguments, function] {
-                const Input input(arguments->in);
+                const InputFile input(arguments->in);
                 try {
                     return function(input, *arguments);
                 } catch (const Error& error) {

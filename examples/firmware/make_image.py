@@ -28,7 +28,7 @@ def field(key, text):
 
 
 def bit_file(options):
-    """Header, length of the configuration data, and the data, which begin with the synchronisation pattern."""
+    """Header, length of the configuration data, and the data, which begin with a fixed pattern."""
     header = PREAMBLE + field(b"a", options.product) + field(b"b", options.part)
     header += field(b"c", options.date) + field(b"d", options.time) + b"e"
     length = max(options.size - len(header) - 4, len(SYNC))
@@ -52,14 +52,17 @@ def main():
     parser.add_argument("--date", default="2026/11/21", help="of a bit file, which has no other version")
     parser.add_argument("--time", default="12:00:00", help="of a bit file")
     parser.add_argument("--part", default="7a35tcsg324", help="of a bit file: the part that it is for")
-    parser.add_argument("--size", type=int, default=100000, help="bytes in the file, where the texts leave room")
+    parser.add_argument("--size", type=int, default=100000, help="bytes in the file, if the texts fit")
     parser.add_argument("--seed", type=int, default=1, help="another number gives other code")
     options = parser.parse_args()
     if max(len(text.encode()) for text in vars(options).values() if isinstance(text, str)) > 1000:
         sys.exit("make_image.py: a text has more than 1000 bytes")
-    kinds = {"fpga": bit_file, "dsp": lambda o: processor_image(o, "Dsp"), "sam": lambda o: processor_image(o, "Sam")}
+    if options.kind == "fpga":
+        image = bit_file(options)
+    else:
+        image = processor_image(options, options.kind.capitalize())
     with open(options.file, "wb") as out:
-        out.write(kinds[options.kind](options))
+        out.write(image)
 
 
 if __name__ == "__main__":
