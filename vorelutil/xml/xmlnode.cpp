@@ -2,11 +2,9 @@
 
 #include <algorithm>
 #include <charconv>
-#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <vector>
 #include <vorelutil/algo/scan.h>
 #include <vorelutil/platform/clocale.h>
 
@@ -40,67 +38,6 @@ bool scanDecimal(const char* text, int* value)
     if (end == text) return false;
     *value = static_cast<int>(number);
     return true;
-}
-
-/// What stands for a byte in an attribute's value; null: the byte itself.
-const char* escapeOf(char c)
-{
-    switch (c) {
-    case '"':
-        return "&quot;";
-    case '&':
-        return "&amp;";
-    case '<':
-        return "&lt;";
-    case '>':
-        return "&gt;";
-    default:
-        return nullptr;
-    }
-}
-
-void appendTranslated(std::string& out, const std::string& s)
-{
-    for (const char c : s) {
-        if (c == '\0') return;
-        if (const char* const escape = escapeOf(c))
-            out += escape;
-        else
-            out += c;
-    }
-}
-
-void appendIndentation(std::string& out, long long level)
-{
-    out += '\n';
-    out.append(static_cast<std::size_t>(level) * 2, ' ');
-}
-
-/// Result: whether an end tag must follow.
-bool writeStart(std::string& out, const XmlDocNode& node, long long level)
-{
-    if (level > 0) appendIndentation(out, level);
-    out += '<';
-    out += node.name;
-    for (const auto& [name, value] : node.attributes) {
-        out += ' ';
-        out += name;
-        out += "=\"";
-        appendTranslated(out, value);
-        out += '"';
-    }
-    const bool isOpen = !node.children.empty() || !node.text.empty();
-    out += isOpen ? ">" : "/>";
-    return isOpen;
-}
-
-void writeEnd(std::string& out, const XmlDocNode& node, long long level)
-{
-    out += node.text;
-    if (level >= 0) appendIndentation(out, level);
-    out += "</";
-    out += node.name;
-    out += '>';
 }
 
 } // namespace
@@ -191,37 +128,4 @@ void XmlDocNode::addAttr(const std::string& attribute, double value)
     char digits[32];
     const auto end = std::to_chars(digits, digits + sizeof digits, value, std::chars_format::general, 6).ptr;
     attributes[attribute].assign(digits, end);
-}
-
-std::string XmlDocNode::translate(const std::string& s)
-{
-    std::string out;
-    appendTranslated(out, s);
-    return out;
-}
-
-void XmlDocNode::write(std::string& out, int indent) const
-{
-    struct Open
-    {
-        const XmlDocNode* node;
-        std::list<XmlDocNode*>::const_iterator next;
-    };
-    long long level = indent <= unindented ? LLONG_MIN / 2 : indent;
-    std::vector<Open> open; // the elements whose end tags are still to come, from this one to the deepest
-    if (!writeStart(out, *this, level)) return;
-    open.push_back({this, children.begin()});
-    while (!open.empty()) {
-        Open& deepest = open.back();
-        if (deepest.next == deepest.node->children.end()) {
-            writeEnd(out, *deepest.node, level);
-            open.pop_back();
-            --level;
-            continue;
-        }
-        const XmlDocNode* const child = *deepest.next++;
-        if (!writeStart(out, *child, level + 1)) continue;
-        ++level;
-        open.push_back({child, child->children.begin()});
-    }
 }
