@@ -1,6 +1,7 @@
 #include "console.h"
 
 #include "apps/controller/controllerlink.h"
+#include "firmwareroad.h"
 #include "timestamproad.h"
 
 #include <chrono>
@@ -30,6 +31,7 @@ Console::Console(QObject* parent)
     , m_link(new ControllerLink(this))
     , m_scan(new Scan(m_link, this))
     , m_timeStamps(new TimeStampRoad(m_link, this))
+    , m_firmware(new FirmwareRoad(m_link, this))
 {
     connect(m_link, &ControllerLink::stateChanged, this, &Console::onLinkState);
     connect(m_link, &ControllerLink::acknowledged, this, &Console::onAcknowledged);
@@ -59,6 +61,7 @@ Console::Console(QObject* parent)
         tell(tr("The scan was stopped"), false);
         onScanEnded();
     });
+    connect(m_firmware, &FirmwareRoad::message, this, &Console::tell);
     connect(m_timeStamps, &TimeStampRoad::message, this, &Console::tell);
     connect(m_timeStamps, &TimeStampRoad::partDecoded, this, &Console::handleEventsIfDue);
     connect(m_timeStamps, &TimeStampRoad::stateChanged, this, &Console::onStreamState);
@@ -84,6 +87,7 @@ Console::Console(QObject* parent)
 Console::~Console()
 {
     // As children they would go last, and signal to members that are gone.
+    delete m_firmware;
     delete m_timeStamps;
     delete m_scan;
     delete m_link;
@@ -117,6 +121,7 @@ void Console::disconnectFrom()
     m_holds = 0;
     m_scanStops = !m_scan->isIdle();
     m_streamStops = !m_timeStamps->isIdle();
+    m_firmware->cancel();
     m_leaveTimer.start();
     emit leaving();
     if (m_scanStops) m_scan->stop();

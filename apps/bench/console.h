@@ -12,9 +12,11 @@ class ControllerLink;
 
 namespace bench {
 
+class FirmwareRoad;
 class TimeStampRoad;
 
-/// The instrument console without its window: link, scan, frames, time stamps, running logs, saving.
+/// The instrument console without its window: link, scan, frames, time stamps, firmware, running logs,
+/// saving.
 ///
 /// The window shows it, the run without a window drives it, tests use it as it is. GUI thread only. While a
 /// controller sends more than can be processed, events are handled between its telegrams.
@@ -29,11 +31,12 @@ public:
     ControllerLink* link() const { return m_link; }
     Scan* scan() const { return m_scan; }
     TimeStampRoad* timeStamps() const { return m_timeStamps; }
+    FirmwareRoad* firmware() const { return m_firmware; }
 
     void connectTo(const QString& host, int port);
-    /// Ends the link. A running scan or time-stamp stream is stopped before, and who hears `leaving` may do
-    /// more: the link then ends when the controller has answered, or after `stopMilliseconds` without an
-    /// answer.
+    /// Ends the link. A running scan or time-stamp stream is stopped before, a download is cancelled, and who
+    /// hears `leaving` may do more: the link then ends when the controller has answered, or after
+    /// `stopMilliseconds` without an answer.
     void disconnectFrom();
     /// During `leaving`: the link is to stay until `release`, called once for each.
     void hold() { ++m_holds; }
@@ -117,6 +120,7 @@ private:
     ControllerLink* m_link;
     Scan* m_scan;
     TimeStampRoad* m_timeStamps;
+    FirmwareRoad* m_firmware;
     RunningLog m_log;
     EventLog m_eventLog;
     std::future<SaveResult> m_checkedLog; ///< valid until its result was told

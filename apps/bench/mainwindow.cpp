@@ -3,6 +3,7 @@
 #include "apps/controller/controllerlink.h"
 #include "console.h"
 #include "dialogs.h"
+#include "firmwarepanel.h"
 #include "imageplot.h"
 #include "logview.h"
 #include "profileplot.h"
@@ -69,10 +70,12 @@ MainWindow::MainWindow(Console* console, Simulator* simulator, QWidget* parent)
     QWidget* const scanPage = makeScanPage();
     m_values = new ValuePanel(console, simulator, this);
     m_timeStamps = new TimeStampPanel(console, m_values->selectOnFocus(), this);
+    m_firmware = new FirmwarePanel(console, this);
     m_log = new LogView(this);
     m_pages->addTab(scanPage, tr("Scan"));
     m_pages->addTab(m_values, tr("Values"));
     m_pages->addTab(m_timeStamps, tr("Time stamps"));
+    m_pages->addTab(m_firmware, tr("Firmware"));
     auto* parts = new QSplitter(Qt::Vertical, this);
     parts->addWidget(m_pages);
     parts->addWidget(withHeading(

@@ -18,6 +18,7 @@ class Simulator;
 namespace bench {
 
 class Console;
+class FirmwarePanel;
 class ImagePlot;
 class LogView;
 class ProfilePlot;
@@ -25,7 +26,8 @@ class ScanPanel;
 class TimeStampPanel;
 class ValuePanel;
 
-/// The console's window: the link, pages for scans, values and time stamps, and the trace log below both.
+/// The console's window: the link, pages for scans, values, time stamps and firmware, and the trace log
+/// below both.
 class MainWindow : public QMainWindow
 {
     Q_OBJECT
@@ -45,11 +47,13 @@ public:
     {
         Scan,
         Values,
-        TimeStamps
+        TimeStamps,
+        Firmware
     };
 
     ValuePanel* values() const { return m_values; }
     TimeStampPanel* timeStamps() const { return m_timeStamps; }
+    FirmwarePanel* firmware() const { return m_firmware; }
     /// Brings a page to the front.
     void showPage(Page page);
 
@@ -87,6 +91,7 @@ private:
     QTabWidget* m_pages = nullptr;
     ValuePanel* m_values = nullptr;
     TimeStampPanel* m_timeStamps = nullptr;
+    FirmwarePanel* m_firmware = nullptr;
     QLineEdit* m_host = nullptr;
     QSpinBox* m_port = nullptr;
     QPushButton* m_connect = nullptr;

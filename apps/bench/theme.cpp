@@ -27,6 +27,11 @@ QPalette makePalette(const QColor& window, const QColor& base, const QColor& tex
     return palette;
 }
 
+bool isDark(const QPalette& palette)
+{
+    return palette.color(QPalette::Window).lightness() < 128;
+}
+
 } // namespace
 
 bool applyTheme(QApplication* application, const QString& style, Theme theme)
@@ -48,7 +53,12 @@ bool applyTheme(QApplication* application, const QString& style, Theme theme)
 
 QColor problemColour(const QPalette& palette)
 {
-    return palette.color(QPalette::Window).lightness() < 128 ? QColor(0xff8f80) : QColor(0xb3261e);
+    return isDark(palette) ? QColor(0xff8f80) : QColor(0xb3261e);
+}
+
+QColor successColour(const QPalette& palette)
+{
+    return isDark(palette) ? QColor(0x8fd6a0) : QColor(0x1c6b33);
 }
 
 } // namespace bench

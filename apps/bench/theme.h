@@ -21,5 +21,7 @@ bool applyTheme(QApplication* application, const QString& style, Theme theme);
 
 /// For the text of a problem; readable on this palette.
 QColor problemColour(const QPalette& palette);
+/// For the text of a success; readable on this palette.
+QColor successColour(const QPalette& palette);
 
 } // namespace bench

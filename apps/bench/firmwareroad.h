@@ -1,0 +1,159 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <QElapsedTimer>
+#include <QHash>
+#include <QObject>
+#include <QTimer>
+#include <vorelutil/firmware/firmwarefile.h>
+
+class ControllerLink;
+
+namespace firmware {
+class ImageCutter;
+}
+
+namespace bench {
+
+/// A firmware image on its way into the device.
+///
+/// The image is read once, when it is opened; what becomes of its file later does not matter. It goes out in
+/// blocks of `blockSize` bytes, the last one padded with zero bytes to `pageSize`, of which up to `window`
+/// are unanswered at a time. When all are confirmed the device is asked for the check sum of what it got.
+/// What ends a download before that leaves the device without a whole image; the next one begins with block
+/// 0.
+///
+/// The device is asked for its product and version whenever a link stands, and after each download. GUI
+/// thread only; nothing here waits.
+class FirmwareRoad : public QObject
+{
+    Q_OBJECT
+
+public:
+    enum class State
+    {
+        NoImage,
+        Ready,
+        Downloading,
+        Verifying, ///< all blocks are confirmed, the check sum is awaited
+        Verified,
+        Cancelled,
+        Failed,
+    };
+
+    /// Results of `FirmwareFile::compareVersion`, of the image against the device.
+    enum Comparison
+    {
+        Newer = 0,
+        Same = 1,
+        Older = 2,
+        Unknown = 3 ///< one of them has no version, or the device has not said it
+    };
+
+    static constexpr int blockSize = 1024; ///< bytes
+    static constexpr int pageSize = 256;   ///< bytes
+    static constexpr int window = 64;      ///< blocks; 1.3 MB/s when an answer takes 50 ms
+    static constexpr int answerMilliseconds = 3000;
+
+    /// `link` must outlive the road.
+    explicit FirmwareRoad(ControllerLink* link, QObject* parent = nullptr);
+    ~FirmwareRoad() override;
+
+    /// Reads an image. False when that fails, or while a download is under way: `openError` says why, and the
+    /// image of before stays.
+    bool open(const QString& path);
+    const QString& openError() const { return m_openError; }
+    /// Null: there is none.
+    const FirmwareFile* image() const { return m_image.get(); }
+
+    /// What the device said over the present link.
+    struct Device
+    {
+        bool isAsking = false;
+        bool hasProduct = false;
+        bool hasVersion = false;
+        int product = 0;
+        int version = 0; ///< the digits of its version
+    };
+    const Device& device() const { return m_device; }
+    /// As images have it; empty: not known, or no name is known for its number.
+    QString deviceProduct() const;
+    Comparison comparison() const;
+    /// Image and device both say their product, and differ.
+    bool isOtherProduct() const;
+
+    /// Why no download can start, for people; empty: one can.
+    QString obstacle() const;
+    /// False when there is an obstacle, which is told through `message`.
+    bool start();
+    /// Nothing happens when no download is under way. What is sent already is not called back.
+    void cancel();
+
+    State state() const { return m_state; }
+    bool isActive() const { return m_state == State::Downloading || m_state == State::Verifying; }
+    /// What became of the last download, for people; empty before.
+    const QString& endText() const { return m_endText; }
+
+    /// Of the download that is under way, or of the last one.
+    struct Progress
+    {
+        int blocks = 0;
+        int confirmedBlocks = 0;
+        int bytes = 0; ///< with the padding
+        int confirmedBytes = 0;
+        qint64 milliseconds = 0;
+        double bytesPerSecond = 0.0;    ///< since the start; 0: not known yet
+        double remainingSeconds = -1.0; ///< below 0: not known
+    };
+    Progress progress() const;
+
+    /// After so long without any answer a download has failed.
+    void setAnswerLimit(int milliseconds);
+
+signals:
+    /// Of the image, the device or the download.
+    void changed();
+    /// A block was confirmed.
+    void progressed();
+    /// For the operator to read.
+    void message(const QString& text, bool isProblem);
+
+private:
+    void onLinkState();
+    void onAcknowledged(int number, int reason, int value);
+    void onBlockAnswered(int block, int reason);
+    void onFinished(int reason, int value);
+    void askDevice();
+    void look();
+    void sendMore();
+    void verify();
+    void end(State state, const QString& text);
+    QString place() const;
+
+    ControllerLink* m_link;
+    State m_state = State::NoImage;
+    std::unique_ptr<FirmwareFile> m_image;
+    QString m_openError;
+    QString m_endText;
+
+    Device m_device;
+    int m_productRequest = 0; ///< numbers of the requests that are under way; 0: none
+    int m_versionRequest = 0;
+    QTimer m_askTimer;
+
+    std::unique_ptr<firmware::ImageCutter> m_cutter; ///< of the last download
+    int m_blocks = 0;
+    int m_lastBlockSize = 0;   ///< bytes, padded
+    int m_sent = 0;            ///< blocks
+    int m_confirmed = 0;       ///< blocks
+    std::uint32_t m_sum = 0;   ///< of what is sent
+    QHash<int, int> m_waiting; ///< number of a request to its block
+    int m_finishRequest = 0;
+    QElapsedTimer m_clock;
+    qint64 m_duration = 0; ///< ms, of a download that has ended
+    QTimer m_lookTimer;
+    int m_quietLooks = 0; ///< since an answer came
+};
+
+} // namespace bench
