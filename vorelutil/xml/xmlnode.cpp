@@ -58,13 +58,17 @@ XmlDocNode::~XmlDocNode()
 void XmlDocNode::deleteChildren()
 {
     // A node gives its children to this list before it is destroyed, so that no destructor calls another.
+    // From the end to the beginning: the heap then lends memory to the next document in order of addresses.
     std::list<XmlDocNode*> doomed;
     doomed.swap(children);
     while (!doomed.empty()) {
-        XmlDocNode* const child = doomed.front();
-        doomed.pop_front();
-        doomed.splice(doomed.begin(), child->children);
-        delete child;
+        XmlDocNode* const last = doomed.back();
+        if (!last->children.empty()) {
+            doomed.splice(doomed.end(), last->children);
+            continue;
+        }
+        doomed.pop_back();
+        delete last;
     }
 }
 
