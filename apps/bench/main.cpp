@@ -97,6 +97,7 @@ int main(int argc, char** argv)
     QApplication::setAttribute(Qt::AA_EnableHighDpiScaling);
     QApplication::setAttribute(Qt::AA_UseHighDpiPixmaps);
     QApplication application(ownArguments, argv);
+    Q_INIT_RESOURCE(bench); // it is in a static library
     QApplication::setApplicationName(QStringLiteral("vorelbench"));
     QApplication::setWindowIcon(QIcon(QStringLiteral(":/bench/vorelbench.svg")));
     // The link's remarks on a slow receiver; QT_LOGGING_RULES brings them back.

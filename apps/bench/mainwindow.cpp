@@ -4,6 +4,7 @@
 #include "console.h"
 #include "dialogs.h"
 #include "firmwarepanel.h"
+#include "groupspanel.h"
 #include "imageplot.h"
 #include "logview.h"
 #include "profileplot.h"
@@ -70,12 +71,14 @@ MainWindow::MainWindow(Console* console, Simulator* simulator, QWidget* parent)
     QWidget* const scanPage = makeScanPage();
     m_values = new ValuePanel(console, simulator, this);
     m_timeStamps = new TimeStampPanel(console, m_values->selectOnFocus(), this);
+    m_dataGroups = new GroupsPanel(this);
     m_firmware = new FirmwarePanel(console, this);
     m_log = new LogView(this);
     m_pages->addTab(scanPage, tr("Scan"));
     m_pages->addTab(m_values, tr("Values"));
     m_pages->addTab(m_timeStamps, tr("Time stamps"));
     m_pages->addTab(m_firmware, tr("Firmware"));
+    m_pages->addTab(m_dataGroups, tr("Data groups"));
     auto* parts = new QSplitter(Qt::Vertical, this);
     parts->addWidget(m_pages);
     parts->addWidget(withHeading(

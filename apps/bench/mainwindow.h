@@ -19,6 +19,7 @@ namespace bench {
 
 class Console;
 class FirmwarePanel;
+class GroupsPanel;
 class ImagePlot;
 class LogView;
 class ProfilePlot;
@@ -26,8 +27,8 @@ class ScanPanel;
 class TimeStampPanel;
 class ValuePanel;
 
-/// The console's window: the link, pages for scans, values, time stamps and firmware, and the trace log
-/// below both.
+/// The console's window: the link, pages for scans, values, time stamps, firmware and data groups, and the
+/// trace log below both.
 class MainWindow : public QMainWindow
 {
     Q_OBJECT
@@ -48,11 +49,13 @@ public:
         Scan,
         Values,
         TimeStamps,
-        Firmware
+        Firmware,
+        DataGroups
     };
 
     ValuePanel* values() const { return m_values; }
     TimeStampPanel* timeStamps() const { return m_timeStamps; }
+    GroupsPanel* dataGroups() const { return m_dataGroups; }
     FirmwarePanel* firmware() const { return m_firmware; }
     /// Brings a page to the front.
     void showPage(Page page);
@@ -92,6 +95,7 @@ private:
     ValuePanel* m_values = nullptr;
     TimeStampPanel* m_timeStamps = nullptr;
     FirmwarePanel* m_firmware = nullptr;
+    GroupsPanel* m_dataGroups = nullptr;
     QLineEdit* m_host = nullptr;
     QSpinBox* m_port = nullptr;
     QPushButton* m_connect = nullptr;

@@ -1,0 +1,214 @@
+#include "groupstable.h"
+
+#include <algorithm>
+#include <QAbstractTableModel>
+#include <QHeaderView>
+#include <QPainter>
+
+namespace bench {
+
+namespace {
+
+constexpr int shownCharacters = 200; ///< of a text in the table; its tool tip has more
+constexpr int toolTipCharacters = 2000;
+constexpr int widestColumn = 300; ///< a longer text is cut
+constexpr int measuredRows = 1000;
+constexpr int headerMargin = 6;
+
+// clang-format off
+/// A column: what its header says, and the attribute and keyword that it shows.
+struct Column
+{
+    const char* title;
+    const char* attribute;
+    const char* keyword;
+    QString DataGroup::* text;
+    int DataGroup::* number;
+    bool DataGroup::* flag;
+};
+
+constexpr Column columns[] = {
+    {"Name",             "Name",         "",                &DataGroup::name,   nullptr, nullptr},
+    {"Abbreviation",     "Abbrev",       "",                &DataGroup::abbrev, nullptr, nullptr},
+    {"Id",               "Id",           "",                nullptr, &DataGroup::id,        nullptr},
+    {"Trigger",          "Trigger",      "",                nullptr, &DataGroup::trigger,   nullptr},
+    {"Algorithm",        "Algorithm",    "",                nullptr, &DataGroup::algorithm, nullptr},
+    {"Format: text",     "Formats",      "Ascii",           nullptr, nullptr, &DataGroup::ascii},
+    {"Format: binary",   "Formats",      "Bin",             nullptr, nullptr, &DataGroup::bin},
+    {"Store frame",      "Properties",   "StoreFrame",      nullptr, nullptr, &DataGroup::storeFrame},
+    {"Store continuous", "Properties",   "StoreContinous",  nullptr, nullptr, &DataGroup::storeContinous},
+    {"Store local",      "Properties",   "StoreLocal",      nullptr, nullptr, &DataGroup::storeLocal},
+    {"Store retrigger",  "Properties",   "StoreRetrigger",  nullptr, nullptr, &DataGroup::storeRetrigger},
+    {"Store group",      "Properties",   "StoreGroup",      nullptr, nullptr, &DataGroup::storeGroup},
+    {"Show channels",    "Properties",   "ShowChannels",    nullptr, nullptr, &DataGroup::showChannels},
+    {"Show source",      "Properties",   "ShowSource",      nullptr, nullptr, &DataGroup::showSource},
+    {"Show average",     "Properties",   "ShowAverage",     nullptr, nullptr, &DataGroup::showAverage},
+    {"Show sample time", "Properties",   "ShowSampleTime",  nullptr, nullptr, &DataGroup::showSampleTime},
+    {"Show stream",      "Properties",   "ShowStream",      nullptr, nullptr, &DataGroup::showStream},
+    {"Hide page",        "Properties",   "HidePage",        nullptr, nullptr, &DataGroup::hidePage},
+    {"Channel: number",  "ChannelDescr", "Number",          nullptr, nullptr, &DataGroup::channelNumber},
+    {"Channel: name",    "ChannelDescr", "Name",            nullptr, nullptr, &DataGroup::channelName},
+    {"Channel: signal",  "ChannelDescr", "Signal",          nullptr, nullptr, &DataGroup::channelSignal},
+    {"Channel: group",   "ChannelDescr", "Group",           nullptr, nullptr, &DataGroup::channelGroup},
+    {"Condition",        "Condition",    "",                &DataGroup::condition, nullptr, nullptr},
+};
+// clang-format on
+
+constexpr int columnCount = int(sizeof columns / sizeof columns[0]);
+
+bool isUpright(int column)
+{
+    return columns[column].text == nullptr || columns[column].text == &DataGroup::abbrev;
+}
+
+} // namespace
+
+class GroupsTable::Model : public QAbstractTableModel
+{
+public:
+    using QAbstractTableModel::QAbstractTableModel;
+
+    void setGroups(const QVector<GroupDescription::Group>& groups)
+    {
+        beginResetModel();
+        m_groups = groups;
+        endResetModel();
+    }
+
+    int rowCount(const QModelIndex& parent) const override { return parent.isValid() ? 0 : m_groups.size(); }
+    int columnCount(const QModelIndex& parent) const override
+    {
+        return parent.isValid() ? 0 : bench::columnCount;
+    }
+
+    QVariant data(const QModelIndex& index, int role) const override
+    {
+        const DataGroup& group = m_groups[index.row()].group;
+        const Column& column = columns[index.column()];
+        if (role == Qt::TextAlignmentRole)
+            return int(Qt::AlignVCenter | (column.text != nullptr     ? Qt::AlignLeft
+                                           : column.number != nullptr ? Qt::AlignRight
+                                                                      : Qt::AlignHCenter));
+        if (role != Qt::DisplayRole && role != Qt::ToolTipRole && role != Qt::AccessibleTextRole) return {};
+        const bool isToolTip = role == Qt::ToolTipRole;
+        if (column.text != nullptr) // a tool tip that is plain text, whatever it holds
+            return isToolTip ? shortened(group.*column.text, toolTipCharacters).toHtmlEscaped()
+                             : shortened(group.*column.text, shownCharacters);
+        if (column.number != nullptr)
+            return isToolTip ? headerData(index.column(), Qt::Horizontal, role)
+                             : QString::number(group.*column.number);
+        const bool isSet = group.*column.flag;
+        if (isToolTip) return isSet ? headerData(index.column(), Qt::Horizontal, role) : QVariant();
+        if (role == Qt::AccessibleTextRole)
+            return isSet ? QString::fromUtf8(column.keyword) : tr("not %1").arg(column.keyword);
+        return isSet ? QStringLiteral("\u2713") : QString();
+    }
+
+    QVariant headerData(int section, Qt::Orientation orientation, int role) const override
+    {
+        if (orientation != Qt::Horizontal) return {};
+        const Column& column = columns[section];
+        if (role == Qt::DisplayRole) return GroupsTable::tr(column.title);
+        if (role != Qt::ToolTipRole) return {};
+        const QString attribute = QString::fromUtf8(column.attribute);
+        return *column.keyword == '\0'
+                   ? attribute
+                   : GroupsTable::tr("%1: %2").arg(attribute, QString::fromUtf8(column.keyword));
+    }
+
+private:
+    QVector<GroupDescription::Group> m_groups;
+};
+
+class GroupsTable::Header : public QHeaderView
+{
+public:
+    explicit Header(QWidget* parent)
+        : QHeaderView(Qt::Horizontal, parent)
+    {
+        setDefaultAlignment(Qt::AlignLeft | Qt::AlignBottom);
+        setSectionResizeMode(QHeaderView::Interactive);
+        setHighlightSections(false);
+        setMinimumSectionSize(fontMetrics().height() + headerMargin);
+    }
+
+protected:
+    void paintSection(QPainter* painter, const QRect& rect, int section) const override
+    {
+        if (!isUpright(section)) return QHeaderView::paintSection(painter, rect, section);
+        QStyleOptionHeader option;
+        initStyleOption(&option);
+        option.rect = rect;
+        option.section = section;
+        option.position = QStyleOptionHeader::Middle;
+        painter->save();
+        style()->drawControl(QStyle::CE_HeaderSection, &option, painter, this);
+        painter->setPen(palette().color(QPalette::ButtonText));
+        painter->translate(rect.left(), rect.bottom());
+        painter->rotate(-90);
+        painter->drawText(QRect(headerMargin, 0, rect.height() - headerMargin, rect.width()),
+                          Qt::AlignLeft | Qt::AlignVCenter, title(section));
+        painter->restore();
+    }
+
+    QSize sectionSizeFromContents(int section) const override
+    {
+        if (!isUpright(section)) return QHeaderView::sectionSizeFromContents(section);
+        const QFontMetrics metrics = fontMetrics();
+        return {metrics.height() + headerMargin,
+                metrics.horizontalAdvance(title(section)) + 2 * headerMargin};
+    }
+
+private:
+    QString title(int section) const
+    {
+        return model()->headerData(section, Qt::Horizontal, Qt::DisplayRole).toString();
+    }
+};
+
+GroupsTable::GroupsTable(QWidget* parent)
+    : QTableView(parent)
+    , m_model(new Model(this))
+{
+    setAccessibleName(tr("Data groups"));
+    setHorizontalHeader(new Header(this));
+    setModel(m_model);
+    setSelectionBehavior(SelectRows);
+    setSelectionMode(SingleSelection);
+    setAlternatingRowColors(true);
+    setWordWrap(false);
+    setTabKeyNavigation(false);
+    setHorizontalScrollMode(ScrollPerPixel);
+    verticalHeader()->hide();
+    verticalHeader()->setSectionResizeMode(QHeaderView::Fixed);
+    verticalHeader()->setMinimumSectionSize(fontMetrics().height());
+    verticalHeader()->setDefaultSectionSize(fontMetrics().height() + 4);
+    horizontalHeader()->setResizeContentsPrecision(measuredRows);
+    fitColumns();
+}
+
+void GroupsTable::showGroups(const QVector<GroupDescription::Group>& groups)
+{
+    m_model->setGroups(groups);
+    scrollToTop();
+    fitColumns();
+}
+
+void GroupsTable::fitColumns()
+{
+    for (int column = 0; column < columnCount; ++column) {
+        const int header = horizontalHeader()->sectionSizeHint(column);
+        const bool isTick = columns[column].flag != nullptr;
+        setColumnWidth(
+            column,
+            isTick ? header : std::clamp(sizeHintForColumn(column), header, std::max(header, widestColumn)));
+    }
+}
+
+void GroupsTable::currentChanged(const QModelIndex& current, const QModelIndex& previous)
+{
+    QTableView::currentChanged(current, previous);
+    emit rowChosen(current.isValid() ? current.row() : -1);
+}
+
+} // namespace bench

@@ -1,0 +1,39 @@
+#pragma once
+
+#include "groupdescription.h"
+
+#include <QTableView>
+
+namespace bench {
+
+/// Data groups in a table: texts and numbers as they are, and a tick for each keyword that is set.
+///
+/// The header of most columns is upright, so that all of them have room in a small window; tool tips say the
+/// attribute and the keyword as a file has them. A row is selected at a time.
+class GroupsTable : public QTableView
+{
+    Q_OBJECT
+
+public:
+    explicit GroupsTable(QWidget* parent = nullptr);
+
+    /// Shows these groups, in their order, and selects none.
+    void showGroups(const QVector<GroupDescription::Group>& groups);
+
+signals:
+    /// Another row is the current one; -1: none.
+    void rowChosen(int row);
+
+protected:
+    void currentChanged(const QModelIndex& current, const QModelIndex& previous) override;
+
+private:
+    class Header;
+    class Model;
+
+    void fitColumns();
+
+    Model* m_model;
+};
+
+} // namespace bench
