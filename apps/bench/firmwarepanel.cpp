@@ -7,6 +7,7 @@
 #include "firmwareroad.h"
 #include "theme.h"
 
+#include <algorithm>
 #include <cmath>
 #include <QDragEnterEvent>
 #include <QFileInfo>
@@ -109,10 +110,9 @@ QGroupBox* FirmwarePanel::makeImageGroup()
     connect(m_open, &QPushButton::clicked, this, &FirmwarePanel::askForImage);
     auto* form = new QFormLayout(group);
     auto* row = new QHBoxLayout;
+    row->addWidget(m_lines[Name], 1);
     row->addWidget(m_open);
-    row->addStretch(1);
-    form->addRow(row);
-    form->addRow(tr("Name:"), m_lines[Name]);
+    form->addRow(tr("Name:"), row);
     form->addRow(tr("Kind:"), m_lines[Kind]);
     form->addRow(tr("Product:"), m_lines[Product]);
     form->addRow(tr("Version:"), m_lines[Version]);
@@ -128,6 +128,7 @@ QGroupBox* FirmwarePanel::makeDeviceGroup()
     auto* form = new QFormLayout(group);
     form->addRow(tr("Product:"), m_lines[DeviceProduct]);
     form->addRow(tr("Version:"), m_lines[DeviceVersion]);
+    m_lines[DeviceVersion]->setToolTip(tr("The digits of its version: 141 is 1.41"));
     form->addRow(m_lines[Match]);
     form->addRow(m_lines[Order]);
     return group;
@@ -161,6 +162,7 @@ QString FirmwarePanel::text(Line line) const
 void FirmwarePanel::setText(Line line, const QString& text)
 {
     if (m_lines[line]->text() != text) m_lines[line]->setText(text);
+    if (line == Remark || line == Match || line == Order) m_lines[line]->setVisible(!text.isEmpty());
 }
 
 void FirmwarePanel::setColour(Line line, const QColor& colour)
@@ -206,7 +208,7 @@ void FirmwarePanel::showDevice()
     setText(DeviceProduct, !device.hasProduct ? none
                            : name.isEmpty()   ? tr("number %1").arg(device.product)
                                               : name);
-    setText(DeviceVersion, device.hasVersion ? tr("%1 (its digits)").arg(device.version) : none);
+    setText(DeviceVersion, device.hasVersion ? QString::number(device.version) : none);
 
     const FirmwareFile* image = m_road->image();
     const bool other = m_road->isOtherProduct();
@@ -226,7 +228,10 @@ void FirmwarePanel::showDevice()
         switch (m_road->comparison()) {
         case FirmwareRoad::Newer:
             order = tr("%1 The image is newer than the device's %2").arg(QChar(0x25B2)).arg(numbers);
-            colour = successColour(palette());
+            if (image->type == FirmwareFile::FpgaBitFile)
+                order += tr("; its date counts as a number");
+            else
+                colour = successColour(palette());
             break;
         case FirmwareRoad::Same:
             order = tr("= The image has the device's version %1").arg(numbers);

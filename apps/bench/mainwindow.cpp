@@ -81,9 +81,9 @@ MainWindow::MainWindow(Console* console, Simulator* simulator, QWidget* parent)
     m_pages->addTab(m_dataGroups, tr("Data groups"));
     auto* parts = new QSplitter(Qt::Vertical, this);
     parts->addWidget(m_pages);
-    parts->addWidget(withHeading(
-        tr("Trace log without samples, packets, flash blocks, read-back and counter (the file has them)"),
-        m_log, parts));
+    parts->addWidget(
+        withHeading(tr("Trace log without samples, packets, flash blocks, read-back, counter (see its file)"),
+                    m_log, parts));
     parts->setStretchFactor(0, 4);
     parts->setStretchFactor(1, 1);
     parts->setSizes({570, 130});

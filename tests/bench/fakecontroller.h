@@ -2,6 +2,7 @@
 
 #include "apps/controller/telegrams.h"
 
+#include <gtest/gtest.h>
 #include <QTcpServer>
 #include <QTcpSocket>
 #include <QVector>

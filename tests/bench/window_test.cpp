@@ -94,6 +94,7 @@ TEST(LogViewTest, FollowsAFileAndSkipsWhatIsTooMuch)
     EXPECT_EQ(view.toPlainText(), QStringLiteral("one\ntwo\nthree"));
     append(path, "v [1.5]: rx: TELL Len=20 Addr=27 Ind=0 CNo=0-0 4d2.\n" // come by themselves
                  "v [1.5]: rx: TELL Len=2012 Addr=100 Ind=-5 CNo=0-0 f 1 2 3.\n"
+                 "v [1.5]: tx: SET  Len=1040 Addr=202 Ind=5 CNo=0-7 1 2 3 4.\n"
                  "v [1.5]: tx: GET  Len=16 Addr=26 Ind=0 CNo=0-8.\n"
                  "v [1.5]: rx: ACK  Len=24 Addr=26 Ind=0 CNo=0-8 0 7ffffe19.\n");
     view.readMore();
