@@ -113,7 +113,7 @@ int info(const InputFile& input, const FirmwareArguments&)
     if (image.configLength >= 0) json["configLength"] = image.configLength;
     std::printf("%s\n", json.dump(2, ' ', false, nlohmann::json::error_handler_t::replace).c_str());
     const QString odd = image.info();
-    if (!odd.isEmpty()) diagnose("Note", input.named(odd.toStdString()));
+    if (!odd.isEmpty()) diagnose("Note", input.named(input.path() + ": " + odd.toStdString()));
     return exitDone;
 }
 

@@ -3,9 +3,12 @@
 
 #include <algorithm>
 #include <CLI/CLI.hpp>
+#include <cstdint>
 #include <cstdio>
 #include <memory>
+#include <utility>
 #include <vector>
+#include <vorelutil/trace/error.h>
 
 namespace cli {
 namespace {
@@ -18,10 +21,29 @@ struct XmlArguments
     std::string attribute;
 };
 
+/// Blanks and line feeds that indentation adds to a document, or more than `most`: they grow with the square
+/// of the depth.
+std::uint64_t indentation(const XmlDocNode& root, std::uint64_t most)
+{
+    std::vector<std::pair<const XmlDocNode*, std::uint64_t>> open = {{&root, 0}}; // and its level
+    std::uint64_t sum = 0;
+    while (!open.empty() && sum <= most) {
+        const auto [node, level] = open.back();
+        open.pop_back();
+        sum += 2 * (1 + 2 * level); // before the start tag and before the end tag
+        for (const XmlDocNode* child : node->children) open.emplace_back(child, level + 1);
+    }
+    return sum;
+}
+
 int format(const XmlArguments& arguments)
 {
+    constexpr std::uint64_t mostBlanks = std::uint64_t(1) << 30;
     XmlDoc document;
     readDocument(arguments.in, &document);
+    const XmlDocNode& root = *document.getChild();
+    if (!arguments.compact && indentation(root, mostBlanks) > mostBlanks)
+        throw FormatError("too deep for indentation: use --compact", root.file);
     const std::string text = document.write(!arguments.compact);
     std::fwrite(text.data(), 1, text.size(), stdout); // `run` tells a failure
     return exitDone;
@@ -56,7 +78,9 @@ void takePath(const std::string& text, XmlArguments* arguments)
 {
     const std::size_t at = text.find('@');
     const auto refuse = [&] { throw CLI::ValidationError("PATH", '"' + text + "\" is no ELEMENT/...@ATTR"); };
-    if (at == std::string::npos || text.find('@', at + 1) != std::string::npos) refuse();
+    if (at == std::string::npos || text.find('@', at + 1) != std::string::npos ||
+        text.find('/', at) != std::string::npos)
+        refuse();
     arguments->attribute = text.substr(at + 1);
     arguments->path.clear();
     for (std::size_t begin = 0; begin <= at;) {

@@ -1,11 +1,8 @@
 #include "vorel.h"
 
 #include <QDir>
-#include <QFile>
 #include <QImage>
-#include <QTemporaryDir>
 #include <sys/resource.h>
-#include <tests/support/files.h>
 #include <tests/support/require.h>
 
 namespace {
@@ -20,21 +17,8 @@ QByteArray summary(const QByteArray& words, const QByteArray& codes, const QByte
            "\nvorel: Ordering errors: " + ordering + "\nvorel: Cut bytes: " + cut + '\n';
 }
 
-class TimeStamps : public ::testing::Test
+class TimeStamps : public InFolder
 {
-protected:
-    QByteArray path(const char* name) const { return QFile::encodeName(dir.filePath(QLatin1String(name))); }
-    void write(const char* name, const QByteArray& bytes) const
-    {
-        QFile file(dir.filePath(QLatin1String(name)));
-        EXPECT_TRUE(file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size());
-    }
-    QByteArray read(const char* name) const
-    {
-        return QByteArray::fromStdString(contents(path(name).toStdString()));
-    }
-
-    QTemporaryDir dir;
 };
 
 } // namespace

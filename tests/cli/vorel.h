@@ -2,7 +2,10 @@
 
 #include <gtest/gtest.h>
 #include <QByteArray>
+#include <QFile>
 #include <QProcess>
+#include <QTemporaryDir>
+#include <tests/support/files.h>
 #include <tuple>
 #include <vector>
 
@@ -43,3 +46,21 @@ inline void expectRows(const std::vector<Row>& rows, const QByteArray& more = {}
             << row.arguments.constData();
     }
 }
+
+/// A temporary folder with files in it.
+class InFolder : public ::testing::Test
+{
+protected:
+    QByteArray path(const char* name) const { return QFile::encodeName(dir.filePath(QLatin1String(name))); }
+    void write(const char* name, const QByteArray& bytes) const
+    {
+        QFile file(dir.filePath(QLatin1String(name)));
+        EXPECT_TRUE(file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size());
+    }
+    QByteArray read(const char* name) const
+    {
+        return QByteArray::fromStdString(contents(path(name).toStdString()));
+    }
+
+    QTemporaryDir dir;
+};
