@@ -35,6 +35,8 @@ TEST(EnumMap, AnswersByValueCaptionPositionAndOrder)
         EXPECT_EQ(map.positionInOrder(order), positions[order]);
         EXPECT_EQ(map.orderOf(positions[order]), order);
     }
+    const EnumMap same(QString("a=0:").repeated(40)); // equal values keep their places
+    for (int position = 0; position < 40; ++position) EXPECT_EQ(same.positionInOrder(position), position);
     EXPECT_EQ(map.caption(5, "none"), "high"); // the first of two
     EXPECT_EQ(map.value("low", 77), -2);
     EXPECT_EQ(map.positionOf("again"), 3);
