@@ -48,6 +48,7 @@ public:
 
     /// The first child of this name (byte by byte); with `after`, the first one that stands behind that
     /// child. Null when there is none, or when `after` is no child of this node.
+    /// Each call begins at the first child: to visit thousands of children, walk `children`.
     XmlDocNode* findNode(const std::string& name, const XmlDocNode* after = nullptr) const;
 
     /// The value of an attribute, or `dflt` when there is none of that name. A value that is there and empty
