@@ -229,15 +229,15 @@ void FirmwareRoad::verify()
 void FirmwareRoad::onFinished(int reason, int value)
 {
     const std::uint32_t sum = std::uint32_t(value);
-    if (reason != controller::reasonOk)
+    if (reason != controller::reasonOk) {
         end(State::Failed, tr("the device refused to finish: %1").arg(refusal(reason)));
-    else if (sum != m_sum)
+    } else if (sum != m_sum) {
         end(State::Failed,
             tr("the check sum differs: the image has %1, the device %2").arg(hex(m_sum), hex(sum)));
-    else
-        end(State::Verified, tr("verified after %1 s, check sum %2")
-                                 .arg(double(m_clock.elapsed()) / 1000.0, 0, 'f', 1)
-                                 .arg(hex(m_sum)));
+    } else {
+        const double seconds = double(m_clock.elapsed()) / 1000.0;
+        end(State::Verified, tr("verified after %1 s, check sum %2").arg(seconds, 0, 'f', 1).arg(hex(m_sum)));
+    }
 }
 
 void FirmwareRoad::onLinkState()
