@@ -228,10 +228,8 @@ TEST(XmlLexer, DeliversCharactersAndSymbols)
 
     StringLexer lexer("!a-b a-b<\"x\"/=>?\"&foo", "s");
     lexer.skipUntil(""); // one character
-    std::vector<int> symbols;
-    for (int i = 0; i < 12; ++i) symbols.push_back(lexer.getNextSymbol(i != 3));
-    const std::vector<int> expected = {symUnknown, symWord,   symUnknown,  symWord,    symTagOpen, symString,
-                                       symSlash,   symEquals, symTagClose, symUnknown, symString,  symEnd};
-    EXPECT_EQ(symbols, expected);
+    const int expected[] = {symUnknown, symWord,   symUnknown,  symWord,    symTagOpen, symString,
+                            symSlash,   symEquals, symTagClose, symUnknown, symString,  symEnd};
+    for (int i = 0; i < 12; ++i) EXPECT_EQ(lexer.getNextSymbol(i != 3), expected[i]) << i;
     EXPECT_EQ(lexer.text(), "&foo;") << "a reference that the input cuts off";
 }

@@ -71,10 +71,10 @@ template <unsigned char stop> void ILexer::takeUntil()
     while (!is(m_char, stop)) {
         const char* end = m_next;
         while (end != m_end && !is(*end, stop)) {
-            if (stop != notName && *end == '\n') ++m_line;
+            if constexpr (stop != notName) m_line += *end == '\n' ? 1U : 0U;
             ++end;
         }
-        if (stop != notSpace) {
+        if constexpr (stop != notSpace) {
             m_text.push_back(m_char);
             m_text.append(m_next, end);
         }

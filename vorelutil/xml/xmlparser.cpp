@@ -31,7 +31,8 @@ void IParser::getNextElement()
         m_name = m_lexer->text();
 }
 
-/// Reads what follows the "<" of a tag. All its errors are reported in the line where it began.
+/// Reads what follows the "<" of a tag. All its errors are reported in the line of the character behind the
+/// "<".
 void IParser::readTag()
 {
     const int line = static_cast<int>(m_lexer->line());
