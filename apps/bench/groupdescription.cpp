@@ -1,5 +1,7 @@
 #include "groupdescription.h"
 
+#include "elementlines.h"
+
 #include <algorithm>
 #include <cstring>
 #include <new>
@@ -102,46 +104,62 @@ public:
     void read(const DocNode* root)
     {
         if (root == nullptr) return tellEmptyDocument();
-        if (root->children.size() > GroupDescription::elementLimit)
-            return add(0, tr("More than %1 elements, which are not read").arg(GroupDescription::elementLimit),
-                       true);
         QMap<int, DataGroup> groups;
         DataGroup::parseDataGroups(root, groups);
         const QMap<int, int> ids = DataGroup::sortGroupsBySequence(groups);
         const std::vector<const DocNode*> nodes(root->children.begin(), root->children.end());
+        const QVector<int> lines = linesOf(nodes);
         m_description.groups.reserve(ids.size());
         for (int place = 0; place < int(nodes.size()); ++place) {
             const DocNode& node = *nodes[std::size_t(place)];
+            const int line = lines[place];
             const auto id = ids.find(place);
             if (id != ids.end()) {
-                m_description.groups.append({groups.value(*id), node.line});
-                checkNumber(node, "Id");
-                checkNumber(node, "Trigger");
-                checkNumber(node, "Algorithm");
+                m_description.groups.append({groups.value(*id), line});
+                checkNumber(line, node, "Id");
+                checkNumber(line, node, "Trigger");
+                checkNumber(line, node, "Algorithm");
+            } else if (isFull()) {
+                ++m_leftOut; // without composing its text
             } else if (const QString reason = reasonToLeaveOut(node); !reason.isEmpty()) {
-                add(node.line, tr("<%1> is left out: %2").arg(label(node), reason));
+                add(line, tr("<%1> is left out: %2").arg(label(node), reason));
             } else {
                 const DataGroup& other = groups[node.findAttrInt("Id", -1)];
                 const DocNode& otherNode = *nodes[std::size_t(other.sequence)];
-                add(node.line, tr("<%1> is replaced by <%2> of line %3, which has the same Id %4")
-                                   .arg(label(node), label(otherNode))
-                                   .arg(otherNode.line)
-                                   .arg(other.id));
+                add(line, tr("<%1> is replaced by <%2> of line %3, which has the same Id %4")
+                              .arg(label(node), label(otherNode))
+                              .arg(lines[other.sequence])
+                              .arg(other.id));
             }
         }
-        if (m_description.groups.isEmpty()) add(0, tr("No data groups"), true);
+        if (m_description.groups.isEmpty()) m_description.problems.prepend({tr("No data groups"), 0, true});
         if (m_leftOut > 0) m_description.problems.append({tr("... and %1 more").arg(m_leftOut)});
     }
 
     void add(int line, const QString& text, bool isError = false)
     {
-        if (m_description.problems.size() < GroupDescription::problemLimit - 1)
-            m_description.problems.append({text, line, isError});
-        else
+        if (isFull())
             ++m_leftOut;
+        else
+            m_description.problems.append({text, line, isError});
     }
 
 private:
+    bool isFull() const { return m_description.problems.size() >= GroupDescription::problemLimit - 2; }
+
+    /// Where the elements begin; where the parser was after their tags if that is not found out.
+    QVector<int> linesOf(const std::vector<const DocNode*>& nodes) const
+    {
+        QVector<int> lines = childLines(m_description.source);
+        const bool isSure = lines.size() == int(nodes.size()) &&
+                            std::equal(lines.begin(), lines.end(), nodes.begin(),
+                                       [](int line, const DocNode* node) { return line <= node->line; });
+        if (isSure) return lines;
+        lines.clear();
+        for (const DocNode* node : nodes) lines.append(node->line);
+        return lines;
+    }
+
     void tellEmptyDocument()
     {
         const QByteArray& source = m_description.source;
@@ -187,17 +205,16 @@ private:
     }
 
     /// Numbers of a group that is listed, which may have been read as another one than was meant.
-    void checkNumber(const DocNode& node, const char* attribute)
+    void checkNumber(int line, const DocNode& node, const char* attribute)
     {
         const std::string text = node.findAttr(attribute, std::string());
         if (text.empty()) return;
         const int number = node.findAttrInt(attribute, -1);
         qlonglong meant = 0;
         if (plainNumber(text, &meant) && meant == number) return;
-        add(node.line,
-            (isNumber(node, attribute) ? tr("<%1>: its %2 \"%3\" is read as %4")
-                                       : tr("<%1>: its %2 \"%3\" is no number, %4 is taken"))
-                .arg(label(node), QLatin1String(attribute), quoted(text), QString::number(number)));
+        add(line, (isNumber(node, attribute) ? tr("<%1>: its %2 \"%3\" is read as %4")
+                                             : tr("<%1>: its %2 \"%3\" is no number, %4 is taken"))
+                      .arg(label(node), QLatin1String(attribute), quoted(text), QString::number(number)));
     }
 
     GroupDescription& m_description;
@@ -253,6 +270,11 @@ GroupDescription parseGroups(const QByteArray& source, const QString& name)
     description.source = source;
     Reader reader(&description);
     try {
+        // A tree takes many times the memory of its text.
+        if (source.count('<') > GroupDescription::tagLimit) {
+            reader.add(0, tr("More than %1 tags, which are not read").arg(GroupDescription::tagLimit), true);
+            return description;
+        }
         XmlDoc document;
         document.setContent(source.toStdString(), std::string());
         if (const int zero = source.indexOf('\0'); zero >= 0)

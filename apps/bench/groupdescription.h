@@ -11,14 +11,13 @@ namespace bench {
 struct GroupDescription
 {
     static constexpr int readLimit = 32 * 1024 * 1024; ///< bytes; a longer file is refused
-    static constexpr int elementLimit = 250000;        ///< elements; of more none is listed
+    static constexpr int tagLimit = 500000;            ///< in a file with more none is listed
     static constexpr int problemLimit = 1000; ///< problems that are listed; the last one counts the rest
 
     struct Group
     {
         DataGroup group;
-        int line =
-            0; ///< where the symbol behind its start tag is; of a tag that closes itself: where it ends
+        int line = 0; ///< where its start tag begins
     };
 
     struct Problem

@@ -69,13 +69,14 @@ GroupsPanel::GroupsPanel(QWidget* parent)
     auto* below = new QSplitter(Qt::Horizontal, this);
     below->addWidget(m_problems);
     below->addWidget(m_source);
-    below->setStretchFactor(0, 2);
-    below->setStretchFactor(1, 3);
+    below->setSizes({400, 500});
     auto* parts = new QSplitter(Qt::Vertical, this);
     parts->addWidget(m_table);
     parts->addWidget(below);
     parts->setStretchFactor(0, 3);
     parts->setStretchFactor(1, 2);
+    parts->setSizes({260, 110});
+    parts->setChildrenCollapsible(false);
     auto* hint = new QLabel(tr("Open a description of data groups, or drop its file here.\n"
                                "The example shows what one looks like."),
                             this);
@@ -112,7 +113,7 @@ void GroupsPanel::openFile(const QString& path)
     m_path = QFileInfo(path).absoluteFilePath();
     m_remembered.clear();
     m_storedPath->setValue(m_path);
-    show(readGroups(m_path));
+    showDescription(readGroups(m_path));
 }
 
 void GroupsPanel::openExample()
@@ -120,17 +121,17 @@ void GroupsPanel::openExample()
     m_path.clear();
     m_remembered.clear();
     m_storedPath->setValue(QString());
-    show(exampleGroups());
+    showDescription(exampleGroups());
 }
 
 void GroupsPanel::reload()
 {
     const int row = m_table->currentIndex().row();
     const int id = row >= 0 ? m_description.groups[row].group.id : -1;
-    show(m_path.isEmpty() ? exampleGroups() : readGroups(m_path), id);
+    showDescription(m_path.isEmpty() ? exampleGroups() : readGroups(m_path), id);
 }
 
-void GroupsPanel::show(const GroupDescription& description, int chosenId)
+void GroupsPanel::showDescription(const GroupDescription& description, int chosenId)
 {
     m_description = description;
     m_fileText->setText(m_path.isEmpty() ? tr("%1 (example)").arg(description.name)
@@ -144,8 +145,10 @@ void GroupsPanel::show(const GroupDescription& description, int chosenId)
     m_problems->setVisible(m_problems->count() > 0);
     m_source->showSource(description.source);
     m_table->showGroups(description.groups);
-    QString counts = tr("%n group(s)", nullptr, description.groups.size());
-    if (m_problems->count() > 0) counts += tr(", %n problem(s)", nullptr, description.problems.size());
+    const int groups = description.groups.size();
+    const int problems = description.problems.size();
+    QString counts = groups == 1 ? tr("1 group") : tr("%1 groups").arg(groups);
+    if (problems > 0) counts += problems == 1 ? tr(", 1 problem") : tr(", %1 problems").arg(problems);
     m_countText->setText(counts);
     applyColours();
     m_pages->setCurrentIndex(1);

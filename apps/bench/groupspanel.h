@@ -50,7 +50,7 @@ private slots:
     void savableChanged(QString name, QString value);
 
 private:
-    void show(const GroupDescription& description, int chosenId = -1);
+    void showDescription(const GroupDescription& description, int chosenId = -1);
     void chooseGroup(int row);
     void chooseProblem(int row);
     void applyColours();
@@ -58,7 +58,6 @@ private:
     GroupDescription m_description;
     QString m_path;       ///< empty: the example, or nothing
     QString m_remembered; ///< to be read when the page is first seen
-    bool m_hasFile = false;
     Savable* m_storedPath = nullptr;
     QPushButton* m_reload = nullptr;
     QLabel* m_fileText = nullptr;
