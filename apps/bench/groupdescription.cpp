@@ -120,7 +120,7 @@ public:
                 checkNumber(line, node, "Trigger");
                 checkNumber(line, node, "Algorithm");
             } else if (isFull()) {
-                ++m_leftOut; // without composing its text
+                ++m_description.unlisted; // without composing its text
             } else if (const QString reason = reasonToLeaveOut(node); !reason.isEmpty()) {
                 add(line, tr("<%1> is left out: %2").arg(label(node), reason));
             } else {
@@ -133,19 +133,18 @@ public:
             }
         }
         if (m_description.groups.isEmpty()) m_description.problems.prepend({tr("No data groups"), 0, true});
-        if (m_leftOut > 0) m_description.problems.append({tr("... and %1 more").arg(m_leftOut)});
     }
 
     void add(int line, const QString& text, bool isError = false)
     {
         if (isFull())
-            ++m_leftOut;
+            ++m_description.unlisted;
         else
             m_description.problems.append({text, line, isError});
     }
 
 private:
-    bool isFull() const { return m_description.problems.size() >= GroupDescription::problemLimit - 2; }
+    bool isFull() const { return m_description.problems.size() >= GroupDescription::problemLimit - 1; }
 
     /// Where the elements begin; where the parser was after their tags if that is not found out.
     QVector<int> linesOf(const std::vector<const DocNode*>& nodes) const
@@ -218,7 +217,6 @@ private:
     }
 
     GroupDescription& m_description;
-    int m_leftOut = 0;
 };
 
 GroupDescription failed(const QString& name, const QString& text)

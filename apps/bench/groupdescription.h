@@ -12,7 +12,7 @@ struct GroupDescription
 {
     static constexpr int readLimit = 32 * 1024 * 1024; ///< bytes; a longer file is refused
     static constexpr int tagLimit = 500000;            ///< in a file with more none is listed
-    static constexpr int problemLimit = 1000; ///< problems that are listed; the last one counts the rest
+    static constexpr int problemLimit = 1000;          ///< problems that are listed
 
     struct Group
     {
@@ -31,6 +31,8 @@ struct GroupDescription
     QByteArray source;         ///< as it was read; empty when the file was not read
     QVector<Group> groups;     ///< in the order of the file; empty after an error
     QVector<Problem> problems; ///< in the order of the file, but for what concerns it as a whole
+
+    int unlisted = 0; ///< problems beyond those
 
     /// "groups.xml, line 12: Comment expected"; without the line when none is known.
     QString problemText(const Problem& problem) const;

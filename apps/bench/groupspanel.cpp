@@ -134,19 +134,21 @@ void GroupsPanel::reload()
 void GroupsPanel::showDescription(const GroupDescription& description, int chosenId)
 {
     m_description = description;
+    const QString folder = QDir::toNativeSeparators(QFileInfo(m_path).path());
     m_fileText->setText(m_path.isEmpty() ? tr("%1 (example)").arg(description.name)
-                                         : QDir::toNativeSeparators(m_path));
+                                         : tr("%1 in %2").arg(description.name, folder));
     m_fileText->setToolTip(m_fileText->text().toHtmlEscaped());
     m_reload->setEnabled(true);
 
     m_problems->clear();
     for (const GroupDescription::Problem& problem : description.problems)
         m_problems->addItem(description.problemText(problem));
+    if (description.unlisted > 0) m_problems->addItem(tr("... and %1 more").arg(description.unlisted));
     m_problems->setVisible(m_problems->count() > 0);
     m_source->showSource(description.source);
     m_table->showGroups(description.groups);
     const int groups = description.groups.size();
-    const int problems = description.problems.size();
+    const int problems = description.problems.size() + description.unlisted;
     QString counts = groups == 1 ? tr("1 group") : tr("%1 groups").arg(groups);
     if (problems > 0) counts += problems == 1 ? tr(", 1 problem") : tr(", %1 problems").arg(problems);
     m_countText->setText(counts);
@@ -177,7 +179,7 @@ void GroupsPanel::chooseProblem(int row)
 
 void GroupsPanel::applyColours()
 {
-    for (int row = 0; row < m_problems->count(); ++row) {
+    for (int row = 0; row < m_description.problems.size(); ++row) {
         const bool isError = m_description.problems[row].isError;
         const auto icon = isError ? QStyle::SP_MessageBoxCritical : QStyle::SP_MessageBoxWarning;
         m_problems->item(row)->setIcon(style()->standardIcon(icon, nullptr, this));
