@@ -245,10 +245,9 @@ void FirmwareRoad::onLinkState()
     m_productRequest = m_versionRequest = 0;
     m_device = Device();
     m_askTimer.stop();
-    if (m_link->state() == ControllerLink::Connected)
-        askDevice();
-    else if (isActive())
+    if (m_link->state() != ControllerLink::Connected && isActive())
         end(State::Failed, tr("the link was lost at %1").arg(place()));
+    askDevice();
     emit changed();
 }
 
