@@ -1,4 +1,6 @@
+#include <cerrno>
 #include <climits>
+#include <cstring>
 #include <fstream>
 #include <functional>
 #include <gtest/gtest.h>
@@ -71,7 +73,6 @@ TEST(FirmwareFile, TellsWhatAnImageIs)
     const QByteArray letters = "abcdefghijklmnopqrstuvwxyzABCDEF";
     // clang-format off
     const std::pair<QByteArray, std::string> rows[] = {
-        {bit(name + part + day + hour), "0|top|xc-1|2026/11/21,12:34:56"},
         {bit(name + part + day + hour, "eSamProduct:s"), "0|top|xc-1|2026/11/21,12:34:56"},
         {bit(name + part + day + hour, "f"), invalid},
         {bit(name + part + field("2026/11/21") + hour), "0|top|xc-1|2026/11/2,12:34:56"}, // no zero byte
@@ -90,13 +91,10 @@ TEST(FirmwareFile, TellsWhatAnImageIs)
         {bytes("DspVersion: $Revision: 1.42$DspProduct:Two words$\0"), "1|Two words$||1.42"},
         {bytes("DspVersion:  $Revision: 1.42$DspProduct:a"), "1|a||  "}, // two blanks are too many
         {bytes("SamProduct:b\0SamVersion:.$Date: 7\0$"), "2|b||7"},
-        {bytes("DspVersion:1\0DspProduct:d\0SamVersion:7.1\0SamProduct:\xC3\xA4\0"), "2|\u00E4||7.1"},
-        {bytes("SamProduct:s\0DspVersion:1\0"), "2|s||"},
-        {bytes("DspVersion:DspProduct:"), "1|||DspProduct:"},
-        {bytes("DspProduct:d\0DspVersion:"), "1|d||"}, // keys at the very end
+        {bytes("DspVersion:1\0DspProduct:d\0SamProduct:\xC3\xA4\0"), "2|\u00E4||"},
+        {"DspVersion:DspProduct:", "1|||DspProduct:"}, {bytes("DspProduct:d\0DspVersion:"), "1|d||"},
         {bytes("SamProduct:d\0SamVersion: $Revision: "), "2|d||"},
-        {"DspVersion:1", unknown},
-        {"", "Format Error|x.bin: Firmware file is empty"},
+        {"DspVersion:1", unknown}, {"", "Format Error|x.bin: Firmware file is empty"},
     };
     // clang-format on
     for (const auto& [image, expected] : rows)
@@ -121,7 +119,7 @@ TEST(FirmwareFile, RefusesFieldsOutsideTheFile)
 TEST(FirmwareFile, DropsTheHeaderAndChecksTheLengthOfTheConfiguration)
 {
     const QByteArray fields = name + part + day + hour;
-    const FirmwareFile file = load(bit(fields, bytes("e\0\0\0\x1A..") + pattern + "zzzz" + pattern));
+    FirmwareFile file = load(bit(fields, bytes("e\0\0\0\x1A..") + pattern + "zzzz" + pattern));
     EXPECT_EQ(file.contents, pattern + "zzzz" + pattern);
     EXPECT_EQ(file.fileSize, 109);
     EXPECT_EQ(file.info(), "The header tells of 26 bytes of configuration data, the file holds 46");
@@ -131,6 +129,18 @@ TEST(FirmwareFile, DropsTheHeaderAndChecksTheLengthOfTheConfiguration)
     const FirmwareFile bare = load(bit(fields, bytes("e\0\0\0")));
     EXPECT_EQ(bare.contents, bit(fields, bytes("e\0\0\0"))); // no pattern
     EXPECT_EQ(bare.configLength, -1);
+    EXPECT_TRUE(file.readFile()); // what is there now
+    EXPECT_EQ(file.contents, bare.contents);
+    EXPECT_EQ(file.fileSize, 62);
+}
+
+TEST(FirmwareFile, StoresItsArguments)
+{
+    const FirmwareFile f("none", "/folder/", "Shown", 1, 2, 3, true);
+    EXPECT_EQ(QStringList({f.fileName, f.directory, f.displayName}).join('|'), "none|/folder/|Shown");
+    EXPECT_EQ(std::tie(f.addrPrd, f.addrVer, f.addrFlash, f.optional), std::tuple(1, 2, 3, true));
+    EXPECT_EQ(std::tie(f.enabled, f.capabilities, f.lockMask, f.maskedBit, f.revision),
+              std::tuple(1, 0, 0, 0, 0));
 }
 
 TEST(FirmwareFile, SaysWhyItDoesNotLoad)
@@ -148,7 +158,7 @@ TEST(FirmwareFile, SaysWhyItDoesNotLoad)
         {"", "x", 1, 1, 1, noName}, {"huge", "", 1, -1, 1, noName},
         {"huge", "x", 1, -1, 1, "Format Error|huge: Firmware file is too large"},
         {"pipe", "x", 1, -1, 1, "Format Error|pipe: Firmware file is empty"},
-        {"mem", "x", 1, -1, 1, "I/O error|Can't read file\nmem: Input/output error"},
+        {"mem", "x", 1, -1, 1, std::string("I/O error|Can't read file\nmem: ") + std::strerror(EIO)},
         {"none", "x", 1, 1, 1, "3|not loaded"}, {".", "x", 1, 1, 1, "3|not loaded"},
         {QString("huge") + QChar(0), "x", 1, 1, 1, "3|not loaded"},
     };
@@ -187,7 +197,7 @@ TEST(FirmwareFile, ExpandsToPages)
         {320, 256, 532, "10020000"}, {532, 256, 532, "10020000"}, {20, 256, 20, "10000000"},
         {21, 1, 21, "11000000"}, {21, 7, 27, "17000000"}, {19, 256, 19, "78787878"}, {0, 4, 0, ""},
         {21, 0, 21, "78787878"}, {21, -1, 21, "78787878"}, {21, INT_MIN, 21, "78787878"},
-        {21, INT_MAX, 21, "78787878"}, {20, INT_MAX, 20, "10000000"},
+        {21, INT_MAX, 21, "78787878"}, {21, 1 << 30, 21, "78787878"}, {20, INT_MAX, 20, "10000000"},
     };
     // clang-format on
     for (const auto& [size, page, newSize, len] : rows) {

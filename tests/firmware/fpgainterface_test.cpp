@@ -30,14 +30,15 @@ TEST(FpgaInterface, PrintsOneLine)
 {
     testing::internal::CaptureStdout();
     for (int kind = 0; kind < 5; ++kind) {
-        FpgaInterface fpga = kind == 0 ? FpgaInterface() : FpgaInterface(kind, 0, kind, 0);
+        FpgaInterface fpga = kind == 0 ? FpgaInterface() : FpgaInterface(kind, 1, 2, 3);
+        if (kind == 1) std::tie(fpga.sendWord, fpga.recvWord) = std::tuple(5, 0xA);
         if (kind == 2) fpga.makeSendable(0x12345);
         fpga.print();
     }
     EXPECT_EQ(testing::internal::GetCapturedStdout(),
               "FpgaInterface(undefined[0,0,0]) send[0xffffffff], recv[0xffffffff] -> 0x0000\n"
-              "FpgaInterface(pset[0,1,0]) send[0xffffffff], recv[0xffffffff] -> 0x0080\n"
-              "FpgaInterface(pget[0,2,0]) send[0x1002345], recv[0xffffffff] -> 0x0100\n"
-              "FpgaInterface(cset[0,3,0]) send[0xffffffff], recv[0xffffffff] -> 0x0180\n"
-              "FpgaInterface(undefined[0,4,0]) send[0xffffffff], recv[0xffffffff] -> 0x0200\n");
+              "FpgaInterface(pset[1,2,3]) send[0x0005], recv[0x000a] -> 0x0906\n"
+              "FpgaInterface(pget[1,2,3]) send[0x9062345], recv[0xffffffff] -> 0x0906\n"
+              "FpgaInterface(cset[1,2,3]) send[0xffffffff], recv[0xffffffff] -> 0x0900\n"
+              "FpgaInterface(undefined[1,2,3]) send[0xffffffff], recv[0xffffffff] -> 0x0906\n");
 }

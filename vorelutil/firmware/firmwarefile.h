@@ -10,8 +10,12 @@
 /// A firmware image: loaded from its file, recognised, and cut into controller telegrams for the download.
 ///
 /// Three kinds are known, see `type`; docs/formats/firmware.md describes their bytes. Nothing in a file is
-/// trusted: lengths in it are checked against its contents. A record: the members may be changed. One thread
-/// at a time.
+/// trusted: lengths in it are checked against its contents. Texts are read as UTF-8: bytes that are none
+/// become U+FFFD, a byte-order mark at a text's beginning is dropped. A record: the members may be changed.
+/// One thread at a time.
+///
+/// The constructor and `readFile` throw `OomError` when memory does not suffice, all other functions
+/// `std::bad_alloc`. A step that does so may have set some of its members; `contents` are whole.
 class VORELUTIL_EXPORT FirmwareFile
 {
 public:
@@ -27,15 +31,16 @@ public:
 
     /// Opens `directory` + `fileName` (joined as they stand) and reads all that the members tell. A file that
     /// does not open (a folder never does) is no error: `loaded` is false then, and nothing else is known. A
-    /// pipe is read to its end. Of a bit file, what stands before the synchronisation pattern is dropped from
-    /// `contents`.
+    /// pipe is read to its end: a named pipe that nobody writes to is at its end at once, and so empty; for a
+    /// writer that stays silent there is no limit of time. Of a bit file, what stands before the
+    /// synchronisation pattern is dropped from `contents`.
     ///
     /// Throws `XmlError` (without file and line), before anything is opened, "Invalid pkd file: adresses not
     /// complete" (spelled so) if an address is 0, "Invalid pkd file: names not complete" if `fileName` or
     /// `displayName` is empty; `FormatError` with the file name: "Firmware file is empty", "Firmware file is
     /// too large" (above `maxFileSize`), "File is not a valid firmware file" for an unknown kind, "Not a
     /// valid bitfile"; `IOError` "Can't read file", name and the system's reason, if the file opens and
-    /// cannot be read; `OomError` if it does not fit into memory.
+    /// cannot be read.
     FirmwareFile(QString fileName, QString directory, QString displayName, int addrPrd, int addrVer,
                  int addrFlash, bool optional);
 
@@ -46,18 +51,17 @@ public:
     bool readFile();
     /// Sets `type` from `contents`. What begins as a bit file is one, whatever keys it holds.
     void guessFileType();
-    /// Sets `version` and `product` from the texts behind two keys in `contents`, each read as UTF-8; a key
-    /// that is missing leaves its member as it is. Keys must not be null. Kept: both are taken to be 11 bytes
-    /// long.
+    /// Sets `version` and `product` from the texts behind two keys in `contents`; a key that is missing
+    /// leaves its member as it is. Keys must not be null. Kept: both are taken to be 11 bytes long.
     ///
     /// The version ends before the next "$" or zero byte; a "$Revision: " or "$Date: " that begins right
     /// behind the key, or one byte later, is skipped. The product ends before the next zero byte. A text may
     /// also end with the contents.
     void extractDspInfo(const char* versionKey, const char* productKey);
     /// Sets `version`, `product`, `partName`, `configLength` and `configBytes` from the header of a bit file.
-    /// Texts end before a zero byte, are cut byte by byte and then read as UTF-8. Throws `FormatError` "Not a
-    /// valid bitfile" if a field lies outside the contents, or the mark of the configuration data ('e') is
-    /// missing; nothing is changed then.
+    /// Texts end before a zero byte, and are cut byte by byte before they are read. Throws `FormatError`
+    /// "Not a valid bitfile" if a field lies outside the contents, or the mark of the configuration data
+    /// ('e') is missing; nothing is changed then.
     ///
     /// The product is the name of the design, at most 28 bytes, up to its first ';'. The version is the date,
     /// padded with blanks to its field's length (at most 28), then the time: at most 28 bytes. Kept: a comma
@@ -88,7 +92,8 @@ public:
     // Versions
 
     /// The number that all decimal digits of a text make in their order, of whatever script: "1.2.3" is 123;
-    /// 0 without digits, infinity with more than a double holds. Kept: 1.10 (110) is above 1.9 (19), but also
+    /// 0 without digits, infinity with more than a double holds. Above 15 digits neighbours may become the
+    /// same number, so that different versions compare as equal. Kept: 1.10 (110) is above 1.9 (19), but also
     /// above 2.0 (20).
     static double parseVersion(QString text);
     /// 0: `a` is newer, 1: they are equal, 2: `b` is newer, 3: one of them is missing (its number is 0).
@@ -101,7 +106,7 @@ public:
     void setMaskedBit(int bit) { maskedBit = bit; }
     int getMaskedBit() const { return maskedBit; }
     /// `maskedBit` + 1 bits, all clear but the last; empty when `maskedBit` is negative, or above INT_MAX -
-    /// 16, which no bit array holds.
+    /// 16, which no bit array holds. Takes a byte of memory for 8 bits, up to 256 MB.
     QBitArray getMask() const;
 
     /// What is odd about the image, in words for the operator; empty when nothing is: a configuration length
