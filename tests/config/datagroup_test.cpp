@@ -21,19 +21,17 @@ TEST(DataGroup, ReadsTextsAndNumbersAndSwitchesFlagsByKeyword)
     // clang-format off
     const std::array<std::string, 4> rows[] = {
         {"Ascii",      "StoreFrame ShowAverage",                   "Number Signal", "10 10000001000 10100"},
-        {"Binary",     "StoreContinous|StoreLocal",                "Names",         "01 01100000000 01000"},
+        {"Binary",     "StoreContinous|StoreLocal,HidePage",       "Names",         "01 01100000001 01000"},
         {"ascii Name", "storeframe StoreContinuous Group Ascii",   "number Bin",    "00 00000000000 00000"},
         {"",           "StoreRetriggerStoreGroupings,ShowStreams", "Group",         "00 00011000010 00010"},
-        {"",           "ShowChannels ShowSource StoreGroup",       "Signal",        "00 00001110000 00100"},
-        {"",           "ShowSampleTime HidePage StoreLocal",       "",              "00 00100000101 00000"},
-        {"",           "ShowAverage HidePage StoreRetrigger",      "",              "00 00010001001 00000"},
-        {"",           "ShowSource",                               "",              "00 00000010000 00000"},
+        {"",           "ShowChannels ShowSource StoreGroup HidePage", "Signal",     "00 00001110001 00100"},
+        {"", "ShowSampleTime StoreLocal StoreRetrigger ShowSource ShowAverage", "", "00 00110011100 00000"},
     };
     // clang-format on
     for (const auto& [formats, properties, channels, expected] : rows) {
         QMap<int, DataGroup> groups;
-        read("<Any Name='H\xC3\xB6he' Abbrev='Z' Condition=' a>1 ' Id='0x10' Trigger='0b11' Algorithm='-7'"
-             " Formats='" +
+        read("<Any Name='H\xC3\xB6he' Abbrev='\xEF\xBB\xBFZ\xFF' Condition=' a>1 ' Id='0x10' "
+             "Trigger='0b11' Algorithm='-7' Formats='" +
                  formats + "' Properties='" + properties + "' ChannelDescr='" + channels + "'/>",
              groups);
         const DataGroup g = groups[16];
@@ -46,7 +44,7 @@ TEST(DataGroup, ReadsTextsAndNumbersAndSwitchesFlagsByKeyword)
         }
         EXPECT_EQ(flags.insert(2, ' ').insert(14, ' ').toStdString(), expected);
         EXPECT_EQ(QStringList({g.name, g.displayName, g.abbrev, g.displayAbbrev, g.condition}).join('|'),
-                  "H\u00F6he|H\u00F6he|Z|Z| a>1 ");
+                  "H\u00F6he|H\u00F6he|Z\uFFFD|Z\uFFFD| a>1 ");
         EXPECT_EQ(QList<int>({g.id, g.trigger, g.algorithm}), QList<int>({16, 3, -7}));
     }
 }
@@ -59,8 +57,8 @@ TEST(DataGroup, LeavesOutWhatIsIncompleteAndKeepsTheLastOfAnId)
     read("<G Name='a' Id='3' Trigger='0'/><G Name='b' Id='3' Trigger='0'/>"
          "<G Name='no id' Trigger='0'/><G Name='no trigger' Id='5'/><G Id='6' Trigger='0'/>"
          "<G Name='' Id='7' Trigger='0'/><G Name='negative' Id='-8' Trigger='0'/>"
-         "<G Name='above 31 bits' Id='0xFFFFFFFF' Trigger='0'/><G Name='malformed' Id='x9' Trigger='0'/>"
-         "<G Name='empty' Id='9' Trigger=''/><Other Name='c' Id='1x' Trigger='2' Algorithm='x'/>",
+         "<G Name='above 31 bits' Id='2147483648' Trigger='0'/><G Name='malformed' Id='x9' Trigger='0'/>"
+         "<G Name='empty' Id='9' Trigger=''/><Other Name='c' Id='0x100000001x' Trigger='2' Algorithm='x'/>",
          groups);
     DataGroup::parseDataGroups(nullptr, groups);
     EXPECT_EQ(groups.keys(), (QList<int>{1, 3, 4}));

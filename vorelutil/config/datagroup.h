@@ -12,16 +12,17 @@
 ///              Formats="Ascii Bin" Properties="StoreFrame ShowAverage" ChannelDescr="Number Name"/>
 ///     </Groups>
 ///
-/// The format is described in docs/formats/datagroups.md. Texts are UTF-8. A record: all members may be
-/// changed. Any thread, one at a time.
+/// The format is described in docs/formats/datagroups.md. Texts are UTF-8: bytes that are none
+/// become U+FFFD, a byte-order mark at a text's beginning is dropped. A record: all members may be changed.
+/// Any thread, one at a time.
 class VORELUTIL_EXPORT DataGroup
 {
 public:
     /// A group without name, id, trigger and algorithm (each -1), at place 0, with every flag off.
     DataGroup() = default;
     /// Reads an element, whatever its tag name. `sequence` is its place among its siblings, from 0 on.
-    /// Numbers are read as `XmlDocNode::findAttrInt` reads them ("0x10" is 16, "3rd" is 3); one that is
-    /// missing or is none gives -1. `node` must not be null.
+    /// Numbers are read as `XmlDocNode::findAttrInt` reads them ("0x10" is 16, "3rd" is 3; cut to 32 bits:
+    /// 2147483648 is negative); one that is missing or is none gives -1. `node` must not be null.
     ///
     /// Kept: a keyword counts wherever it stands in its attribute, also inside a longer word ("Binary"
     /// switches `bin` on); case counts.
