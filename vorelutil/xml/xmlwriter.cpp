@@ -10,13 +10,15 @@
 namespace {
 
 /// Appends to a text, which grows in great steps: bytes go straight into memory that is the text's already.
+/// A step goes by what was appended, not by what was there: others may have filled the text node by node.
 /// Its size is right when this object is destroyed.
 class Output
 {
 public:
     explicit Output(std::string& text)
         : m_text(text)
-        , m_size(text.size())
+        , m_begin(text.size())
+        , m_size(m_begin)
     {
     }
     ~Output() { m_text.resize(m_size); }
@@ -51,10 +53,15 @@ private:
         if (m_text.size() - m_size < count) grow(count);
         return m_text.data() + m_size;
     }
-    void grow(std::size_t count) { m_text.resize(std::max(m_size + count, m_text.size() * 2)); }
+    void grow(std::size_t count)
+    {
+        constexpr std::size_t leastStep = 256;
+        m_text.resize(m_size + std::max({count, m_size - m_begin, leastStep}));
+    }
 
     std::string& m_text;
-    std::size_t m_size; ///< of what was written so far; the text is at least as long
+    const std::size_t m_begin; ///< size of the text at first
+    std::size_t m_size;        ///< of what was written so far; the text is at least as long
 };
 
 /// What stands for a byte in an attribute's value. Empty: the byte itself.
