@@ -119,17 +119,17 @@ double XmlDocNode::findAttrDbl(const std::string& attribute, double dflt) const
 
 void XmlDocNode::addAttr(const std::string& attribute, const std::string& value)
 {
-    attributes[attribute] = value;
+    attributes.insert_or_assign(attribute, value);
 }
 
 void XmlDocNode::addAttr(const std::string& attribute, int value)
 {
-    attributes[attribute] = std::to_string(value);
+    attributes.insert_or_assign(attribute, std::to_string(value));
 }
 
 void XmlDocNode::addAttr(const std::string& attribute, double value)
 {
     char digits[32];
     const auto end = std::to_chars(digits, digits + sizeof digits, value, std::chars_format::general, 6).ptr;
-    attributes[attribute].assign(digits, end);
+    attributes.insert_or_assign(attribute, std::string(digits, end));
 }

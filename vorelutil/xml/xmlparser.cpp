@@ -2,7 +2,6 @@
 
 #include "xmldoc.h"
 
-#include <memory>
 #include <utility>
 #include <vector>
 #include <vorelutil/trace/error.h>
@@ -52,7 +51,9 @@ void IParser::readTag()
         symbol = m_lexer->getNextSymbol(true);
         if (symbol != symString && symbol != symWord) fail("String or text expected", line);
         // Names mostly come in order. The value is copied, to its size: the lexer's text goes on being used.
-        m_attributes.insert_or_assign(m_attributes.end(), std::move(name), m_lexer->text());
+        const std::size_t count = m_attributes.size();
+        const auto at = m_attributes.emplace_hint(m_attributes.end(), std::move(name), m_lexer->text());
+        if (m_attributes.size() == count) at->second = m_lexer->text();
         symbol = m_lexer->getNextSymbol(true);
     }
     if (symbol == symSlash) {
@@ -62,14 +63,15 @@ void IParser::readTag()
     if (symbol != symTagClose) fail("\">\" expected", line);
 }
 
-/// Makes the current start tag a node, and the parent's last child where there is a parent. The element after
-/// the tag is the current one then, unless the tag closes itself.
-XmlDocNode* IParser::takeNode(XmlDocNode* parent)
+/// Makes the current start tag a node. The element after the tag is the current one then, unless the tag
+/// closes itself.
+std::unique_ptr<XmlDocNode> IParser::takeNode()
 {
     std::string name = std::move(m_name);
     std::map<std::string, std::string> attributes = std::move(m_attributes);
     if (!m_selfClosing) getNextElement();
-    auto* node = new XmlDocNode({}, parent, m_lexer->sourceName(), static_cast<int>(m_lexer->line()));
+    auto node = std::make_unique<XmlDocNode>(std::string(), nullptr, m_lexer->sourceName(),
+                                             static_cast<int>(m_lexer->line()));
     node->name = std::move(name);
     node->attributes = std::move(attributes);
     return node;
@@ -88,7 +90,9 @@ XmlDocNode* IParser::getNode()
     for (;;) {
         // The current element is a start tag.
         const bool selfClosing = m_selfClosing;
-        XmlDocNode* node = takeNode(open.empty() ? nullptr : open.back());
+        std::unique_ptr<XmlDocNode> made = takeNode();
+        if (!open.empty()) open.back()->addChild(made.get());
+        XmlDocNode* const node = made.release();
         if (!root) root.reset(node);
         if (selfClosing) {
             m_kind = endTag;

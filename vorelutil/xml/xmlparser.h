@@ -3,6 +3,7 @@
 #include "xmllexer.h"
 
 #include <map>
+#include <memory>
 #include <string>
 
 class XmlDocNode;
@@ -41,7 +42,7 @@ private:
     void readTag();
     [[noreturn]] void fail(const std::string& message, int line) const;
     void requireEndTag(const XmlDocNode& node) const;
-    XmlDocNode* takeNode(XmlDocNode* parent);
+    std::unique_ptr<XmlDocNode> takeNode();
 
     ILexer* const m_lexer;
     std::map<std::string, std::string> m_attributes;
