@@ -41,16 +41,17 @@ public:
 
     /// Reads the next symbol; its text, if it has one, is left in `text`. In name mode a word is made of
     /// ASCII letters and digits and "_.:"; otherwise of all that stands before the next "<". White space,
-    /// comments and processing instructions before it are skipped. Throws `XmlError` for a comment that does
-    /// not end, and for "<!" that begins none.
+    /// comments and processing instructions before it are skipped. Throws `XmlError` for a comment or
+    /// processing instruction that does not end, with the line where the input ends, and for "<!" that begins
+    /// no comment, with the line of the character that should be a hyphen.
     ///
     /// In a string "&amp;", "&lt;", "&gt;" and "&quot;" are decoded, and all other references kept; in a run
     /// of text every one is. A string may end with the input. Kept: a reference goes as far as the next ";",
     /// also past a quote, and has one added where the input ends before.
     int getNextSymbol(bool nameMode);
     /// Consumes characters until `terminator` has been read, and one more. Throws `XmlError` "Unterminated
-    /// comment" at the end of the input. Kept: a character that does not match is not compared with the
-    /// terminator's first one, so that "--->" does not end a comment.
+    /// comment" at the end of the input, with the line where that is. Kept: a character that does not match
+    /// is not compared with the terminator's first one, so that "--->" does not end a comment.
     void skipUntil(const char* terminator);
 
     char current() const { return m_char; } ///< 0 at the end of the input

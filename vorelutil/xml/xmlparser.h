@@ -23,7 +23,8 @@ public:
     ///
     /// Kept: attributes and a slash in an end tag are read and ignored. And where a text begins with "=", "/"
     /// or ">", the element is that character alone, and its text is what the lexer held before: in
-    /// "<a>=</a>" the text of "a" is "a".
+    /// "<a>=</a>" the text of "a" is "a". A text that begins with a double quote is that string alone,
+    /// decoded; what stands behind it is the next element, so that `getNode` finds no end tag there.
     void getNextElement();
     /// Builds the tree of the current element, up to its end tag, which is the current element then. Nothing
     /// is read behind it. Null when the current one is no start tag. The caller owns the result. Throws
