@@ -232,7 +232,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const Literal literal = readLiterally(content);
 
     XmlDoc doc;
-    doc.setChild(new XmlDocNode("before", nullptr, "", 0));
+    XmlDocNode* const before = new XmlDocNode("before", nullptr, "", 0);
+    doc.setChild(before);
     try {
         doc.setContent(content, "s");
         require(literal.message.empty());
@@ -240,7 +241,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         if (doc.getChild() != nullptr) requireSameWhenWritten(doc);
     } catch (const XmlError& error) {
         require(error.message == literal.message);
-        require((doc.getChild() != nullptr) == literal.atOnce); // the old tree
+        require(doc.getChild() == (literal.atOnce ? before : nullptr));
+        require(!literal.atOnce || before->name == "before");
         doc.setChild(nullptr);
     }
     requireSame(OneByOne(content), literal);
