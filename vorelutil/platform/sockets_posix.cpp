@@ -8,6 +8,7 @@
 #include <mutex>
 #include <netdb.h>
 #include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/time.h>
@@ -108,6 +109,9 @@ Socket::Socket(int descriptor)
     : m_descriptor(descriptor)
 {
     setSendTimeout(m_descriptor, sendTimeoutMs);
+    // Requests are small and often come in bursts: none waits for the confirmation of the one before.
+    const int noDelay = 1;
+    setsockopt(m_descriptor, IPPROTO_TCP, TCP_NODELAY, &noDelay, sizeof noDelay);
 }
 
 Socket::~Socket()
