@@ -4,7 +4,10 @@
 #include "apps/firmware/image.h"
 #include "console.h"
 #include "dialogs.h"
+#include "elidedlabel.h"
+#include "firmwarequestion.h"
 #include "firmwareroad.h"
+#include "firmwaretexts.h"
 #include "theme.h"
 
 #include <algorithm>
@@ -13,8 +16,6 @@
 #include <QFileInfo>
 #include <QFormLayout>
 #include <QGroupBox>
-#include <QLabel>
-#include <QMessageBox>
 #include <QMimeData>
 #include <QProgressBar>
 #include <QPushButton>
@@ -26,22 +27,7 @@ namespace bench {
 namespace {
 
 constexpr int showMilliseconds = 100;
-constexpr int longestText = 100; ///< characters of what an image says
-const QChar dash(0x2013);
-
-/// For people: on one line, without characters that do not print, cut to a length.
-QString plain(const QString& text)
-{
-    QString shown;
-    for (const QChar c : text.left(4 * longestText)) shown += c.isPrint() || c.isSurrogate() ? c : QChar(' ');
-    shown = shown.simplified();
-    return shown.size() > longestText ? shown.left(longestText - 1) + QChar(0x2026) : shown;
-}
-
-QString orDash(const QString& text)
-{
-    return text.isEmpty() ? QString(dash) : text;
-}
+constexpr int longestProblem = 400; ///< characters
 
 QString bytesText(double bytes)
 {
@@ -50,16 +36,35 @@ QString bytesText(double bytes)
                         : QStringLiteral("%1 MB").arg(bytes / 1e6, 0, 'f', 1);
 }
 
-QString digitsText(double number)
-{
-    return QString::number(number, number < 1e18 ? 'f' : 'g', number < 1e18 ? 0 : 6);
-}
-
 QString secondsText(double seconds)
 {
     const double whole = std::ceil(seconds);
     if (whole < 100) return FirmwarePanel::tr("%1 s").arg(whole);
     return FirmwarePanel::tr("%1 min").arg(std::ceil(seconds / 60));
+}
+
+QString sizeText(const FirmwareRoad& road)
+{
+    const qint64 size = road.image()->fileSize;
+    const QString text = FirmwarePanel::tr("%1 bytes").arg(size);
+    return size == road.downloadSize()
+               ? text
+               : FirmwarePanel::tr("%1, %2 are downloaded").arg(text, QString::number(road.downloadSize()));
+}
+
+/// These may be long, and are shown whole; the others are cut at the width that there is.
+bool isWrapped(FirmwarePanel::Line line)
+{
+    switch (line) {
+    case FirmwarePanel::Remark:
+    case FirmwarePanel::OpenError:
+    case FirmwarePanel::Match:
+    case FirmwarePanel::Order:
+    case FirmwarePanel::Result:
+        return true;
+    default:
+        return false;
+    }
 }
 
 bool isOne(const QMimeData* data)
@@ -75,12 +80,16 @@ FirmwarePanel::FirmwarePanel(Console* console, QWidget* parent)
     , m_road(console->firmware())
 {
     setAcceptDrops(true);
-    for (QLabel*& line : m_lines) {
-        line = new QLabel(this);
-        line->setTextFormat(Qt::PlainText);
-        line->setMinimumWidth(1); // a long text is cut, and does not widen the window
+    for (int line = 0; line < LineCount; ++line) {
+        if (!isWrapped(Line(line))) {
+            m_lines[line] = new ElidedLabel(this);
+            continue;
+        }
+        m_lines[line] = new QLabel(this);
+        m_lines[line]->setTextFormat(Qt::PlainText);
+        m_lines[line]->setMinimumWidth(1);
+        m_lines[line]->setWordWrap(true);
     }
-    for (const Line line : {Remark, Match, Order, Result}) m_lines[line]->setWordWrap(true);
     auto* top = new QHBoxLayout;
     top->addWidget(makeImageGroup(), 3);
     top->addWidget(makeDeviceGroup(), 2);
@@ -119,6 +128,7 @@ QGroupBox* FirmwarePanel::makeImageGroup()
     form->addRow(tr("Part:"), m_lines[Part]);
     form->addRow(tr("Size:"), m_lines[Size]);
     form->addRow(m_lines[Remark]);
+    form->addRow(m_lines[OpenError]);
     return group;
 }
 
@@ -161,8 +171,9 @@ QString FirmwarePanel::text(Line line) const
 
 void FirmwarePanel::setText(Line line, const QString& text)
 {
-    if (m_lines[line]->text() != text) m_lines[line]->setText(text);
-    if (line == Remark || line == Match || line == Order) m_lines[line]->setVisible(!text.isEmpty());
+    const QString shown = isWrapped(line) ? breakable(text) : text;
+    if (m_lines[line]->text() != shown) m_lines[line]->setText(shown);
+    if (isWrapped(line) && line != Result) m_lines[line]->setVisible(!text.isEmpty());
 }
 
 void FirmwarePanel::setColour(Line line, const QColor& colour)
@@ -184,69 +195,36 @@ void FirmwarePanel::showImage()
     const FirmwareFile* image = m_road->image();
     const bool is = image != nullptr;
     const QString path = is ? image->directory + image->fileName : QString();
-    setText(Name, is ? plain(QFileInfo(path).fileName()) : tr("no image is open"));
-    m_lines[Name]->setToolTip(path);
+    setText(Name, is ? printable(QFileInfo(path).fileName()) : tr("no image is open"));
+    m_lines[Name]->setToolTip(plainToolTip(path));
     setText(Kind, orDash(is ? firmware::kindName(image->type) : QString()));
-    setText(Product, orDash(is ? plain(image->product) : QString()));
-    setText(Version, orDash(is ? plain(image->version) : QString()));
-    setText(Part, orDash(is ? plain(image->partName) : QString()));
-    setText(Size, is ? tr("%1 bytes").arg(image->contents.size()) : QString(dash));
-    const QString problem = m_road->openError();
-    setText(Remark, !problem.isEmpty() ? problem.left(4 * longestText) : is ? image->info() : QString());
-    setColour(Remark, problemColour(palette()));
+    setText(Product, orDash(is ? printable(image->product) : QString()));
+    setText(Version, orDash(is ? printable(image->version) : QString()));
+    setText(Part, orDash(is ? printable(image->partName) : QString()));
+    setText(Size, orDash(is ? sizeText(*m_road) : QString()));
+    setText(Remark, is ? image->info() : QString());
+    QString error = printable(m_road->openError(), longestProblem);
+    if (!error.isEmpty() && is) error += tr(". The image above stays.");
+    setText(OpenError, error);
+    for (const Line line : {Remark, OpenError}) setColour(line, problemColour(palette()));
     m_open->setEnabled(!m_road->isActive());
 }
 
 void FirmwarePanel::showDevice()
 {
-    const FirmwareRoad::Device& device = m_road->device();
-    const bool connected = m_console->link()->state() == ControllerLink::Connected;
-    const QString none = !connected        ? tr("not connected")
-                         : device.isAsking ? tr("is asked...")
-                                           : tr("not told");
-    const QString name = m_road->deviceProduct();
-    setText(DeviceProduct, !device.hasProduct ? none
-                           : name.isEmpty()   ? tr("number %1").arg(device.product)
-                                              : name);
-    setText(DeviceVersion, device.hasVersion ? QString::number(device.version) : none);
+    setText(DeviceProduct, deviceProductText(*m_road));
+    setText(DeviceVersion, deviceVersionText(*m_road));
+    // What the device has not told is said above.
+    showRemark(Match, m_road->device().hasProduct ? productRemark(*m_road) : FirmwareRemark());
+    showRemark(Order, m_road->device().hasVersion ? versionRemark(*m_road) : FirmwareRemark());
+}
 
-    const FirmwareFile* image = m_road->image();
-    const bool other = m_road->isOtherProduct();
-    setText(
-        Match,
-        !other ? QString()
-               : tr("%1 The image is for another product: %2").arg(QChar(0x26A0)).arg(plain(image->product)));
-    setColour(Match, problemColour(palette()));
-
-    const QColor usual = palette().color(QPalette::WindowText);
-    QString order;
-    QColor colour = usual;
-    if (image != nullptr && device.hasVersion) {
-        const QString numbers = tr("(%1 against %2)")
-                                    .arg(digitsText(FirmwareFile::parseVersion(image->version)))
-                                    .arg(device.version);
-        switch (m_road->comparison()) {
-        case FirmwareRoad::Newer:
-            order = tr("%1 The image is newer than the device's %2").arg(QChar(0x25B2)).arg(numbers);
-            if (image->type == FirmwareFile::FpgaBitFile)
-                order += tr("; its date counts as a number");
-            else
-                colour = successColour(palette());
-            break;
-        case FirmwareRoad::Same:
-            order = tr("= The image has the device's version %1").arg(numbers);
-            break;
-        case FirmwareRoad::Older:
-            order = tr("%1 The image is older than the device's %2").arg(QChar(0x25BC)).arg(numbers);
-            colour = problemColour(palette());
-            break;
-        case FirmwareRoad::Unknown:
-            order = tr("? The versions cannot be compared: one is missing");
-            break;
-        }
-    }
-    setText(Order, order);
-    setColour(Order, colour);
+void FirmwarePanel::showRemark(Line line, const FirmwareRemark& remark)
+{
+    setText(line, remark.text);
+    setColour(line, remark.verdict == FirmwareRemark::Better  ? successColour(palette())
+                    : remark.verdict == FirmwareRemark::Wrong ? problemColour(palette())
+                                                              : palette().color(QPalette::WindowText));
 }
 
 void FirmwarePanel::showDownload()
@@ -257,9 +235,8 @@ void FirmwarePanel::showDownload()
     QString pace;
     if (progress.blocks > 0)
         pace = tr("%1 of %2, block %3 of %4")
-                   .arg(bytesText(progress.confirmedBytes), bytesText(progress.bytes))
-                   .arg(progress.confirmedBlocks)
-                   .arg(progress.blocks);
+                   .arg(bytesText(progress.confirmedBytes), bytesText(progress.bytes),
+                        QString::number(progress.confirmedBlocks), QString::number(progress.blocks));
     if (progress.bytesPerSecond > 0) pace += tr(", %1/s").arg(bytesText(progress.bytesPerSecond));
     if (m_road->state() == FirmwareRoad::State::Downloading && progress.remainingSeconds >= 0)
         pace += tr(", %1 left").arg(secondsText(progress.remainingSeconds));
@@ -270,19 +247,20 @@ void FirmwarePanel::showDownload()
     m_cancel->setEnabled(m_road->isActive());
     setText(Pace, pace);
 
+    const QString again = tr("The device has no whole image now: download it again");
     QString result = m_road->endText();
     QColor colour = palette().color(QPalette::WindowText);
     switch (m_road->state()) {
     case FirmwareRoad::State::Verified:
         colour = successColour(palette());
-        result = tr("%1 The image is %2").arg(QChar(0x2713)).arg(result);
+        result = tr("\u2713 The image is %1").arg(result);
         break;
     case FirmwareRoad::State::Failed:
         colour = problemColour(palette());
-        result = tr("%1 The download failed: %2").arg(QChar(0x2717)).arg(result);
+        result = tr("\u2717 The download failed: %1. %2").arg(result, again);
         break;
     case FirmwareRoad::State::Cancelled:
-        result = tr("The download was %1").arg(result);
+        result = tr("The download was %1. %2").arg(result, again);
         break;
     case FirmwareRoad::State::Verifying:
         result = tr("The device is asked for its check sum...");
@@ -313,22 +291,13 @@ void FirmwarePanel::askForDownload()
         m_road->start(); // says why not
         return;
     }
-    const QString question =
-        tr("Download %1 (%2, version %3)\nto the device (%4, version %5)?")
-            .arg(text(Name), text(Product), text(Version), text(DeviceProduct), text(DeviceVersion));
-    auto* box = new QMessageBox(QMessageBox::Question, tr("Download"), question, QMessageBox::Cancel, this);
-    box->setAttribute(Qt::WA_DeleteOnClose);
-    box->setTextFormat(Qt::PlainText);
-    QStringList warnings;
-    for (const Line line : {Match, Remark})
-        if (!text(line).isEmpty()) warnings += text(line);
-    if (m_road->comparison() == FirmwareRoad::Older) warnings += text(Order);
-    box->setInformativeText(warnings.join(QLatin1Char('\n')));
-    QPushButton* const go = box->addButton(tr("&Download"), QMessageBox::AcceptRole);
-    box->setDefaultButton(warnings.isEmpty() ? go
-                                             : qobject_cast<QPushButton*>(box->button(QMessageBox::Cancel)));
-    connect(go, &QPushButton::clicked, m_road, &FirmwareRoad::start);
-    box->open();
+    for (const FirmwareQuestion* asked : findChildren<FirmwareQuestion*>())
+        if (asked->isVisible()) return;
+    auto* question = new FirmwareQuestion(m_road, this);
+    connect(question, &FirmwareQuestion::withdrawn, m_console, [this] {
+        m_console->tell(tr("Firmware: the question was closed, as image or device have changed"), true);
+    });
+    question->open();
 }
 
 void FirmwarePanel::dragEnterEvent(QDragEnterEvent* event)

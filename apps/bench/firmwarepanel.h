@@ -5,7 +5,6 @@
 
 class QGroupBox;
 class QLabel;
-class QMessageBox;
 class QProgressBar;
 class QPushButton;
 
@@ -13,12 +12,13 @@ namespace bench {
 
 class Console;
 class FirmwareRoad;
+struct FirmwareRemark;
 
 /// A firmware image beside the device: what both are, how they compare, and the download.
 ///
 /// An image is opened with the button, or dropped on the page. A download is asked for twice: the second
 /// time with both named. All that an image says of itself is shown as plain text, without control characters
-/// and not without end.
+/// and not without end; what does not fit into its line is shown by the tool tip.
 class FirmwarePanel : public QWidget
 {
     Q_OBJECT
@@ -39,7 +39,8 @@ public:
         Version,
         Part,
         Size,
-        Remark, ///< what is odd about the image
+        Remark,    ///< what is odd about the image
+        OpenError, ///< why the last file was not opened
         DeviceProduct,
         DeviceVersion,
         Match, ///< of the products
@@ -69,6 +70,7 @@ private:
     void askForImage();
     void showImage();
     void showDevice();
+    void showRemark(Line line, const FirmwareRemark& remark);
     void showDownload();
     void setText(Line line, const QString& text);
     void setColour(Line line, const QColor& colour);

@@ -3,6 +3,7 @@
 #include "apps/controller/controllerlink.h"
 #include "console.h"
 #include "dialogs.h"
+#include "elidedlabel.h"
 #include "firmwarepanel.h"
 #include "groupspanel.h"
 #include "imageplot.h"
@@ -407,7 +408,7 @@ void MainWindow::updatePasses()
 void MainWindow::showMessage(const QString& text, bool isProblem)
 {
     m_message->setText(text);
-    m_message->setToolTip(text);
+    m_message->setToolTip(plainToolTip(text));
     QPalette palette = statusBar()->palette();
     if (isProblem) palette.setColor(QPalette::WindowText, problemColour(palette));
     m_message->setPalette(palette);

@@ -4,10 +4,12 @@
 #include "apps/controller/controllerlink.h"
 #include "apps/simulator/simulator.h"
 #include "fakecontroller.h"
+#include "tests/support/loopback.h"
 
 #include <algorithm>
 #include <gtest/gtest.h>
 #include <QAbstractButton>
+#include <QLabel>
 #include <QMessageBox>
 #include <QMimeData>
 #include <QProgressBar>
@@ -33,7 +35,7 @@ struct FirmwareTest : ::testing::Test
     FirmwareTest()
     {
         road->setAnswerLimit(20000);
-        QObject::connect(road, &FirmwareRoad::message, [this](const QString& text) { messages += text; });
+        QObject::connect(&console, &Console::message, [this](const QString& text) { messages += text; });
     }
     void startSimulator(int milliseconds, int port = 0)
     {
@@ -55,11 +57,12 @@ struct FirmwareTest : ::testing::Test
         EXPECT_TRUE(file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size());
         return file.fileName();
     }
-    QString image(const QByteArray& version, const QByteArray& product, int size = 4500) const
+    QString image(const QByteArray& version, const QByteArray& product, int size = 4500,
+                  const char* name = "image.bin") const
     {
         QByteArray bytes = "DspVersion:" + version + '\0' + "DspProduct:" + product + '\0';
         for (int i = 0; bytes.size() < size; ++i) bytes += char(i * 7 + i / 256);
-        return write("image.bin", bytes);
+        return write(name, bytes);
     }
     void expectEnd(State state, const char* text)
     {
@@ -67,7 +70,14 @@ struct FirmwareTest : ::testing::Test
         EXPECT_EQ(road->state(), state) << text;
         const QRegularExpression whole(QRegularExpression::anchoredPattern(text));
         EXPECT_TRUE(whole.match(road->endText()).hasMatch()) << road->endText().toStdString();
-        EXPECT_EQ(messages.value(messages.size() - 1), "Firmware: " + road->endText());
+        const QString told = "Firmware: " + road->endText();
+        EXPECT_TRUE(wait([&] { return messages.value(messages.size() - 1) == told; })) << text;
+    }
+    QMessageBox* question()
+    {
+        QApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete); // those before
+        panel.askForDownload();
+        return panel.findChild<QMessageBox*>();
     }
 
     const QTemporaryDir folder;
@@ -99,7 +109,8 @@ TEST_F(FirmwareTest, DownloadsWhatThePageIsAskedFor)
                                 "ScanControl",
                                 "1.42",
                                 "\u2013",
-                                "4500 bytes",
+                                "4500 bytes, 4608 are downloaded", // padded to 256
+                                "",
                                 "",
                                 "ScanControl",
                                 "141",
@@ -110,12 +121,13 @@ TEST_F(FirmwareTest, DownloadsWhatThePageIsAskedFor)
     panel.downloadButton()->click();
     auto* box = panel.findChild<QMessageBox*>();
     ASSERT_TRUE(box != nullptr && road->state() == State::Ready);
+    EXPECT_EQ(box->informativeText(), QString());
     EXPECT_EQ(box->text(),
               "Download image.bin (ScanControl, version 1.42)\nto the device (ScanControl, version 141)?");
     QSignalSpy answers(console.link(), &ControllerLink::acknowledged);
     box->defaultButton()->click();
     expectEnd(State::Verified, "verified after [0-9.]+ s, check sum 30CCB2DC");
-    EXPECT_EQ(panel.bar()->maximum(), 4608); // padded to 256
+    EXPECT_EQ(panel.bar()->maximum(), 4608);
     EXPECT_EQ(panel.bar()->value(), 4608);
     EXPECT_TRUE(panel.text(FirmwarePanel::Pace).startsWith("4608 bytes of 4608 bytes, block 5 of 5, "));
     EXPECT_TRUE(panel.text(FirmwarePanel::Result).startsWith("\u2713 The image is verified after "));
@@ -127,19 +139,50 @@ TEST_F(FirmwareTest, ComparesTheImageWithTheDevice)
 {
     startSimulator(0);
     connectTo(simulator->port());
-    const std::tuple<const char*, const char*, int, bool, const char*> rows[] = {
-        {"1.42", "ScanControl", FirmwareRoad::Newer, false, "\u25B2"},
-        {"1.4 rev 1", "ScanControl", FirmwareRoad::Same, false, "="},
-        {"2.0", "TimeStamper", FirmwareRoad::Older, true, "\u25BC"}, // 20
-        {"none", "", FirmwareRoad::Unknown, false, "?"},
-    };
-    for (const auto& [version, product, comparison, isOther, sign] : rows) {
-        ASSERT_TRUE(road->open(image(version, product)));
-        EXPECT_EQ(road->comparison(), comparison) << version;
-        EXPECT_EQ(road->isOtherProduct(), isOther) << version;
-        EXPECT_EQ(!panel.text(FirmwarePanel::Match).isEmpty(), isOther) << version;
-        EXPECT_TRUE(panel.text(FirmwarePanel::Order).startsWith(sign)) << version;
+    const auto bytes = [](const char* text, int size) { return QByteArray(text, size); };
+    const QByteArray head = QByteArray::fromHex("00090ff00ff00ff00ff0000001") + bytes("a\0\4top\0", 7) +
+                            bytes("b\0\3xc\0", 6) +
+                            bytes("c\0\x0B"
+                                  "2026/11/21\0",
+                                  14) +
+                            bytes("d\0\x09"
+                                  "12:34:56\0",
+                                  12) +
+                            bytes("e\0\0\0\x40", 5);
+    const QString bit = write("top.bit", head + QByteArray(16, '\xFF') + "\xAA\x99\x55\x66" + "0123456789");
+    const QString odd = "The header tells of 64 bytes of configuration data, the file holds 30";
+    const QString other = "\u26A0 The image is for another product: ";
+    const QString older = "\u25BC The image is older than the device's ";
+    const std::tuple<QString, QString, QString, QString> rows[] = {
+        // image, lines of products and versions, odd
+        {image("1.42", "ScanControl"), "", "\u25B2 The image is newer than the device's (142 against 141)",
+         ""},
+        {image("1.4 rev 1", "ScanControl", 4500, "1"), "",
+         "= The image has the device's version (141 against 141)", ""},
+        {image("2.0", "<b>Time", 4500, "2"), other + "<b>Time", older + "(20 against 141)", ""},
+        {image("none", "", 4500, "3"), "? The image does not tell its product",
+         "? The versions cannot be compared: one is missing", ""},
+        {bit, "? design top - the device is ScanControl",
+         "\u25B2 The image is newer than the device's (20261121123456 against 141); its date counts as a "
+         "number",
+         odd}};
+    for (const auto& [path, match, order, remark] : rows) {
+        ASSERT_TRUE(road->open(path));
+        EXPECT_EQ(panel.text(FirmwarePanel::Match), match);
+        EXPECT_EQ(panel.text(FirmwarePanel::Order), order);
+        EXPECT_EQ(panel.text(FirmwarePanel::Remark), remark);
+        QMessageBox* const box = question();
+        ASSERT_NE(box, nullptr);
+        QStringList warnings = QStringList{match, order, remark};
+        if (order.startsWith("\u25B2") || order.startsWith("=")) warnings.removeAt(1);
+        warnings.removeAll("");
+        EXPECT_EQ(box->informativeText(), warnings.join('\n'));
+        EXPECT_EQ(box->defaultButton() == box->button(QMessageBox::Cancel), !warnings.isEmpty());
+        for (const QLabel* label : box->findChildren<QLabel*>())
+            EXPECT_EQ(label->textFormat(), Qt::PlainText);
+        box->reject();
     }
+    EXPECT_EQ(panel.text(FirmwarePanel::Size), "87 bytes, 256 are downloaded");
     ASSERT_TRUE(road->open(image(QByteArray(5000, '\t') + "1\xE2\x80\xAE\n2" + QByteArray(500, 'x'), "")));
     EXPECT_LE(panel.text(FirmwarePanel::Version).size(), 100); // and what came before did not move the page
     console.disconnectFrom();
@@ -153,20 +196,80 @@ TEST_F(FirmwareTest, KeepsTheImageWhenAFileIsNone)
     ASSERT_TRUE(road->open(image("1.42", "ScanControl")));
     const QString pipe = folder.filePath("pipe");
     ASSERT_EQ(mkfifo(QFile::encodeName(pipe).constData(), 0600), 0);
-    const std::pair<QString, QString> rows[] = {
-        {folder.filePath("none"), "Can't open file %1 for reading"},
-        {write("empty", ""), "%1: Firmware file is empty"},
-        {write("text", "no image"), "%1: File is not a valid firmware file"},
-        {folder.path(), "%1: not a file"},
-        {pipe, "%1: not a file"}};
-    for (const auto& [path, text] : rows) {
+    QFile large(write("large", "x"));
+    ASSERT_TRUE(large.resize((256 << 20) + 1)); // without blocks on the disk
+    const std::pair<QString, const char*> rows[] = {{folder.filePath("none %1"), "there is no such file"},
+                                                    {write("empty", ""), "Firmware file is empty"},
+                                                    {write("text", "-"), "File is not a valid firmware file"},
+                                                    {large.fileName(), "it has more than 256 MB"},
+                                                    {folder.path(), "it is no file"},
+                                                    {pipe, "it is no file"}};
+    for (const auto& [path, reason] : rows) {
         EXPECT_FALSE(road->open(path));
-        EXPECT_EQ(panel.text(FirmwarePanel::Remark), text.arg(path));
-        EXPECT_EQ(messages.value(messages.size() - 1), "Firmware: " + text.arg(path));
+        const QString text = QFileInfo(path).fileName() + " could not be opened: " + reason;
+        EXPECT_EQ(panel.text(FirmwarePanel::OpenError), text + ". The image above stays.");
+        EXPECT_EQ(panel.text(FirmwarePanel::Remark), QString());
+        EXPECT_EQ(messages.value(messages.size() - 1), "Firmware: " + text);
         EXPECT_EQ(panel.text(FirmwarePanel::Version), "1.42");
     }
     ASSERT_TRUE(road->open(folder.filePath("image.bin")));
-    EXPECT_EQ(panel.text(FirmwarePanel::Remark), QString());
+    EXPECT_EQ(panel.text(FirmwarePanel::OpenError), QString());
+}
+
+TEST_F(FirmwareTest, ClosesTheQuestionWhenItIsAboutSomethingElse)
+{
+    startSimulator(0);
+    const int port = simulator->port();
+    connectTo(port);
+    FakeController unknown; // its product is number 0
+    const std::pair<const char*, std::function<void()>> rows[] = {
+        {"the same image again", [this] { road->open(folder.filePath("image.bin")); }},
+        {"another device", [&] { connectTo(unknown.serverPort()); }},
+        {"no link", [this] { console.disconnectFrom(); }}};
+    ASSERT_TRUE(road->open(image("1.42", "ScanControl")));
+    for (const auto& [desc, change] : rows) {
+        const QPointer<QMessageBox> box = question();
+        ASSERT_TRUE(box != nullptr && box->isVisible()) << desc;
+        change();
+        EXPECT_TRUE(wait([&] { return box == nullptr; })) << desc;
+        EXPECT_EQ(messages.count("Firmware: the question was closed, as image or device have changed"), 1)
+            << desc;
+        messages.clear();
+        if (console.link()->state() != ControllerLink::Connected) break;
+        EXPECT_EQ(panel.text(FirmwarePanel::Match),
+                  road->deviceProduct().isEmpty() ? "\u26A0 The device's product is not known (number 0)"
+                                                  : "")
+            << desc;
+    }
+    EXPECT_NE(road->state(), State::Downloading);
+}
+
+TEST_F(FirmwareTest, IsNotHeldUpByADeviceThatDoesNotRead)
+{
+    loopback::Listener device;
+    device.setSmallBuffer();
+    console.connectTo("127.0.0.1", device.port());
+    ASSERT_TRUE(wait([this] { return console.link()->state() == ControllerLink::Connected; }));
+    for (int descriptor = 3; descriptor < 1024; ++descriptor) { // this end's buffer
+        sockaddr_in peer{};
+        socklen_t size = sizeof peer;
+        const int small = 16384;
+        if (getpeername(descriptor, reinterpret_cast<sockaddr*>(&peer), &size) == 0 &&
+            ntohs(peer.sin_port) == device.port())
+            setsockopt(descriptor, SOL_SOCKET, SO_SNDBUF, &small, sizeof small);
+    }
+    ASSERT_TRUE(road->open(image("1.42", "ScanControl", 1000000, "%1 %2.bin")));
+    road->setAnswerLimit(300);
+    QElapsedTimer clock;
+    clock.start();
+    ASSERT_TRUE(road->start());
+    EXPECT_LT(clock.elapsed(), 1000);
+    EXPECT_EQ(messages.value(messages.size() - 1), "Firmware: %1 %2.bin is downloaded in 977 blocks");
+    expectEnd(State::Failed, "no answer for 0.3 s at block 1 of 977");
+    EXPECT_LT(clock.elapsed(), 4000); // a send that waits, waits for 5 s
+    EXPECT_EQ(panel.text(FirmwarePanel::Result), "\u2717 The download failed: no answer for 0.3 s at block 1 "
+                                                 "of 977. The device has no whole image now: "
+                                                 "download it again");
 }
 
 TEST_F(FirmwareTest, SaysWhyADownloadFailed)
@@ -209,7 +312,7 @@ TEST_F(FirmwareTest, StartsAgainAfterALostLinkAndACancel)
         else
             console.disconnectFrom();
         expectEnd(isLost ? State::Failed : State::Cancelled,
-                  isLost ? "the link was lost at block \\d+ of 1954" : "cancelled at block \\d+ of 1954");
+                  isLost ? "at block \\d+ of 1954 the link was lost: .+" : "cancelled at block \\d+ of 1954");
         EXPECT_LT(road->progress().confirmedBlocks, 1954);
         if (isLost)
             startSimulator(50, port); // the link comes back by itself

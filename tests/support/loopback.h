@@ -69,6 +69,12 @@ public:
     std::uint16_t port() const { return ntohs(m_address.sin_port); }
     Peer accept() const { return Peer(accept4(m_socket.descriptor, nullptr, nullptr, SOCK_CLOEXEC)); }
     void stop() { m_socket.shut(); }
+    /// Peers of later connections take as little as the system allows until they are read from.
+    void setSmallBuffer() const
+    {
+        const int size = 1;
+        setsockopt(m_socket.descriptor, SOL_SOCKET, SO_RCVBUF, &size, sizeof size);
+    }
     /// Connects until the system answers no more (for a backlog of 0).
     void fillBacklog()
     {
