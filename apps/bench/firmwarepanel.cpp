@@ -19,6 +19,7 @@
 #include <QMimeData>
 #include <QProgressBar>
 #include <QPushButton>
+#include <QScrollArea>
 #include <QUrl>
 #include <QVBoxLayout>
 
@@ -93,10 +94,22 @@ FirmwarePanel::FirmwarePanel(Console* console, QWidget* parent)
     auto* top = new QHBoxLayout;
     top->addWidget(makeImageGroup(), 3);
     top->addWidget(makeDeviceGroup(), 2);
+    auto* content = new QWidget(this);
+    auto* lines = new QVBoxLayout(content);
+    lines->addLayout(top);
+    lines->addWidget(m_lines[OpenError]);
+    lines->addWidget(makeDownloadGroup());
+    lines->addStretch(1);
+    auto* area = new QScrollArea(this); // long texts take many lines in a small window
+    area->setFrameShape(QFrame::NoFrame);
+    area->setWidgetResizable(true);
+    area->setFocusPolicy(Qt::NoFocus);
+    area->setWidget(content);
+    content->setAutoFillBackground(false);
+    area->viewport()->setAutoFillBackground(false);
     auto* layout = new QVBoxLayout(this);
-    layout->addLayout(top);
-    layout->addWidget(makeDownloadGroup());
-    layout->addStretch(1);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->addWidget(area);
 
     connect(m_road, &FirmwareRoad::changed, this, &FirmwarePanel::refreshNow);
     connect(m_road, &FirmwareRoad::progressed, this, [this] {
@@ -128,7 +141,6 @@ QGroupBox* FirmwarePanel::makeImageGroup()
     form->addRow(tr("Part:"), m_lines[Part]);
     form->addRow(tr("Size:"), m_lines[Size]);
     form->addRow(m_lines[Remark]);
-    form->addRow(m_lines[OpenError]);
     return group;
 }
 

@@ -171,6 +171,7 @@ bool FirmwareRoad::start()
     m_sum = 0;
     m_waiting.clear();
     m_finishRequest = 0;
+    m_openError.clear();
     m_window = firstWindow;
     m_roundEnd = 0;
     m_isSlow = false;
@@ -242,7 +243,7 @@ void FirmwareRoad::onAcknowledged(int number, int reason, int value)
     if (!isActive()) return;
     if (m_waiting.contains(number)) {
         onBlockAnswered(number, reason);
-    } else if (number == m_finishRequest) { // which is above 0
+    } else if (number == m_finishRequest) {
         onFinished(reason, value);
     }
 }

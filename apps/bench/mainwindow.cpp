@@ -219,7 +219,7 @@ void MainWindow::makeStatusBar()
 {
     m_linkText = new QLabel(this);
     m_scanText = new QLabel(this);
-    m_message = new QLabel(this);
+    m_message = new ElidedLabel(this);
     for (QLabel* label : {m_linkText, m_scanText, m_message}) {
         label->setTextFormat(Qt::PlainText);
         label->setMinimumWidth(1); // a long text is cut, and does not widen the window
