@@ -262,10 +262,11 @@ void FirmwareRoad::onBlockAnswered(int number, int reason)
     m_quickest = m_confirmed == 0 ? taken : std::min(m_quickest, taken);
     if (taken > m_quickest + slowMilliseconds) m_isSlow = true;
     ++m_confirmed;
-    if (m_confirmed == m_blocks)
+    if (m_confirmed == m_blocks) {
         verify();
-    else if (!m_sendTimer.isActive())
+    } else if (!m_sendTimer.isActive()) {
         m_sendTimer.start(0);
+    }
     emit progressed();
 }
 
@@ -325,10 +326,12 @@ void FirmwareRoad::end(State state, const QString& text)
     const auto tell = [this, state, text] {
         emit message(tr("Firmware: %1").arg(text), state == State::Failed);
     };
-    if (isConnected())
+    // Of a lost link it has something to say itself: the last message is the one that is read.
+    if (isConnected()) {
         tell();
-    else // the link has something to say of this, too: the last message is the one that is read
+    } else {
         QTimer::singleShot(0, this, tell);
+    }
     emit changed();
 }
 
