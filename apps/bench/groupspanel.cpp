@@ -1,6 +1,7 @@
 #include "groupspanel.h"
 
 #include "dialogs.h"
+#include "elidedlabel.h"
 #include "groupstable.h"
 #include "sourceview.h"
 #include "theme.h"
@@ -127,28 +128,29 @@ void GroupsPanel::openExample()
 void GroupsPanel::reload()
 {
     const int row = m_table->currentIndex().row();
-    const int id = row >= 0 ? m_description.groups[row].group.id : -1;
+    const int id = row >= 0 ? m_description.list.groups[row].group.id : -1;
     showDescription(m_path.isEmpty() ? exampleGroups() : readGroups(m_path), id);
 }
 
 void GroupsPanel::showDescription(const GroupDescription& description, int chosenId)
 {
     m_description = description;
+    const descriptions::GroupList& list = m_description.list;
     const QString folder = QDir::toNativeSeparators(QFileInfo(m_path).path());
     m_fileText->setText(m_path.isEmpty() ? tr("%1 (example)").arg(description.name)
                                          : tr("%1 in %2").arg(description.name, folder));
-    m_fileText->setToolTip(m_fileText->text().toHtmlEscaped());
+    m_fileText->setToolTip(plainToolTip(m_fileText->text()));
     m_reload->setEnabled(true);
 
     m_problems->clear();
-    for (const GroupDescription::Problem& problem : description.problems)
+    for (const descriptions::Problem& problem : list.problems)
         m_problems->addItem(description.problemText(problem));
-    if (description.unlisted > 0) m_problems->addItem(tr("... and %1 more").arg(description.unlisted));
+    if (list.unlisted > 0) m_problems->addItem(tr("... and %1 more").arg(list.unlisted));
     m_problems->setVisible(m_problems->count() > 0);
     m_source->showSource(description.source);
-    m_table->showGroups(description.groups);
-    const int groups = description.groups.size();
-    const int problems = description.problems.size() + description.unlisted;
+    m_table->showGroups(list.groups);
+    const int groups = list.groups.size();
+    const int problems = list.problems.size() + list.unlisted;
     QString counts = groups == 1 ? tr("1 group") : tr("%1 groups").arg(groups);
     if (problems > 0) counts += problems == 1 ? tr(", 1 problem") : tr(", %1 problems").arg(problems);
     m_countText->setText(counts);
@@ -156,31 +158,31 @@ void GroupsPanel::showDescription(const GroupDescription& description, int chose
     m_pages->setCurrentIndex(1);
 
     const auto chosen =
-        std::find_if(description.groups.begin(), description.groups.end(),
-                     [chosenId](const GroupDescription::Group& group) { return group.group.id == chosenId; });
-    if (description.groups.isEmpty())
+        std::find_if(list.groups.begin(), list.groups.end(),
+                     [chosenId](const descriptions::Group& group) { return group.group.id == chosenId; });
+    if (list.groups.isEmpty())
         m_problems->setCurrentRow(0);
     else
-        m_table->selectRow(chosen == description.groups.end() ? 0 : int(chosen - description.groups.begin()));
+        m_table->selectRow(chosen == list.groups.end() ? 0 : int(chosen - list.groups.begin()));
 }
 
 void GroupsPanel::chooseGroup(int row)
 {
     if (row < 0) return;
     m_problems->setCurrentRow(-1);
-    m_source->markLine(m_description.groups[row].line, false);
+    m_source->markLine(m_description.list.groups[row].line, false);
 }
 
 void GroupsPanel::chooseProblem(int row)
 {
-    if (row < 0 || row >= m_description.problems.size()) return;
-    m_source->markLine(m_description.problems[row].line, true);
+    if (row < 0 || row >= m_description.list.problems.size()) return;
+    m_source->markLine(m_description.list.problems[row].line, true);
 }
 
 void GroupsPanel::applyColours()
 {
-    for (int row = 0; row < m_description.problems.size(); ++row) {
-        const bool isError = m_description.problems[row].isError;
+    for (int row = 0; row < m_description.list.problems.size(); ++row) {
+        const bool isError = m_description.list.problems[row].isError;
         const auto icon = isError ? QStyle::SP_MessageBoxCritical : QStyle::SP_MessageBoxWarning;
         m_problems->item(row)->setIcon(style()->standardIcon(icon, nullptr, this));
         if (isError) m_problems->item(row)->setForeground(problemColour(palette()));

@@ -1,5 +1,7 @@
 #include "groupstable.h"
 
+#include "elidedlabel.h"
+
 #include <algorithm>
 #include <QAbstractTableModel>
 #include <QHeaderView>
@@ -76,7 +78,7 @@ class GroupsTable::Model : public QAbstractTableModel
 public:
     using QAbstractTableModel::QAbstractTableModel;
 
-    void setGroups(const QVector<GroupDescription::Group>& groups)
+    void setGroups(const QVector<descriptions::Group>& groups)
     {
         beginResetModel();
         m_groups = groups;
@@ -87,7 +89,7 @@ public:
     QModelIndex longest(int column) const
     {
         const Column& shown = columns[column];
-        const auto length = [&shown](const GroupDescription::Group& group) {
+        const auto length = [&shown](const descriptions::Group& group) {
             if (shown.text != nullptr) return qint64((group.group.*shown.text).size());
             const qint64 number = group.group.*shown.number;
             return number < 0 ? -10 * number : number; // its sign is as wide as a digit
@@ -114,9 +116,9 @@ public:
                                                                       : Qt::AlignHCenter));
         if (role != Qt::DisplayRole && role != Qt::ToolTipRole && role != Qt::AccessibleTextRole) return {};
         const bool isToolTip = role == Qt::ToolTipRole;
-        if (column.text != nullptr) // a tool tip that is plain text, whatever it holds
-            return isToolTip ? shortened(group.*column.text, toolTipCharacters).toHtmlEscaped()
-                             : shortened(group.*column.text, shownCharacters);
+        if (column.text != nullptr)
+            return isToolTip ? plainToolTip(descriptions::shortened(group.*column.text, toolTipCharacters))
+                             : descriptions::shortened(group.*column.text, shownCharacters);
         if (column.number != nullptr)
             return isToolTip ? headerData(index.column(), Qt::Horizontal, role)
                              : QString::number(group.*column.number);
@@ -141,7 +143,7 @@ public:
     }
 
 private:
-    QVector<GroupDescription::Group> m_groups;
+    QVector<descriptions::Group> m_groups;
 };
 
 class GroupsTable::Header : public QHeaderView
@@ -231,7 +233,7 @@ GroupsTable::GroupsTable(QWidget* parent)
     fitColumns();
 }
 
-void GroupsTable::showGroups(const QVector<GroupDescription::Group>& groups)
+void GroupsTable::showGroups(const QVector<descriptions::Group>& groups)
 {
     m_model->setGroups(groups);
     scrollToTop();

@@ -1,7 +1,6 @@
 #pragma once
 
-#include "groupdescription.h"
-
+#include <apps/descriptions/grouplist.h>
 #include <QTableView>
 
 namespace bench {
@@ -18,7 +17,7 @@ public:
     explicit GroupsTable(QWidget* parent = nullptr);
 
     /// Shows these groups, in their order, and selects none.
-    void showGroups(const QVector<GroupDescription::Group>& groups);
+    void showGroups(const QVector<descriptions::Group>& groups);
 
 signals:
     /// Another row is the current one; -1: none.

@@ -1,12 +1,12 @@
 #include "cli.h"
 #include "xmlinput.h"
 
+#include <apps/descriptions/grouplist.h>
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <memory>
 #include <nlohmann/json.hpp>
-#include <QHash>
-#include <vorelutil/config/datagroup.h>
+#include <string>
 
 namespace cli {
 namespace {
@@ -43,47 +43,23 @@ nlohmann::ordered_json json(const DataGroup& group)
             {"condition", group.condition.toStdString()}};
 }
 
-/// Tells which elements give no group, and which take another's place.
-void tellOddities(const DocNode& parent)
-{
-    QHash<int, int> lines; // by id
-    int sequence = 0;
-    for (const XmlDocNode* node : parent.children) {
-        const DataGroup group(node, sequence++);
-        const auto tell = [&](const std::string& what) {
-            diagnose("Note", node->file + " line " + std::to_string(node->line) + ": " + what);
-        };
-        const std::string leftOut = '"' + group.name.toStdString() + "\" is left out: no ";
-        if (group.name.isEmpty()) {
-            tell("an element \"" + node->name + "\" is left out: no Name");
-        } else if (group.id < 0) {
-            tell(leftOut + "Id of 0 or more");
-        } else if (group.trigger < 0) {
-            tell(leftOut + "Trigger of 0 or more");
-        } else {
-            const auto earlier = lines.constFind(group.id);
-            if (earlier != lines.constEnd())
-                tell('"' + group.name.toStdString() + "\" replaces the group of line " +
-                     std::to_string(*earlier) + ", with the same Id " + std::to_string(group.id));
-            lines.insert(group.id, node->line);
-        }
-    }
-}
-
 int list(const std::string& in)
 {
     XmlDoc document;
-    readDocument(in, &document);
-    tellOddities(*document.getChild());
-    QMap<int, DataGroup> groups;
-    DataGroup::parseDataGroups(document.getChild(), groups);
+    const std::string source = readDocument(in, &document);
+    const descriptions::GroupList list = descriptions::listGroups(document, source);
+    for (const descriptions::Problem& problem : list.problems) {
+        std::string place = document.getChild()->file;
+        if (problem.line > 0) place += " line " + std::to_string(problem.line);
+        diagnose("Note", place + ": " + problem.text.toStdString());
+    }
     const char* separator = "[\n";
-    for (const int id : DataGroup::sortGroupsBySequence(groups)) {
-        const auto line = json(groups[id]).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+    for (const descriptions::Group& group : list.groups) {
+        const auto line = json(group.group).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
         std::printf("%s%s", separator, line.c_str());
         separator = ",\n";
     }
-    std::puts(groups.isEmpty() ? "[]" : "\n]");
+    std::puts(list.groups.isEmpty() ? "[]" : "\n]");
     return exitDone;
 }
 

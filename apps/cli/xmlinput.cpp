@@ -7,7 +7,7 @@
 
 namespace cli {
 
-void readDocument(const std::string& name, XmlDoc* document)
+std::string readDocument(const std::string& name, XmlDoc* document)
 {
     constexpr std::size_t mostBytes = std::size_t(1) << 30;
     InputStream in(name, true);
@@ -19,6 +19,7 @@ void readDocument(const std::string& name, XmlDoc* document)
     }
     document->setContent(content, in.name());
     if (document->getChild() == nullptr) throw XmlError("Empty document", std::string(), -1);
+    return content;
 }
 
 } // namespace cli

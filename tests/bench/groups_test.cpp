@@ -52,17 +52,17 @@ TEST_F(GroupsTest, TellsWhatIsWrongAndWhere)
         {"\xEF\xBB\xBF<G/>", 0, {{1, "No data groups: the file begins with a byte-order mark, which is not read"}}},
         {"<G>\n<a Id=\"1\" Trigger=\"x\"/>\n</G>", 0,
          {{0, "No data groups"}, {2, "<a> is left out: no Name, its Trigger \"x\" is no number"}}},
-        {"<G><!-- <b/> --->\n<c/> -->\n<a Name=\"A\"\n Id=\"3\" Trigger=\"0\">\"<d>\"</a> <b Name=\"B\"\nTrigger=\"-5\"/>\n"
-         "<c\nName=\"C\" Id=\"0x3\" Trigger=\"12 ms\" Algorithm=\"y\" Properties=\"none\"/>\n</G>", 1,
-         {{3, "<a A> is replaced by <c C> of line 6, which has the same Id 3"},
-          {4, "<b B> is left out: no Id, its Trigger is -5, below 0"},
-          {6, "<c C>: its Trigger \"12 ms\" is read as 12"},
-          {6, "<c C>: its Algorithm \"y\" is no number, -1 is taken"}}},
+        {"<G><!-- <b/> --->\n<c/> -->\n<a Name=\"100 %1\"\n Id=\"3\" Trigger=\"0\">\"<d>\"</a> <b Name=\"x&\"/>\n<b N=\";\xC3\xA9\x01\"\n"
+         "Trigger=\"-5\"/>\n<c\nName=\"%1 %2 %3\" Id=\"0x3\" Trigger=\"12 ms\" Algorithm=\"y\" Properties=\"none\"/>\n</G>", 1,
+         {{3, "<a 100 %1> is replaced by <c %1 %2 %3> of line 7, which has the same Id 3"},
+          {4, "<b x&\"/> <b N=\";\xC3\xA9\xEF\xBF\xBD> is left out: no Id, its Trigger is -5, below 0"},
+          {7, "<c %1 %2 %3>: its Trigger \"12 ms\" is read as 12"},
+          {7, "<c %1 %2 %3>: its Algorithm \"y\" is no number, -1 is taken"}}},
         {"<G>\n<a Name=\"\xE9\" Id=\"1\" Trigger=\"0\"/></G>", 1,
          {{2, "Not in UTF-8, from this line on; such characters are replaced"}}},
         {QByteArray("<G/>\n\0", 6), 0, {{0, "No data groups"}, {2, "A zero byte ends the text here; the rest is not read"}}},
         {QByteArray(32 * 1024 * 1024 + 1, ' '), 0, {{0, "The file is longer than 32 MB and is not read"}}},
-        {QByteArray("<a>").repeated(500001), 0, {{0, "More than 500000 tags, which are not read"}}},
+        {QByteArray("<a>").repeated(500001), 0, {{0, "The character \"<\" stands there more than 500000 times; the groups are not read"}}},
     };
     // clang-format on
     for (const auto& row : rows) {
@@ -115,6 +115,9 @@ TEST_F(GroupsTest, ListsTheExampleInItsOrderWithItsFlags)
         panel.table()->selectRow(i);
         EXPECT_EQ(panel.source()->markedLine(), rows[i].second) << i;
     }
+    const auto tip = [this](int row) { return panel.table()->model()->index(row, 22).data(Qt::ToolTipRole); };
+    EXPECT_EQ(tip(0).toString() + tip(2).toString(),
+              "<qt>amplitude &gt; 0</qt>"); // none where there is no text
 }
 
 TEST_F(GroupsTest, StaysUsableWithAHundredThousandGroups)

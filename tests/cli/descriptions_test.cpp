@@ -99,20 +99,21 @@ TEST_F(Descriptions, ListTheirDataGroups)
 ]
 )";
     const QByteArray line = "vorel: Note: standard input line ";
-    const QByteArray notes = line + "4: an element \"x\" is left out: no Name\n" +
-                             line + "5: \"lost\" is left out: no Id of 0 or more\n" +
-                             line + "6: \"?\" replaces the group of line 3, with the same Id 3\n" +
-                             line + "7: \"idle\" is left out: no Trigger of 0 or more\n";
+    const QByteArray notes = line + "6: Not in UTF-8, from this line on; such characters are replaced\n" +
+                             line + "3: <q 100 %1> is replaced by <q ?> of line 6, which has the same Id 3\n" +
+                             line + "3: <x> is left out: no Name, no Trigger\n" +
+                             line + "4: <q lost> is left out: its Id \"x\" is no number\n" +
+                             line + "6: <q ?>: its Trigger \"1 ms\" is read as 1\n" +
+                             line + "6: <q idle> is left out: no Trigger\n";
     const auto withBadByte = [](QByteArray text) { return text.replace('?', "\xEF\xBF\xBD"); };
     expectRows({{"groups -", 0, withBadByte(list), withBadByte(notes)}}, {},
                "<g><q Name=\"Z\" Abbrev=\"h\" Id=\"0x10\" Trigger=\"0\" Algorithm=\"0b101\" Formats=\"Binary\"\n"
                "Condition=\"a&lt;b\" Properties=\"StoreFrame,ShowAverage StoreContinous storelocal\"\n"
-               "ChannelDescr=\"SignalGroup\"/><q Name=\"old\" Id=\"3\" Trigger=\"1\"/><x Id=\"9\"/>\n"
-               "<q Name=\"lost\" Id=\"x\" Trigger=\"1\"/>\n"
-               "<q Name=\"\xB5\" Id=\"3\" Trigger=\"1\"/>\n"
-               "<q Name=\"idle\" Id=\"4\"/>\n</g>");
+               "ChannelDescr=\"SignalGroup\"/><q Name=\"100 %1\" Id=\"3\" Trigger=\"1\"/><x Id=\"9\"/>\n"
+               "<q Name=\"lost\" Id=\"x\" Trigger=\"1\"/>\n\n"
+               "<q Name=\"\xB5\" Id=\"3\" Trigger=\"1 ms\"/><q Name=\"idle\" Id=\"4\"/>\n</g>");
     // clang-format on
-    expectRows({{"groups -", 0, "[]\n", ""}}, {}, "<none/>");
+    expectRows({{"groups -", 0, "[]\n", "vorel: Note: standard input: No data groups\n"}}, {}, "<none/>");
 }
 
 TEST_F(FirmwareImages, AreDescribedAsJson)

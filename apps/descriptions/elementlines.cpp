@@ -1,8 +1,9 @@
 #include "elementlines.h"
 
+#include <algorithm>
 #include <cstring>
 
-namespace bench {
+namespace descriptions {
 
 namespace {
 
@@ -11,15 +12,15 @@ namespace {
 class Scanner
 {
 public:
-    explicit Scanner(const QByteArray& source)
-        : m_next(source.constData())
-        , m_end(m_next + qstrnlen(source.constData(), uint(source.size()))) // a zero byte ends a document
+    explicit Scanner(std::string_view source)
+        : m_next(source.data())
+        , m_end(m_next + std::min(source.find('\0'), source.size())) // a zero byte ends a document
     {
     }
 
-    QVector<int> childLines()
+    std::vector<int> childLines()
     {
-        QVector<int> lines;
+        std::vector<int> lines;
         for (int depth = 0;;) {
             skipBlank();
             if (m_next == m_end) return lines;
@@ -29,7 +30,7 @@ public:
             }
             const int line = m_line;
             const Tag tag = readTag();
-            if (depth == 1 && tag != Tag::Closing) lines.append(line);
+            if (depth == 1 && tag != Tag::Closing) lines.push_back(line);
             if (tag == Tag::Opening) ++depth;
             if (tag == Tag::Closing) --depth;
             if (depth <= 0) return lines; // what follows the root is not read
@@ -78,10 +79,12 @@ private:
             expected = *m_next == *expected ? expected + 1 : terminator;
     }
 
+    /// A reference goes up to the next ";", also past a quote, as in the parser.
     void skipString()
     {
-        do advance();
-        while (m_next != m_end && *m_next != '"');
+        bool isReference = false;
+        for (advance(); m_next != m_end && (isReference || *m_next != '"'); advance())
+            isReference = *m_next == '&' || (isReference && *m_next != ';');
         if (m_next != m_end) advance();
     }
 
@@ -117,9 +120,9 @@ private:
 
 } // namespace
 
-QVector<int> childLines(const QByteArray& source)
+std::vector<int> childLines(std::string_view source)
 {
     return Scanner(source).childLines();
 }
 
-} // namespace bench
+} // namespace descriptions
