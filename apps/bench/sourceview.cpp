@@ -34,6 +34,16 @@ QString lineText(const char* begin, const char* end)
     return text;
 }
 
+/// Fainter than a text on a window, and readable: its contrast is 5:1 or more in the program's palettes.
+QColor numberColour(const QPalette& palette)
+{
+    const QColor text = palette.color(QPalette::WindowText);
+    const QColor back = palette.color(QPalette::Window);
+    const auto mixed = [](int front, int behind) { return (7 * front + 3 * behind) / 10; };
+    return {mixed(text.red(), back.red()), mixed(text.green(), back.green()),
+            mixed(text.blue(), back.blue())};
+}
+
 } // namespace
 
 /// The column of the numbers, beside the text.
@@ -51,7 +61,7 @@ protected:
     {
         QPainter painter(this);
         painter.fillRect(event->rect(), palette().color(QPalette::Window));
-        painter.setPen(palette().color(QPalette::Disabled, QPalette::WindowText));
+        painter.setPen(numberColour(palette()));
         painter.setFont(m_view.font());
         for (QTextBlock block = m_view.firstVisibleBlock(); block.isValid(); block = block.next()) {
             const QRectF place = m_view.blockBoundingGeometry(block).translated(m_view.contentOffset());
