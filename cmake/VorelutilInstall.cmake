@@ -27,7 +27,13 @@ cmake_path(RELATIVE_PATH CMAKE_INSTALL_FULL_INCLUDEDIR BASE_DIRECTORY ${CMAKE_IN
 configure_file(${PROJECT_SOURCE_DIR}/cmake/vorelutil.pc.in ${PROJECT_BINARY_DIR}/vorelutil.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/vorelutil.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 
+# What headers and man pages refer to.
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs/formats DESTINATION ${CMAKE_INSTALL_DOCDIR}
+  FILES_MATCHING PATTERN "*.md")
+
 if(VORELUTIL_BUILD_APPS)
+  install(PROGRAMS ${PROJECT_SOURCE_DIR}/examples/firmware/make_image.py
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/vorelutil)
   install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs/man/ DESTINATION ${CMAKE_INSTALL_MANDIR}/man1
     FILES_MATCHING PATTERN "*.1")
 endif()

@@ -8,22 +8,33 @@ The same arguments give the same bytes. docs/formats/firmware.md describes the i
 """
 
 import argparse
+import os
 import random
 import struct
 import sys
+
+MOST_TEXT = 1000
+MOST_BIT_TEXT = 126  # and a zero byte: readers take a length's low byte as a signed one
+MOST_SIZE = 1 << 30  # that readers take
 
 PREAMBLE = bytes.fromhex("0009 0ff0 0ff0 0ff0 0ff0 0000 01")
 SYNC = b"\xff" * 16 + bytes.fromhex("aa995566")
 
 
+class Parser(argparse.ArgumentParser):
+    def error(self, message):
+        raise SystemExit(f"make_image.py: {message}")
+
+
 def noise(count, seed):
     """Bytes that stand for code."""
-    return random.Random(seed).getrandbits(8 * count).to_bytes(count, "little") if count > 0 else b""
+    generator, piece = random.Random(seed), 1 << 20
+    return b"".join(generator.randbytes(min(piece, count - at)) for at in range(0, count, piece))
 
 
 def field(key, text):
     """A field of a bit file's header: key, length, text with its zero byte."""
-    data = text.encode() + b"\0"
+    data = os.fsencode(text) + b"\0"
     return key + struct.pack(">H", len(data)) + data
 
 
@@ -37,14 +48,24 @@ def bit_file(options):
 
 def processor_image(options, kind):
     """Code with two texts in its middle: version and product, each behind its key."""
-    texts = f"{kind}Version:{options.version}\0{kind}Product:{options.product}\0".encode()
+    texts = os.fsencode(f"{kind}Version:{options.version}\0{kind}Product:{options.product}\0")
     code = noise(options.size - len(texts), options.seed)
     middle = len(code) // 2
     return code[:middle] + texts + code[middle:]
 
 
+def check(options):
+    """Ends the program where an option's value has no image."""
+    most = MOST_BIT_TEXT if options.kind == "fpga" else MOST_TEXT
+    for name in ("product", "version", "date", "time", "part"):
+        if len(os.fsencode(getattr(options, name))) > most:
+            sys.exit(f"make_image.py: --{name} has more than {most} bytes")
+    if not 0 <= options.size <= MOST_SIZE:
+        sys.exit(f"make_image.py: --size is not from 0 to {MOST_SIZE}")
+
+
 def main():
-    parser = argparse.ArgumentParser(description=__doc__.split("\n", 1)[0])
+    parser = Parser(description=__doc__.split("\n", 1)[0])
     parser.add_argument("kind", choices=["fpga", "dsp", "sam"])
     parser.add_argument("file")
     parser.add_argument("--product", default="example", help="product, or name of the design")
@@ -55,14 +76,16 @@ def main():
     parser.add_argument("--size", type=int, default=100000, help="bytes in the file, if the texts fit")
     parser.add_argument("--seed", type=int, default=1, help="another number gives other code")
     options = parser.parse_args()
-    if max(len(text.encode()) for text in vars(options).values() if isinstance(text, str)) > 1000:
-        sys.exit("make_image.py: a text has more than 1000 bytes")
+    check(options)
     if options.kind == "fpga":
         image = bit_file(options)
     else:
         image = processor_image(options, options.kind.capitalize())
-    with open(options.file, "wb") as out:
-        out.write(image)
+    try:
+        with open(options.file, "wb") as out:
+            out.write(image)
+    except OSError as error:
+        sys.exit(f"make_image.py: cannot write {options.file}: {error.strerror}")
 
 
 if __name__ == "__main__":

@@ -9,6 +9,12 @@
 
 /// A firmware image: loaded from its file, recognised, and cut into controller telegrams for the download.
 ///
+///     const FirmwareFile image("ctrl.bin", "/srv/firmware/", "Controller", 0x200, 0x201, 0x202, false);
+///     for (int at = 0, block = 0; at < image.contents.size(); at += 1024, ++block) {
+///         UcTelegram telegram{0, 0, image.addrFlash, block, 0}; // a "SET"
+///         send(image.getContents(at, 1024, &telegram));
+///     }
+///
 /// Three kinds are known, see `type`; docs/formats/firmware.md describes their bytes. Nothing in a file is
 /// trusted: lengths in it are checked against its contents. Texts are read as UTF-8: bytes that are none
 /// become U+FFFD, a byte-order mark at a text's beginning is dropped. A record: the members may be changed.
@@ -29,13 +35,15 @@ public:
     };
     static constexpr qint64 maxFileSize = qint64(1) << 30; ///< bytes
 
-    /// Opens `directory` + `fileName` (joined as they stand) and reads all that the members tell. A file that
-    /// does not open (a folder never does) is no error: `loaded` is false then, and nothing else is known. A
-    /// pipe is read to its end: a named pipe that nobody writes to is at its end at once, and so empty; for a
-    /// writer that stays silent there is no limit of time. Of a bit file, what stands before the
-    /// synchronisation pattern is dropped from `contents`.
+    /// Opens `directory` + `fileName` (joined as they stand: the directory ends with a separator, or is
+    /// empty) for a device whose product, version and download have the addresses `addrPrd`, `addrVer`,
+    /// `addrFlash`. Reads all that the members tell. A file that does not open (a folder never does) is no
+    /// error: `loaded` is false then, and nothing else is known. A pipe is read to its end: a named pipe that
+    /// nobody writes to is at its end at once, and so empty; for a writer that stays silent there is no limit
+    /// of time. Of a bit file, what stands before the synchronisation pattern is dropped from `contents`.
     ///
-    /// Throws `XmlError` (without file and line), before anything is opened, "Invalid pkd file: adresses not
+    /// The arguments mostly come from a package description, a "pkd file", which messages name. Throws
+    /// `XmlError` (without file and line), before anything is opened, "Invalid pkd file: adresses not
     /// complete" (spelled so) if an address is 0, "Invalid pkd file: names not complete" if `fileName` or
     /// `displayName` is empty; `FormatError` with the file name: "Firmware file is empty", "Firmware file is
     /// too large" (above `maxFileSize`), "File is not a valid firmware file" for an unknown kind, "Not a

@@ -49,7 +49,8 @@ public:
 
     /// The first child of this name (byte by byte); with `after`, the first one that stands behind that
     /// child. Null when there is none, or when `after` is no child of this node.
-    /// Each call begins at the first child: to visit thousands of children, walk `children`.
+    /// Each call begins at the first child: to visit thousands of children, walk `children`. The node may be
+    /// changed through the result.
     XmlDocNode* findNode(const std::string& name, const XmlDocNode* after = nullptr) const;
 
     /// The value of an attribute, or `dflt` when there is none of that name. A value that is there and empty
@@ -74,7 +75,7 @@ public:
 
     /// Set an attribute; one that is there is replaced. A whole number is written in decimal, a
     /// floating-point one as "%g" has it: 6 significant digits, a decimal point in every locale ("0.5",
-    /// "1.23457e+06").
+    /// "1.23457e+06"). Other types of numbers, and more digits, go as a text of the caller's.
     void addAttr(const std::string& name, const std::string& value);
     void addAttr(const std::string& name, int value);
     void addAttr(const std::string& name, double value);
@@ -144,7 +145,8 @@ public:
     /// The document as text: a declaration (Kept: it says ISO-8859-1, whatever the bytes are), a line feed,
     /// and the root as `XmlDocNode::write` has it, on lines of their own when `indented`, all on one line
     /// otherwise. No line feed follows the root. Attributes stand in the order of their names. Indented, the
-    /// text grows with the square of the depth: 20,000 elements in each other take 800 MB.
+    /// text grows with the square of the depth: 20,000 elements in each other take 800 MB. Who reads a file
+    /// and writes it back writes it unindented: texts then stay what they were.
     ///
     /// Throws `XmlError` "Empty document", without file and line, when there is no root.
     std::string write(bool indented) const;
