@@ -1,5 +1,6 @@
 #include "image.h"
 
+#include <QFile>
 #include <vorelutil/trace/error.h>
 #include <zlib.h>
 
@@ -19,7 +20,13 @@ FirmwareFile openImage(const QString& path)
 {
     if (path.isEmpty()) throw FileOpenError(std::string(), false); // no name is no image without names
     FirmwareFile image(path, QString(), path, productAddress, versionAddress, flashAddress, false);
-    if (!image.loaded) throw FileOpenError(path.toStdString(), false);
+    if (!image.loaded) {
+        FileOpenError error(path.toStdString(), false);
+        QFile again(path); // the image does not keep the reason
+        if (!again.open(QIODevice::ReadOnly | QIODevice::Unbuffered))
+            error.message += ": " + again.errorString().toStdString();
+        throw error;
+    }
     return image;
 }
 

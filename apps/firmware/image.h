@@ -8,8 +8,8 @@
 /// Firmware images as the programs use them: opened by path, described in words, cut into telegrams.
 namespace firmware {
 
-/// Loads an image for the controller's addresses. Throws `FileOpenError` when the file does not open, and
-/// what `FirmwareFile` throws.
+/// Loads an image for the controller's addresses. Throws `FileOpenError` when the file does not open, with
+/// the system's reason behind its text, and what `FirmwareFile` throws.
 FirmwareFile openImage(const QString& path);
 
 /// "fpga", "dsp", "sam", "unknown": a `FirmwareFile::Type` as files name it.

@@ -142,8 +142,8 @@ TEST_F(FirmwareImages, AreDescribedAsJson)
         {"firmware info " + path("a.sam"), 0, json(example, "", "34,|\"configLength\": null"), ""},
         {"firmware info " + path("bad.bit"), 1, "", format + path("bad.bit") + ": Not a valid bitfile\n"},
         {"firmware info /dev/null", 1, "", format + "/dev/null: Firmware file is empty\n"},
-        {"firmware info " + path("missing"), 1, "", open + path("missing") + " for reading\n"},
-        {"firmware info " + path("."), 1, "", open + path(".") + " for reading\n"},
+        {"firmware info " + path("missing"), 1, "", open + path("missing") + " for reading: No such file or directory\n"},
+        {"firmware info " + path("."), 1, "", open + path(".") + " for reading: file to open is a directory\n"},
     }, {}, read("a.dsp"));
     // clang-format on
     expectRows({{"firmware info -", 1, "", format + "standard input: File is not a valid firmware file\n"}},
