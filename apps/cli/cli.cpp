@@ -84,7 +84,7 @@ void diagnose(const std::string& title, const std::string& message)
 {
     std::string line = "vorel: " + title + ": " + message;
     for (char& c : line)
-        if (c == '\n' || c == '\r') c = ' ';
+        if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F) c = ' ';
     line += '\n';
     std::fflush(stdout);
     std::fputs(line.c_str(), stderr);
@@ -128,6 +128,15 @@ CLI::Option* addNumber(CLI::App& command, const std::string& name, std::int64_t 
         if (!parseNumber(text, first, last, value))
             throw CLI::ValidationError(name, '"' + text + "\" is no number from " + std::to_string(first) +
                                                  " to " + std::to_string(last));
+    };
+    return command.add_option_function<std::string>(name, take, help);
+}
+
+CLI::Option* addFile(CLI::App& command, const std::string& name, std::string* file, const std::string& help)
+{
+    const auto take = [=](const std::string& text) {
+        if (text.empty()) throw CLI::ValidationError(name, "a file name, or -, is needed");
+        *file = text;
     };
     return command.add_option_function<std::string>(name, take, help);
 }

@@ -43,7 +43,8 @@ void shieldFormulas(std::vector<const char*>* words);
 /// code.
 int run(int argc, char** argv);
 
-/// Writes "vorel: TITLE: MESSAGE" to standard error, in one line.
+/// Writes "vorel: TITLE: MESSAGE" to standard error, in one line: control characters, which names and
+/// documents may hold, become blanks.
 void diagnose(const std::string& title, const std::string& message);
 
 /// A whole number, decimal or 0x hexadecimal, with an optional sign, and nothing else in the text.
@@ -56,6 +57,9 @@ bool parseReal(const std::string& text, double first, double last, double* value
 /// Adds an option (or, without dashes in `name`, an argument) that `parseNumber` reads.
 CLI::Option* addNumber(CLI::App& command, const std::string& name, std::int64_t first, std::int64_t last,
                        std::int64_t* value, const std::string& help);
+
+/// Adds an option (or argument) that names a file. No name at all is wrong usage.
+CLI::Option* addFile(CLI::App& command, const std::string& name, std::string* file, const std::string& help);
 
 /// Adds an option of seconds, 0 and up.
 CLI::Option* addSeconds(CLI::App& command, const std::string& name, double* value, const std::string& help);

@@ -126,7 +126,7 @@ void addFrameCommands(CLI::App& app, Work* work)
     frame->require_subcommand(1);
     const auto finish = [&](CLI::App* command, int (*function)(const InputFile&, const FrameArguments&),
                             const std::string& files) {
-        command->add_option("FILE", arguments->in, files + "; - is standard input")->required();
+        addFile(*command, "FILE", &arguments->in, files + "; - is standard input")->required();
         command->callback([arguments, work, function] {
             *work = [arguments, function] {
                 const InputFile input(arguments->in);
@@ -144,7 +144,7 @@ void addFrameCommands(CLI::App& app, Work* work)
     CLI::App* command = frame->add_subcommand("png", "Make a picture of an area snapshot; void pixels are "
                                                      "transparent.");
     finish(command, png, "Text or binary snapshot");
-    command->add_option("OUT", arguments->out, "Picture file; - is standard output")->required();
+    addFile(*command, "OUT", &arguments->out, "Picture file; - is standard output")->required();
     command->add_option("--map", arguments->map, "Colour map (" + arguments->map + ")")
         ->check(CLI::IsMember(colourMapNames()));
 }

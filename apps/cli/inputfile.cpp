@@ -11,12 +11,15 @@ InputFile::InputFile(const std::string& name, qint64 most)
 {
     if (name != "-") return;
     QFile in;
-    if (!in.open(0, QIODevice::ReadOnly | QIODevice::Unbuffered)) throw IOError("cannot read standard input");
+    const auto unread = [&in] {
+        throw IOError("cannot read standard input: " + in.errorString().toStdString());
+    };
+    if (!in.open(0, QIODevice::ReadOnly | QIODevice::Unbuffered)) unread();
     if (!m_copy.open()) throw IOError("cannot write a temporary file");
     std::vector<char> piece(std::size_t(256) * 1024);
     while (m_copy.size() <= most) {
         const qint64 count = in.read(piece.data(), qint64(piece.size()));
-        if (count < 0) throw IOError("cannot read standard input");
+        if (count < 0) unread();
         if (count == 0) break;
         if (m_copy.write(piece.data(), count) != count) throw IOError("cannot write a temporary file");
     }

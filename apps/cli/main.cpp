@@ -1,5 +1,7 @@
 #include "cli.h"
+#include "terminal.h"
 
+#include <clocale>
 #include <memory>
 #include <QCoreApplication>
 #include <QGuiApplication>
@@ -12,6 +14,7 @@ void ignore(QtMsgType, const QMessageLogContext&, const QString&) {}
 
 int main(int argc, char** argv)
 {
+    cli::occupyStandardStreams();
     std::unique_ptr<QCoreApplication> application;
     if (cli::drawsText(argc, argv)) {
         qputenv("QT_QPA_PLATFORM", "offscreen"); // fonts are all that is needed
@@ -20,6 +23,7 @@ int main(int argc, char** argv)
     } else {
         application = std::make_unique<QCoreApplication>(argc, argv);
     }
+    std::setlocale(LC_MESSAGES, "C"); // the system's reasons, in the language of the text around them
     QCoreApplication::setApplicationName(QStringLiteral("vorel"));
     return cli::run(argc, argv);
 }

@@ -2,6 +2,7 @@
 
 #include "apps/controller/stopsignal.h"
 #include "apps/simulator/simulator.h"
+#include "streams.h"
 
 #include <CLI/CLI.hpp>
 #include <cstdio>
@@ -35,7 +36,7 @@ int simulate(const SimArguments& arguments)
     options.refuseEvery = int(arguments.refuseEvery);
     options.ownChangesSeconds = arguments.ownChanges;
     options.seed = quint32(arguments.seed);
-    options.surfaceFile = QString::fromLocal8Bit(arguments.surface.c_str());
+    options.surfaceFile = pathOf(arguments.surface);
     options.faults = arguments.faults;
     Simulator simulator(options);
     QString error;

@@ -14,26 +14,47 @@ namespace cli {
 
 namespace {
 
-constexpr int mostLinks = 40; ///< followed by the system, too
+/// What `name` leads to when it is a link to a file, or to none; else `name`. Throws `IOError`.
+std::string targetOf(const std::string& name)
+{
+    constexpr int mostLinks = 40; // followed by the system, too
+    namespace fs = std::filesystem;
+    fs::path path(name);
+    std::error_code error;
+    for (int links = 0;
+         fs::is_symlink(path, error) && (!fs::exists(path, error) || fs::is_regular_file(path, error));
+         ++links) {
+        if (links == mostLinks)
+            error = std::make_error_code(std::errc::too_many_symbolic_link_levels);
+        else
+            path = path.parent_path() / fs::read_symlink(path, error);
+        if (error) throw IOError("cannot write " + name + ": " + error.message());
+    }
+    return path.string();
+}
 
 } // namespace
+
+QString pathOf(const std::string& name)
+{
+    const QString path = QFile::decodeName(name.c_str());
+    if (QFile::encodeName(path) != name.c_str())
+        throw IOError("cannot use the file name " + name +
+                      ": its bytes are no text in the locale (LC_ALL, LANG)");
+    return path;
+}
 
 InputStream::InputStream(const std::string& name, bool withBar)
     : m_name(name == "-" ? "standard input" : name)
 {
     constexpr auto mode = QIODevice::ReadOnly | QIODevice::Unbuffered;
-    m_file.setFileName(QFile::decodeName(name.c_str()));
+    m_file.setFileName(pathOf(name));
     if (!(name == "-" ? m_file.open(0, mode) : m_file.open(mode))) {
         FileOpenError error(m_name, false);
         error.message += ": " + m_file.errorString().toStdString();
         throw error;
     }
-    if (withBar && isTerminal(stderr) && !m_file.isSequential()) m_size = m_file.size();
-}
-
-InputStream::~InputStream()
-{
-    eraseBar();
+    if (withBar) m_bar.emplace(size());
 }
 
 std::size_t InputStream::read(void* data, std::size_t size)
@@ -41,33 +62,11 @@ std::size_t InputStream::read(void* data, std::size_t size)
     const qint64 count = m_file.read(static_cast<char*>(data), qint64(size));
     if (count < 0) throw IOError("cannot read " + m_name + ": " + m_file.errorString().toStdString());
     m_done += count;
-    if (count == 0)
-        eraseBar();
-    else if (m_size > 0)
-        showProgress();
+    if (m_bar && count == 0)
+        m_bar->erase();
+    else if (m_bar)
+        m_bar->show(m_done);
     return std::size_t(count);
-}
-
-void InputStream::showProgress()
-{
-    constexpr int width = 40;
-    const int percent = int(100.0 * double(qMin(m_done, m_size)) / double(m_size));
-    if (percent == m_shown) return;
-    m_shown = percent;
-    endLineOnSignal(true);
-    const int marks = percent * width / 100;
-    std::fprintf(stderr, "\r[%s%s] %3d %%", std::string(std::size_t(marks), '#').c_str(),
-                 std::string(std::size_t(width - marks), ' ').c_str(), percent);
-}
-
-void InputStream::eraseBar()
-{
-    if (m_shown >= 0) {
-        std::fprintf(stderr, "\r%48s\r", "");
-        endLineOnSignal(false);
-    }
-    m_shown = -1;
-    m_size = 0;
 }
 
 OutputStream::OutputStream(const std::string& name)
@@ -76,17 +75,11 @@ OutputStream::OutputStream(const std::string& name)
     outliveBrokenPipes();
     if (name == "-") return;
     if (name.empty()) fail(std::strerror(ENOENT));
-    m_path = QFile::decodeName(name.c_str());
-    QFileInfo present(m_path);
-    for (int links = 0; !present.exists() && present.isSymLink(); ++links) {
-        if (links == mostLinks) fail("Too many levels of symbolic links");
-        m_path = present.symLinkTarget();
-        present.setFile(m_path);
-    }
+    m_path = pathOf(targetOf(name));
+    const QFileInfo present(m_path);
     m_replaces = !present.exists() || present.isFile();
     bool good = false;
     if (m_replaces) {
-        if (present.exists() && present.isSymLink()) m_path = present.canonicalFilePath();
         m_file.setFileName(QStringLiteral("%1.%2.part").arg(m_path).arg(QCoreApplication::applicationPid()));
         good = m_file.open(QIODevice::WriteOnly | QIODevice::NewOnly | QIODevice::Unbuffered);
         if (good) removeOnSignal(QFile::encodeName(m_file.fileName()).constData());

@@ -1,11 +1,18 @@
 #pragma once
 
+#include "progressbar.h"
+
 #include <cstddef>
+#include <optional>
 #include <QFile>
 #include <string>
 
 /// Files of any size, in pieces, as the command line names them: "-" is standard input or output.
 namespace cli {
+
+/// The path that a name from the command line stands for. Throws `IOError` where its bytes are no text in the
+/// locale: the path would be another file's.
+QString pathOf(const std::string& name);
 
 /// Read from the beginning to the end, with a progress bar on standard error where that is a terminal and
 /// the size is known. Throws `FileOpenError`, with the system's reason behind its text, and `IOError`.
@@ -14,24 +21,19 @@ class InputStream
 public:
     /// `withBar`: whether the bar may be shown at all.
     InputStream(const std::string& name, bool withBar);
-    ~InputStream();
-    InputStream(const InputStream&) = delete;
-    InputStream& operator=(const InputStream&) = delete;
 
     /// The next bytes, up to `size`; 0 at the end.
     std::size_t read(void* data, std::size_t size);
     /// For messages.
     const std::string& name() const { return m_name; }
+    /// Bytes in the file; 0 where that is not known.
+    qint64 size() const { return m_file.isSequential() ? 0 : m_file.size(); }
 
 private:
-    void showProgress();
-    void eraseBar();
-
     std::string m_name;
     QFile m_file;
-    qint64 m_size = 0; ///< 0: unknown, or no bar
     qint64 m_done = 0;
-    int m_shown = -1; ///< per cent; below 0: no bar stands
+    std::optional<ProgressBar> m_bar;
 };
 
 /// Written all or nothing: the file gets its name when it is finished. A link stays, and its target gets the

@@ -37,15 +37,6 @@ void addFormat(CLI::App& command, const std::vector<std::string>& names, timesta
         ->required();
 }
 
-void addOutput(CLI::App& command, const std::string& name, std::string* file, const std::string& help)
-{
-    const auto take = [=](const std::string& text) {
-        if (text.empty()) throw CLI::ValidationError(name, "a file name, or -, is needed");
-        *file = text;
-    };
-    command.add_option_function<std::string>(name, take, help);
-}
-
 void refuseSameFile(const std::string& in, const std::string& out, const std::string& option)
 {
     std::error_code error;

@@ -13,9 +13,6 @@ constexpr std::size_t eventsAtOnce = 16384;
 /// Adds the required option --format, one of `names`, which are texts of formats: "56", "52x" ...
 void addFormat(CLI::App& command, const std::vector<std::string>& names, timestamps::Format* format);
 
-/// Adds the option `name` of a file to write.
-void addOutput(CLI::App& command, const std::string& name, std::string* file, const std::string& help);
-
 /// Throws the parser's error if the command line's OUT is the file IN, under whatever name.
 void refuseSameFile(const std::string& in, const std::string& out, const std::string& option = "-o");
 

@@ -166,10 +166,9 @@ void addTdcDecode(CLI::App& tdc, Work* work)
               "Virtual events a start period, or parts that it is folded onto; 1, the default: none");
     addNumber(*command, "--start-period", 0, std::numeric_limits<std::int64_t>::max(), &settings->startPeriod,
               "Clock periods to fold by; 0, the default: virtual events instead");
-    command->add_option("IN", arguments->in, "Packet words; - is standard input")->required();
-    addOutput(
-        *command, "-o", &arguments->out,
-        "Events: a NumPy file if the name ends with .npy, else CSV; -, the default, is standard output");
+    addFile(*command, "IN", &arguments->in, "Packet words; - is standard input")->required();
+    addFile(*command, "-o", &arguments->out,
+            "Events: a NumPy file if the name ends with .npy, else CSV; -, the default, is standard output");
     command->callback([arguments, command, work] {
         refuseSameFile(arguments->in, arguments->out);
         arguments->settings.markerMask = std::uint32_t(arguments->markers);

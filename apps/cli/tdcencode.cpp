@@ -49,9 +49,9 @@ void addTdcEncode(CLI::App& tdc, Work* work)
         tdc.add_subcommand("encode", "Events to packet words. Formats 56, 52 and 60 read back; 60b, in the "
                                      "form in which it is written, does not.");
     addFormat(*command, {"56", "52", "60", "60b"}, &arguments->format);
-    command->add_option("IN", arguments->in, "CSV with the header time,channel; - is standard input")
+    addFile(*command, "IN", &arguments->in, "CSV with the header time,channel; - is standard input")
         ->required();
-    addOutput(*command, "-o", &arguments->out, "Packet words; -, the default, is standard output");
+    addFile(*command, "-o", &arguments->out, "Packet words; -, the default, is standard output");
     command->callback([arguments, work] {
         refuseSameFile(arguments->in, arguments->out);
         *work = [arguments] { return encode(*arguments); };

@@ -124,10 +124,10 @@ void addTdcHistogram(CLI::App& tdc, Work* work)
               "Width of a bin in clock periods")
         ->required();
     addNumber(*command, "--bins", 1, mostBins, &arguments->bins, "Number of bins")->required();
-    command->add_option("IN", arguments->in, "CSV with the header time,channel; - is standard input")
+    addFile(*command, "IN", &arguments->in, "CSV with the header time,channel; - is standard input")
         ->required();
-    addOutput(*command, "-o", &arguments->out, "CSV bin,count; -, the default, is standard output");
-    addOutput(*command, "--png", &arguments->png, "A picture, too; - is standard output");
+    addFile(*command, "-o", &arguments->out, "CSV bin,count; -, the default, is standard output");
+    addFile(*command, "--png", &arguments->png, "A picture, too; - is standard output");
     command->callback([arguments, work] {
         if (arguments->png == "-" && arguments->out == "-")
             throw CLI::ValidationError("--png", "standard output takes the CSV; name a file for one of them");

@@ -3,11 +3,14 @@
 #include <climits>
 #include <csignal>
 #include <cstring>
-#include <initializer_list>
+#include <fcntl.h>
+#include <iterator>
 #include <unistd.h>
 
 namespace cli {
 namespace {
+
+constexpr int endings[] = {SIGINT, SIGTERM, SIGHUP, SIGXFSZ};
 
 /// A path that the handler may read whenever `stands` is set.
 struct Doomed
@@ -18,6 +21,8 @@ struct Doomed
 
 Doomed doomed[4];
 volatile std::sig_atomic_t lineStands = 0;
+volatile std::sig_atomic_t held = 0; ///< the signal that `HeldSignals` noted; 0: none
+struct sigaction former[std::size(endings)];
 
 /// The default action is in place again when it runs, and follows when it returns.
 extern "C" void tidyUp(int signal)
@@ -31,12 +36,14 @@ extern "C" void tidyUp(int signal)
     raise(signal);
 }
 
+extern "C" void note(int signal)
+{
+    held = signal;
+}
+
 void catchSignals()
 {
-    static bool caught = false;
-    if (caught) return;
-    caught = true;
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGXFSZ}) {
+    for (const int signal : endings) {
         struct sigaction action = {};
         if (sigaction(signal, nullptr, &action) != 0 || action.sa_handler != SIG_DFL) continue;
         action = {};
@@ -56,6 +63,13 @@ bool isTerminal(std::FILE* stream)
 void outliveBrokenPipes()
 {
     std::signal(SIGPIPE, SIG_IGN);
+}
+
+void occupyStandardStreams()
+{
+    // In the wrong direction, so that reading standard input and writing the others fail.
+    for (const int number : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+        if (fcntl(number, F_GETFD) < 0) open("/dev/null", number == STDIN_FILENO ? O_WRONLY : O_RDONLY);
 }
 
 void removeOnSignal(const char* path)
@@ -80,6 +94,29 @@ void endLineOnSignal(bool stands)
 {
     catchSignals();
     lineStands = stands ? 1 : 0;
+}
+
+HeldSignals::HeldSignals()
+{
+    held = 0;
+    for (std::size_t i = 0; i < std::size(endings); ++i) {
+        if (sigaction(endings[i], nullptr, &former[i]) != 0 || former[i].sa_handler == SIG_IGN) continue;
+        struct sigaction action = {};
+        action.sa_handler = note;
+        action.sa_flags = SA_RESTART;
+        sigaction(endings[i], &action, nullptr);
+    }
+}
+
+HeldSignals::~HeldSignals()
+{
+    for (std::size_t i = 0; i < std::size(endings); ++i) sigaction(endings[i], &former[i], nullptr);
+    if (held != 0) raise(held);
+}
+
+bool HeldSignals::any() const
+{
+    return held != 0;
 }
 
 } // namespace cli
