@@ -1,16 +1,17 @@
-#include "apps/controller/stopsignal.h"
 #include "apps/firmware/image.h"
 #include "cli.h"
 #include "inputfile.h"
+#include "progressbar.h"
+#include "streams.h"
+#include "terminal.h"
 
+#include <cerrno>
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <filesystem>
 #include <memory>
 #include <nlohmann/json.hpp>
-#include <QCoreApplication>
-#include <QDirIterator>
-#include <QFile>
+#include <system_error>
 #include <vorelutil/trace/error.h>
 
 namespace cli {
@@ -32,65 +33,59 @@ class TelegramFolder
 public:
     /// Makes the folder when it is missing; one that holds telegrams is refused.
     explicit TelegramFolder(const std::string& name)
-        : m_name(name)
-        , m_path(QFile::decodeName(name.c_str()))
+        : m_path(name)
     {
         std::error_code error;
-        const std::filesystem::path path(name);
-        m_made = std::filesystem::create_directory(path, error);
-        if (!error && !std::filesystem::is_directory(path, error) && !error)
-            error = std::make_error_code(std::errc::not_a_directory);
-        if (error) fail(m_name, error.message());
-        QDirIterator old(m_path, {QStringLiteral("*.tel")}, QDir::AllEntries | QDir::Hidden | QDir::System);
-        if (old.hasNext()) fail(m_name, "a .tel file is there already (" + baseName(old.next()) + ')');
+        m_made = std::filesystem::create_directory(m_path, error);
+        if (error) fail(m_path, error);
+        if (m_made) return;
+        std::filesystem::directory_iterator entry(m_path, error);
+        for (; !error && entry != std::filesystem::directory_iterator(); entry.increment(error)) {
+            const std::string old = entry->path().filename().string();
+            if (old.size() >= 4 && old.compare(old.size() - 4, 4, ".tel") == 0)
+                throw IOError("cannot write " + name + ": a .tel file is there already (" + old + ')');
+        }
+        if (error) fail(m_path, error);
     }
     ~TelegramFolder()
     {
         if (m_finished) return;
-        while (m_count > 0) QFile::remove(pathOf(--m_count));
         std::error_code error;
-        if (m_made) std::filesystem::remove(m_name, error);
+        while (m_count > 0) std::filesystem::remove(fileOf(--m_count), error);
+        if (m_made) std::filesystem::remove(m_path, error);
     }
     TelegramFolder(const TelegramFolder&) = delete;
     TelegramFolder& operator=(const TelegramFolder&) = delete;
 
     void add(const QByteArray& telegram)
     {
-        QFile file(pathOf(m_count));
-        bool good = file.open(QIODevice::WriteOnly | QIODevice::NewOnly | QIODevice::Unbuffered);
-        if (good) {
-            ++m_count;
-            qint64 written = 0;
-            while (good && written < telegram.size()) {
-                const qint64 count = file.write(telegram.constData() + written, telegram.size() - written);
-                good = count > 0;
-                written += count;
-            }
-            const QString reason = file.errorString(); // closing forgets it
-            file.close();
-            if (!good) fail(QFile::encodeName(file.fileName()).toStdString(), reason.toStdString());
-            good = file.error() == QFileDevice::NoError;
-        }
-        if (!good) fail(QFile::encodeName(file.fileName()).toStdString(), file.errorString().toStdString());
+        const std::filesystem::path path = fileOf(m_count);
+        std::FILE* const file = std::fopen(path.c_str(), "wbx"); // no file that is there, nor its target
+        if (file == nullptr) fail(path, lastError());
+        ++m_count;
+        std::setvbuf(file, nullptr, _IONBF, 0);
+        const std::size_t size = std::size_t(telegram.size());
+        std::error_code error;
+        if (std::fwrite(telegram.constData(), 1, size, file) != size) error = lastError();
+        if (std::fclose(file) != 0 && !error) error = lastError();
+        if (error) fail(path, error);
     }
     void finish() { m_finished = true; }
 
 private:
-    QString pathOf(int number) const
+    std::filesystem::path fileOf(int number) const
     {
-        return m_path + QStringLiteral("/%1.tel").arg(number, 6, 10, QLatin1Char('0'));
+        char name[32];
+        std::snprintf(name, sizeof name, "%06d.tel", number);
+        return m_path / name;
     }
-    static std::string baseName(const QString& path)
+    static std::error_code lastError() { return {errno, std::generic_category()}; }
+    [[noreturn]] static void fail(const std::filesystem::path& path, const std::error_code& error)
     {
-        return QFile::encodeName(path.section(QLatin1Char('/'), -1)).toStdString();
-    }
-    [[noreturn]] static void fail(const std::string& name, const std::string& reason)
-    {
-        throw IOError("cannot write " + name + ": " + reason);
+        throw IOError("cannot write " + path.string() + ": " + error.message());
     }
 
-    const std::string m_name;
-    const QString m_path;
+    const std::filesystem::path m_path; ///< the very bytes of the command line
     bool m_made = false;
     bool m_finished = false;
     int m_count = 0; ///< files that are there
@@ -98,7 +93,7 @@ private:
 
 FirmwareFile open(const InputFile& input)
 {
-    return firmware::openImage(QFile::decodeName(input.path().c_str()));
+    return firmware::openImage(pathOf(input.path()));
 }
 
 int info(const InputFile& input, const FirmwareArguments&)
@@ -126,14 +121,13 @@ int cut(const InputFile& input, const FirmwareArguments& arguments)
         throw FormatError("these are " + std::to_string(count) + " blocks, and " +
                               std::to_string(mostBlocks) + " at most can be numbered: enlarge --block",
                           input.path());
-    StopSignal signal;
-    bool stop = false;
-    QObject::connect(&signal, &StopSignal::received, [&] { stop = true; });
+    const HeldSignals held; // until the folder is whole, or gone
     TelegramFolder folder(arguments.out);
+    ProgressBar bar(count);
     for (int block = 0; block < count; ++block) {
         folder.add(cutter.telegram(block, 0));
-        QCoreApplication::processEvents();
-        if (stop) throw IOError("stopped by a signal; what was written is removed");
+        if (held.any()) return exitFailed;
+        bar.show(block + 1);
     }
     folder.finish();
     return exitDone;
@@ -148,7 +142,7 @@ void addFirmwareCommands(CLI::App& app, Work* work)
         app.add_subcommand("firmware", "Firmware images: FPGA bit files, DSP and SAM images.");
     firmware->require_subcommand(1);
     const auto finish = [&](CLI::App* command, int (*function)(const InputFile&, const FirmwareArguments&)) {
-        command->add_option("FILE", arguments->in, "The image; - is standard input")->required();
+        addFile(*command, "FILE", &arguments->in, "The image; - is standard input")->required();
         command->callback([arguments, work, function] {
             *work = [arguments, function] {
                 const InputFile input(arguments->in, FirmwareFile::maxFileSize);
@@ -182,7 +176,14 @@ void addFirmwareCommands(CLI::App& app, Work* work)
         ->add_option_function<std::string>("--block", takeBlock,
                                            "Bytes of the image in a telegram: a multiple of 4, 4 to 65536")
         ->required();
-    command->add_option("--out", arguments->out, "Folder, made when missing; without .tel files in it")
+    const auto takeFolder = [arguments](const std::string& text) {
+        if (text.empty() || text == "-")
+            throw CLI::ValidationError("--out", "the name of a folder is needed");
+        arguments->out = text;
+    };
+    command
+        ->add_option_function<std::string>("--out", takeFolder,
+                                           "Folder, made when missing; without .tel files in it")
         ->required();
 }
 

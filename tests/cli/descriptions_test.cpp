@@ -1,6 +1,9 @@
 #include "vorel.h"
 
+#include <csignal>
+#include <filesystem>
 #include <QDir>
+#include <sys/wait.h>
 #include <tests/support/wait.h>
 
 namespace {
@@ -169,6 +172,7 @@ TEST_F(FirmwareImages, AreCutIntoTelegrams)
         {"firmware cut --addr 0 --block 4 --out x -", 2, "", usage + "--addr: \"0\"" + other},
         {"firmware cut --addr 1 --block 6 --out x -", 2, "", usage + "--block: \"6\"" + multiple},
         {"firmware cut --addr 1 --block 65540 --out x -", 2, "", usage + "--block: \"65540\"" + multiple},
+        {cut + "- -", 2, "", usage + "--out: the name of a folder is needed" + help},
         {cut + used + " -", 1, "", denied + used + ": a .tel file is there already (12.tel)\n"},
         {cut + large + " -", 1, "", denied + large + ": File exists\n"},
         {cut + path("no/out") + " -", 1, "", denied + path("no/out") + ": No such file or directory\n"},
@@ -188,25 +192,49 @@ TEST_F(FirmwareImages, AreCutIntoTelegrams)
 
 TEST_F(FirmwareImages, AreCutWholeOrNotAtAll)
 {
+    for (const int signal : {SIGHUP, SIGINT, SIGTERM, SIGXFSZ}) std::signal(signal, SIG_DFL);
     make("dsp", "a.dsp", "--size 4000000");
-    ASSERT_TRUE(QDir(dir.path()).mkpath(QStringLiteral("mine")));
-    write("mine/note", "");
-    const QByteArray shell = "trap '' XFSZ; ulimit -f 1; exec " + QFile::encodeName(vorel) +
-                             " firmware cut --addr 1 --block 65536 --out " + path("mine") + ' ' +
-                             path("a.dsp") + " 2>" + path("told");
-    EXPECT_NE(::system(shell.constData()), 0); // a disk that fills
-    EXPECT_EQ(read("told"),
-              "vorel: I/O error: cannot write " + path("mine/000000.tel") + ": File too large\n");
+    const QByteArray shell = "cd " + path(".") + " && export LC_ALL=C.UTF-8 && ";
+    ASSERT_EQ(
+        ::system((shell + "mkdir mine d\xEF\xBF\xBD && touch mine/note && cp a.dsp \xE4.dsp").constData()),
+        0);
+    const QByteArray failed = "vorel: I/O error: cannot ", unwritten = failed + "write to standard output\n";
+    const QByteArray cut = "firmware cut --addr 1 --block 65536 a.dsp --out ";
+    // clang-format off
+    const std::tuple<QByteArray, QByteArray, int, QByteArray> rows[] = {
+        {"trap '' XFSZ; ulimit -f 1", cut + "mine", 1, failed + "write mine/000000.tel: File too large\n"},
+        {"ulimit -f 1", cut + "new", -SIGXFSZ, ""},
+        {":", cut + "d\xE4", 0, ""}, // not the folder whose name this becomes as text
+        {":", "firmware info \xE4.dsp", 1, failed + "use the file name \xE4.dsp: its bytes are no text in the locale (LC_ALL, LANG)\n"},
+        {":", "firmware info ''", 2, "vorel: Usage: FILE: a file name, or -, is needed" + help},
+        {"exec <&-", "xml format -", 1, failed + "read standard input: Bad file descriptor\n"},
+        {"exec >/dev/full", "firmware info a.dsp", 1, unwritten},
+        {"trap '' PIPE; mkfifo pipe; exec 3<>pipe >pipe 3>&-", "firmware info a.dsp", 1, unwritten},
+    };
+    // clang-format on
+    for (const auto& [before, line, ending, told] : rows) {
+        const QByteArray run = before + "; exec " + QFile::encodeName(vorel) + ' ' + line + " 2>told";
+        const int status = ::system((shell + run).constData());
+        EXPECT_EQ(WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status), ending) << run.constData();
+        EXPECT_EQ(read("told"), told) << run.constData();
+    }
+    const std::filesystem::path folder(path(".").toStdString());
     EXPECT_EQ(QDir(dir.filePath("mine")).entryList(QDir::Files), QStringList({"note"}));
+    EXPECT_FALSE(std::filesystem::exists(folder / "new"));
+    EXPECT_TRUE(std::filesystem::exists(folder / "d\xE4/000061.tel"));
+    EXPECT_TRUE(std::filesystem::is_empty(folder / "d\xEF\xBF\xBD"));
 
-    QProcess process; // a million files, which take a while
-    process.start(vorel, {"firmware", "cut", "--addr", "1", "--block", "4", "--out", dir.filePath("out"),
-                          dir.filePath("a.dsp")});
-    EXPECT_TRUE(eventually([&] { return QFile::exists(dir.filePath("out/000100.tel")); }));
-    process.terminate();
-    ASSERT_TRUE(process.waitForFinished(30000));
-    EXPECT_EQ(std::pair(process.exitStatus(), process.exitCode()), std::pair(QProcess::NormalExit, 1));
-    EXPECT_EQ(process.readAllStandardError(),
-              "vorel: I/O error: stopped by a signal; what was written is removed\n");
-    EXPECT_FALSE(QFile::exists(dir.filePath("out")));
+    for (const int signal : {SIGHUP, SIGINT, SIGTERM}) {
+        QProcess process; // a million files, which take a while
+        process.start(vorel, {"firmware", "cut", "--addr", "1", "--block", "4", "--out", dir.filePath("out"),
+                              dir.filePath("a.dsp")});
+        EXPECT_TRUE(eventually([&] { return QFile::exists(dir.filePath("out/000100.tel")); }));
+        ::kill(pid_t(process.processId()), signal);
+        ASSERT_TRUE(process.waitForFinished(30000));
+        EXPECT_EQ(std::pair(process.exitStatus(), process.exitCode()),
+                  std::pair(QProcess::CrashExit, signal));
+        EXPECT_EQ(process.readAllStandardError(), "");
+        EXPECT_FALSE(QFile::exists(dir.filePath("out")));
+    }
+    std::filesystem::remove_all(folder); // what is no text, `dir` does not find
 }
