@@ -49,25 +49,50 @@ int format(const XmlArguments& arguments)
     return exitDone;
 }
 
+struct Place
+{
+    const XmlDocNode* node;
+    std::size_t level; ///< the root's is 0
+};
+
+/// The first element in document order to which the whole `path` leads or, where it leads to none, the first
+/// of those to which most of it does. The root has its first name.
+Place follow(const XmlDocNode& root, const std::vector<std::string>& path)
+{
+    Place best = {&root, 0};
+    std::vector<Place> open = {best}; // the next one last
+    while (!open.empty()) {
+        const Place place = open.back();
+        open.pop_back();
+        if (place.level > best.level) best = place;
+        if (best.level + 1 == path.size()) break;
+        const std::size_t level = place.level + 1;
+        const auto& children = place.node->children;
+        for (auto child = children.rbegin(); child != children.rend(); ++child)
+            if ((*child)->name == path[level]) open.push_back({*child, level});
+    }
+    return best;
+}
+
 int get(const XmlArguments& arguments)
 {
-    const auto missing = [](const std::string& what) {
-        diagnose("Not found", what);
-        return int(exitFailed);
-    };
     XmlDoc document;
     readDocument(arguments.in, &document);
-    const XmlDocNode* node = document.getChild();
-    std::string walked = arguments.path.front();
-    if (node->name != walked) return missing("the root is \"" + node->name + "\", not \"" + walked + '"');
-    for (std::size_t i = 1; i < arguments.path.size(); ++i) {
-        node = node->findNode(arguments.path[i]);
-        if (node == nullptr) return missing("no element \"" + arguments.path[i] + "\" in " + walked);
-        walked += '/' + arguments.path[i];
-    }
+    const XmlDocNode& root = *document.getChild();
+    const auto& path = arguments.path;
+    const auto missing = [](const XmlDocNode& last, const std::string& what) {
+        diagnose("Not found", last.file + " line " + std::to_string(last.line) + ": " + what);
+        return int(exitFailed);
+    };
+    if (root.name != path.front())
+        return missing(root, "the root is \"" + root.name + "\", not \"" + path.front() + '"');
+    const auto [node, level] = follow(root, path);
+    std::string walked = path.front();
+    for (std::size_t i = 1; i <= level; ++i) walked += '/' + path[i];
+    if (level + 1 < path.size()) return missing(*node, "no element \"" + path[level + 1] + "\" in " + walked);
     const auto found = node->attributes.find(arguments.attribute);
     if (found == node->attributes.end())
-        return missing("no attribute \"" + arguments.attribute + "\" in " + walked);
+        return missing(*node, "no attribute \"" + arguments.attribute + "\" in " + walked);
     std::fwrite(found->second.data(), 1, found->second.size(), stdout);
     std::fputc('\n', stdout);
     return exitDone;
@@ -101,7 +126,7 @@ void addXmlCommands(CLI::App& app, Work* work)
     CLI::App* xml = app.add_subcommand("xml", "XML documents in the subset of the descriptions.");
     xml->require_subcommand(1);
     const auto finish = [&](CLI::App* command, int (*function)(const XmlArguments&)) {
-        command->add_option("FILE", arguments->in, "The document; - is standard input")->required();
+        addFile(*command, "FILE", &arguments->in, "The document; - is standard input")->required();
         command->callback(
             [arguments, work, function] { *work = [arguments, function] { return function(*arguments); }; });
     };
@@ -115,9 +140,10 @@ void addXmlCommands(CLI::App& app, Work* work)
     finish(command, get);
     const auto take = [arguments](const std::string& text) { takePath(text, arguments.get()); };
     command
-        ->add_option_function<std::string>("PATH", take,
-                                           "ELEMENT/...@ATTR: the elements from the root on (included), the "
-                                           "first of each name, then the attribute")
+        ->add_option_function<std::string>(
+            "PATH", take,
+            "ELEMENT/...@ATTR: the elements from the root on (included), then the "
+            "attribute, of the first element with that path")
         ->required();
 }
 

@@ -4,7 +4,6 @@
 #include <filesystem>
 #include <QDir>
 #include <sys/wait.h>
-#include <tests/support/wait.h>
 
 namespace {
 
@@ -37,7 +36,7 @@ TEST_F(Descriptions, DocumentsArePrintedAndAsked)
                                 "<c>x &amp; </c></b.1></r:oot>behind";
     const QByteArray root = "<r:oot a=\"&lt;\xB5&amp;foo;\" z=\"1\">";
     const QByteArray usage = "vorel: Usage: PATH: ", form = " is no ELEMENT/...@ATTR" + help;
-    const QByteArray none = "vorel: Not found: ";
+    const QByteArray none = "vorel: Not found: standard input line ";
     // clang-format off
     expectRows({
         {"xml format -", 0, declaration + root + "\n  <b.1/>\n  <b.1 n=\"2\">\n    <c>x &amp; \n    </c>\n"
@@ -45,11 +44,12 @@ TEST_F(Descriptions, DocumentsArePrintedAndAsked)
         {"xml format --compact -", 0, declaration + root +
          "<b.1/><b.1 n=\"2\"><c>x &amp; </c></b.1></r:oot>", ""},
         {"xml get - r:oot@a", 0, "<\xB5&foo;\n", ""},
-        {"xml get - r:oot/b.1@n", 1, "", none + "no attribute \"n\" in r:oot/b.1\n"}, // of the first b.1
-        {"xml get - r:oot/b.1/c@n", 1, "", none + "no element \"c\" in r:oot/b.1\n"},
-        {"xml get - root/b.1@n", 1, "", none + "the root is \"r:oot\", not \"root\"\n"},
+        {"xml get - r:oot/b.1@n", 1, "", none + "2: no attribute \"n\" in r:oot/b.1\n"}, // of the first b.1
+        {"xml get - r:oot/b.1/c@n", 1, "", none + "3: no attribute \"n\" in r:oot/b.1/c\n"}, // below the second
+        {"xml get - r:oot/b.1/c/d@n", 1, "", none + "3: no element \"d\" in r:oot/b.1/c\n"},
+        {"xml get - root/b.1@n", 1, "", none + "2: the root is \"r:oot\", not \"root\"\n"},
+        {"xml get - r:oot@\x1B[2J\x7F", 1, "", none + "2: no attribute \" [2J \" in r:oot\n"},
         {"xml get - r:oot", 2, "", usage + "\"r:oot\"" + form},
-        {"xml get - @a", 2, "", usage + "\"@a\"" + form},
         {"xml get - r:oot/@a", 2, "", usage + "\"r:oot/@a\"" + form},
         {"xml get - r:oot@", 2, "", usage + "\"r:oot@\"" + form},
         {"xml get - a@b@c", 2, "", usage + "\"a@b@c\"" + form},
@@ -66,8 +66,7 @@ TEST_F(Descriptions, AreRefusedWithFileAndLine)
     expectRows({
         {"xml format " + cut, 1, "", error + cut + " line 3: Missing closing tag for b\n"},
         {"xml get - a@b", 1, "", error + "standard input line 2: \"=\" expected\n"},
-        {"xml format /dev/null", 1, "", error + "Empty document\n"},
-        {"groups /dev/null", 1, "", error + "Empty document\n"},
+        {"xml format /dev/null", 1, "", error + "/dev/null: Empty document\n"},
         {"xml format " + path("."), 1, "", open + path(".") + " for reading: file to open is a directory\n"},
         {"groups " + missing, 1, "", open + missing + " for reading: No such file or directory\n"},
     }, {}, "\n<a b\n/>");
@@ -146,7 +145,6 @@ TEST_F(FirmwareImages, AreDescribedAsJson)
         {"firmware info " + path("bad.bit"), 1, "", format + path("bad.bit") + ": Not a valid bitfile\n"},
         {"firmware info /dev/null", 1, "", format + "/dev/null: Firmware file is empty\n"},
         {"firmware info " + path("missing"), 1, "", open + path("missing") + " for reading: No such file or directory\n"},
-        {"firmware info " + path("."), 1, "", open + path(".") + " for reading: file to open is a directory\n"},
     }, {}, read("a.dsp"));
     // clang-format on
     expectRows({{"firmware info -", 1, "", format + "standard input: File is not a valid firmware file\n"}},
@@ -194,47 +192,37 @@ TEST_F(FirmwareImages, AreCutWholeOrNotAtAll)
 {
     for (const int signal : {SIGHUP, SIGINT, SIGTERM, SIGXFSZ}) std::signal(signal, SIG_DFL);
     make("dsp", "a.dsp", "--size 4000000");
-    const QByteArray shell = "cd " + path(".") + " && export LC_ALL=C.UTF-8 && ";
-    ASSERT_EQ(
-        ::system((shell + "mkdir mine d\xEF\xBF\xBD && touch mine/note && cp a.dsp \xE4.dsp").constData()),
-        0);
+    // clang-format off
+    const QByteArray prepare = "cd " + path(".") + "; export LC_ALL=C.UTF-8; mkdir -p mine d\xEF\xBF\xBD; touch mine/note; cp a.dsp \xE4.dsp;"
+        "stop() { for i in $(seq 3000); do sleep 0.01; test -e new/000100.tel && kill $1 $$ && break; done; };";
     const QByteArray failed = "vorel: I/O error: cannot ", unwritten = failed + "write to standard output\n";
     const QByteArray cut = "firmware cut --addr 1 --block 65536 a.dsp --out ";
-    // clang-format off
+    const QByteArray many = "firmware cut --addr 1 --block 4 a.dsp --out new"; // takes a while
     const std::tuple<QByteArray, QByteArray, int, QByteArray> rows[] = {
         {"trap '' XFSZ; ulimit -f 1", cut + "mine", 1, failed + "write mine/000000.tel: File too large\n"},
         {"ulimit -f 1", cut + "new", -SIGXFSZ, ""},
+        {"stop -HUP & :", many, -SIGHUP, ""},
+        {"stop -INT & :", many, -SIGINT, ""},
+        {"stop -TERM & :", many, -SIGTERM, ""},
         {":", cut + "d\xE4", 0, ""}, // not the folder whose name this becomes as text
         {":", "firmware info \xE4.dsp", 1, failed + "use the file name \xE4.dsp: its bytes are no text in the locale (LC_ALL, LANG)\n"},
         {":", "firmware info ''", 2, "vorel: Usage: FILE: a file name, or -, is needed" + help},
+        {"printf '\\357\\273\\277<a/>' >mark", "xml get mark a@b", 1, "vorel: XML Error: mark: "
+         "Empty document: the file begins with a byte-order mark, which is not read\n"},
         {"exec <&-", "xml format -", 1, failed + "read standard input: Bad file descriptor\n"},
         {"exec >/dev/full", "firmware info a.dsp", 1, unwritten},
         {"trap '' PIPE; mkfifo pipe; exec 3<>pipe >pipe 3>&-", "firmware info a.dsp", 1, unwritten},
     };
     // clang-format on
     for (const auto& [before, line, ending, told] : rows) {
-        const QByteArray run = before + "; exec " + QFile::encodeName(vorel) + ' ' + line + " 2>told";
-        const int status = ::system((shell + run).constData());
-        EXPECT_EQ(WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status), ending) << run.constData();
-        EXPECT_EQ(read("told"), told) << run.constData();
+        const QByteArray script = before + "; exec " + QFile::encodeName(vorel) + ' ' + line + " 2>told";
+        const int status = ::system((prepare + script).constData());
+        EXPECT_EQ(WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status), ending) << script.constData();
+        EXPECT_EQ(read("told"), told) << script.constData();
     }
-    const std::filesystem::path folder(path(".").toStdString());
+    const std::filesystem::path folder(dir.path().toStdString());
     EXPECT_EQ(QDir(dir.filePath("mine")).entryList(QDir::Files), QStringList({"note"}));
     EXPECT_FALSE(std::filesystem::exists(folder / "new"));
     EXPECT_TRUE(std::filesystem::exists(folder / "d\xE4/000061.tel"));
-    EXPECT_TRUE(std::filesystem::is_empty(folder / "d\xEF\xBF\xBD"));
-
-    for (const int signal : {SIGHUP, SIGINT, SIGTERM}) {
-        QProcess process; // a million files, which take a while
-        process.start(vorel, {"firmware", "cut", "--addr", "1", "--block", "4", "--out", dir.filePath("out"),
-                              dir.filePath("a.dsp")});
-        EXPECT_TRUE(eventually([&] { return QFile::exists(dir.filePath("out/000100.tel")); }));
-        ::kill(pid_t(process.processId()), signal);
-        ASSERT_TRUE(process.waitForFinished(30000));
-        EXPECT_EQ(std::pair(process.exitStatus(), process.exitCode()),
-                  std::pair(QProcess::CrashExit, signal));
-        EXPECT_EQ(process.readAllStandardError(), "");
-        EXPECT_FALSE(QFile::exists(dir.filePath("out")));
-    }
     std::filesystem::remove_all(folder); // what is no text, `dir` does not find
 }
