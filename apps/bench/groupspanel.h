@@ -20,7 +20,7 @@ class SourceView;
 /// A group or a problem that is chosen marks its line in the text. A file that is not read or is faulty shows
 /// its problems and no groups, so that what is on the page always belongs to the file that it names. The file
 /// is a setting that a store may keep; it is read again when the page is first seen. Files are read on this
-/// thread: one of 100,000 groups holds it up for as long as 400 ms.
+/// thread: one of 100,000 groups holds it up for half a second.
 class GroupsPanel : public QWidget
 {
     Q_OBJECT

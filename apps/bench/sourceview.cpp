@@ -37,8 +37,8 @@ QString lineText(const char* begin, const char* end)
 /// Fainter than a text on a window, and readable: its contrast is 5:1 or more in the program's palettes.
 QColor numberColour(const QPalette& palette)
 {
-    const QColor text = palette.color(QPalette::WindowText);
-    const QColor back = palette.color(QPalette::Window);
+    const QColor& text = palette.color(QPalette::WindowText);
+    const QColor& back = palette.color(QPalette::Window);
     const auto mixed = [](int front, int behind) { return (7 * front + 3 * behind) / 10; };
     return {mixed(text.red(), back.red()), mixed(text.green(), back.green()),
             mixed(text.blue(), back.blue())};
