@@ -180,7 +180,7 @@ bool FirmwareRoad::start()
     m_lookTimer.start();
     m_clock.start();
     m_state = State::Downloading;
-    emit message(tr("Firmware: %1 is downloaded in %2 blocks")
+    emit message(tr("Firmware: the download of %1 begins, %2 blocks")
                      .arg(QFileInfo(m_image->fileName).fileName(), QString::number(m_blocks)),
                  false);
     m_sendTimer.start(0);

@@ -56,19 +56,20 @@ FirmwareRemark versionRemark(const FirmwareRoad& road)
     if (!road.device().hasVersion)
         return {FirmwareRemark::Unknown, tr("? The device has not told its version")};
     const QString own = digitsText(FirmwareFile::parseVersion(image->version));
-    const QString numbers = tr("(%1 against %2)").arg(own, QString::number(road.device().version));
+    const QString numbers = tr("(digits %1 against %2)").arg(own, QString::number(road.device().version));
     const bool isBitFile = image->type == FirmwareFile::FpgaBitFile;
     switch (road.comparison()) {
     case FirmwareRoad::Newer:
         if (isBitFile)
             return {FirmwareRemark::Fits,
-                    tr("\u25B2 The image is newer than the device's %1; its date counts as a number")
-                        .arg(numbers)};
-        return {FirmwareRemark::Better, tr("\u25B2 The image is newer than the device's %1").arg(numbers)};
+                    tr("\u25B2 The image counts as newer than the device's %1, by its date").arg(numbers)};
+        return {FirmwareRemark::Better,
+                tr("\u25B2 The image counts as newer than the device's %1").arg(numbers)};
     case FirmwareRoad::Same:
         return {FirmwareRemark::Fits, tr("= The image has the device's version %1").arg(numbers)};
     case FirmwareRoad::Older:
-        return {FirmwareRemark::Wrong, tr("\u25BC The image is older than the device's %1").arg(numbers)};
+        return {FirmwareRemark::Wrong,
+                tr("\u25BC The image counts as older than the device's %1").arg(numbers)};
     case FirmwareRoad::Unknown:
         break;
     }

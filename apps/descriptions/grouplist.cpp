@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <QCoreApplication>
+#include <QRegularExpression>
 #include <QTextCodec>
 #include <string>
 #include <vector>
@@ -52,17 +53,47 @@ QString label(const DocNode& node)
     return name.empty() ? quoted(node.name) : quoted(node.name) + QLatin1Char(' ') + quoted(name);
 }
 
+/// "no Id", and whether it is there under a name of other case.
+QString missing(const DocNode& node, const char* attribute)
+{
+    const QString name = QLatin1String(attribute);
+    for (const auto& [other, value] : node.attributes) {
+        if (name.compare(QLatin1String(other.c_str()), Qt::CaseInsensitive) != 0 || other == attribute)
+            continue;
+        return tr("no %1 (there is \"%2\", and case counts)").arg(name, quoted(other));
+    }
+    return tr("no %1").arg(name);
+}
+
+struct KeywordList
+{
+    const char* attribute;
+    QStringList keywords;
+};
+
+const std::vector<KeywordList>& keywordLists()
+{
+    static const std::vector<KeywordList> lists{
+        {"Formats", {"Ascii", "Bin"}},
+        {"Properties",
+         {"StoreFrame", "StoreContinous", "StoreLocal", "StoreRetrigger", "StoreGroup", "ShowChannels",
+          "ShowSource", "ShowAverage", "ShowSampleTime", "ShowStream", "HidePage"}},
+        {"ChannelDescr", {"Number", "Name", "Signal", "Group"}},
+    };
+    return lists;
+}
+
 /// Empty: it is not left out for itself.
 QString reasonToLeaveOut(const DataGroup& group, const DocNode& node)
 {
     QStringList reasons;
-    if (group.name.isEmpty()) reasons += tr("no Name");
+    if (group.name.isEmpty()) reasons += missing(node, "Name");
     for (const auto& [attribute, number] : {std::pair("Id", group.id), std::pair("Trigger", group.trigger)}) {
         if (number >= 0) continue;
         const std::string text = node.findAttr(attribute, std::string());
         const QString name = QLatin1String(attribute);
         if (text.empty())
-            reasons += tr("no %1").arg(name);
+            reasons += missing(node, attribute);
         else if (!isNumber(node, attribute))
             reasons += tr("its %1 \"%2\" is no number").arg(name, quoted(text));
         else
@@ -120,6 +151,7 @@ public:
                 m_list.groups.append({groups.value(*id), line});
                 for (const char* attribute : {"Id", "Trigger", "Algorithm"})
                     checkNumber(line, node, attribute);
+                checkKeywords(line, node);
                 continue;
             }
             tell(line, [&] {
@@ -185,6 +217,29 @@ private:
                                               : tr("<%1>: its %2 \"%3\" is no number, %4 is taken"))
                 .arg(label(node), QLatin1String(attribute), quoted(text), QString::number(number));
         });
+    }
+
+    /// Words that switch nothing on, or something that they only contain.
+    void checkKeywords(int line, const DocNode& node)
+    {
+        static const QRegularExpression separators(QStringLiteral("[^A-Za-z0-9_]+"));
+        for (const KeywordList& list : keywordLists()) {
+            const auto text = QString::fromStdString(node.findAttr(list.attribute, std::string()));
+            for (const QString& word : text.split(separators, Qt::SkipEmptyParts)) {
+                if (list.keywords.contains(word)) continue;
+                tell(line, [&] {
+                    QStringList contained;
+                    for (const QString& keyword : list.keywords)
+                        if (word.contains(keyword)) contained += keyword;
+                    const QString name = QLatin1String(list.attribute);
+                    const QString shown = shortened(word, quotedLength);
+                    if (contained.isEmpty())
+                        return tr("<%1>: \"%2\" in its %3 is no keyword").arg(label(node), shown, name);
+                    return tr("<%1>: \"%2\" in its %3 counts as %4")
+                        .arg(label(node), shown, name, contained.join(QLatin1String(", ")));
+                });
+            }
+        }
     }
 
     const int m_mostProblems;

@@ -104,18 +104,12 @@ TEST_F(FirmwareTest, DownloadsWhatThePageIsAskedFor)
     connectTo(simulator->port());
     QFile::remove(path); // it is read
     panel.refreshNow();
-    const QString expected[] = {"image.bin",
-                                "DSP image",
-                                "ScanControl",
-                                "1.42",
-                                "\u2013",
-                                "4500 bytes, 4608 are downloaded", // padded to 256
-                                "",
-                                "",
-                                "ScanControl",
-                                "141",
-                                "",
-                                "\u25B2 The image is newer than the device's (142 against 141)"};
+    // clang-format off
+    const QString expected[] = {"image.bin", "DSP image", "ScanControl", "1.42", "\u2013",
+        "4500 bytes, 4608 are downloaded", // padded to 256
+        "", "", "ScanControl", "141", "",
+        "\u25B2 The image counts as newer than the device's (digits 142 against 141)"};
+    // clang-format on
     for (int line = 0; line <= FirmwarePanel::Order; ++line)
         EXPECT_EQ(panel.text(FirmwarePanel::Line(line)), expected[line]);
     panel.downloadButton()->click();
@@ -152,19 +146,19 @@ TEST_F(FirmwareTest, ComparesTheImageWithTheDevice)
     const QString bit = write("top.bit", head + QByteArray(16, '\xFF') + "\xAA\x99\x55\x66" + "0123456789");
     const QString odd = "The header tells of 64 bytes of configuration data, the file holds 30";
     const QString other = "\u26A0 The image is for another product: ";
-    const QString older = "\u25BC The image is older than the device's ";
+    const QString older = "\u25BC The image counts as older than the device's ";
     const std::tuple<QString, QString, QString, QString> rows[] = {
         // image, lines of products and versions, odd
-        {image("1.42", "ScanControl"), "", "\u25B2 The image is newer than the device's (142 against 141)",
-         ""},
+        {image("1.42", "ScanControl"), "",
+         "\u25B2 The image counts as newer than the device's (digits 142 against 141)", ""},
         {image("1.4 rev 1", "ScanControl", 4500, "1"), "",
-         "= The image has the device's version (141 against 141)", ""},
-        {image("2.0", "<b>Time", 4500, "2"), other + "<b>Time", older + "(20 against 141)", ""},
+         "= The image has the device's version (digits 141 against 141)", ""},
+        {image("2.0", "<b>Time", 4500, "2"), other + "<b>Time", older + "(digits 20 against 141)", ""},
         {image("none", "", 4500, "3"), "? The image does not tell its product",
          "? The versions cannot be compared: one is missing", ""},
         {bit, "? design top - the device is ScanControl",
-         "\u25B2 The image is newer than the device's (20261121123456 against 141); its date counts as a "
-         "number",
+         "\u25B2 The image counts as newer than the device's (digits 20261121123456 against 141), by its "
+         "date",
          odd}};
     for (const auto& [path, match, order, remark] : rows) {
         ASSERT_TRUE(road->open(path));
@@ -264,7 +258,7 @@ TEST_F(FirmwareTest, IsNotHeldUpByADeviceThatDoesNotRead)
     clock.start();
     ASSERT_TRUE(road->start());
     EXPECT_LT(clock.elapsed(), 1000);
-    EXPECT_EQ(messages.value(messages.size() - 1), "Firmware: %1 %2.bin is downloaded in 977 blocks");
+    EXPECT_EQ(messages.value(messages.size() - 1), "Firmware: the download of %1 %2.bin begins, 977 blocks");
     expectEnd(State::Failed, "no answer for 0.3 s at block 1 of 977");
     EXPECT_LT(clock.elapsed(), 4000); // a send that waits, waits for 5 s
     EXPECT_EQ(panel.text(FirmwarePanel::Result), "\u2717 The download failed: no answer for 0.3 s at block 1 "
