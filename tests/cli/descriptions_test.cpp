@@ -102,6 +102,9 @@ TEST_F(Descriptions, ListTheirDataGroups)
 )";
     const QByteArray line = "vorel: Note: standard input line ";
     const QByteArray notes = line + "6: Not in UTF-8, from this line on; such characters are replaced\n" +
+                             line + "1: <q Z>: \"Binary\" in its Formats counts as Bin\n" +
+                             line + "1: <q Z>: \"storelocal\" in its Properties is no keyword\n" +
+                             line + "1: <q Z>: \"SignalGroup\" in its ChannelDescr counts as Signal, Group\n" +
                              line + "3: <q 100 %1> is replaced by <q ?> of line 6, which has the same Id 3\n" +
                              line + "3: <x> is left out: no Name, no Trigger\n" +
                              line + "4: <q lost> is left out: its Id \"x\" is no number\n" +
