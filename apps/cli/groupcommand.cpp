@@ -70,7 +70,7 @@ void addGroupCommand(CLI::App& app, Work* work)
     const auto in = std::make_shared<std::string>();
     CLI::App* command =
         app.add_subcommand("groups", "Print the data groups of a description as JSON, in file order.");
-    command->add_option("FILE", *in, "The description; - is standard input")->required();
+    addFile(*command, "FILE", in.get(), "The description; - is standard input")->required();
     command->callback([in, work] { *work = [in] { return list(*in); }; });
 }
 
