@@ -1,25 +1,18 @@
 #include "image.h"
 
+#include "apps/controller/addresses.h"
+
 #include <QFile>
 #include <vorelutil/trace/error.h>
 #include <zlib.h>
 
 namespace firmware {
-namespace {
-
-// Where the controller takes an image.
-constexpr int productAddress = 0x0200;
-constexpr int versionAddress = 0x0201;
-constexpr int flashAddress = 0x0202;
-
-constexpr std::uint32_t setType = 0;
-
-} // namespace
 
 FirmwareFile openImage(const QString& path)
 {
     if (path.isEmpty()) throw FileOpenError(std::string(), false); // no name is no image without names
-    FirmwareFile image(path, QString(), path, productAddress, versionAddress, flashAddress, false);
+    FirmwareFile image(path, QString(), path, controller::firmwareProduct, controller::firmwareVersion,
+                       controller::flashBlock, false);
     if (!image.loaded) {
         FileOpenError error(path.toStdString(), false);
         QFile again(path); // the image does not keep the reason
@@ -72,7 +65,7 @@ int ImageCutter::blockCount() const
 
 QByteArray ImageCutter::telegram(int block, int number) const
 {
-    UcTelegram header{0, setType, m_address, block, number};
+    UcTelegram header{0, controller::typeSet, m_address, block, number};
     const QByteArray bytes = m_image.getContents(block * m_blockSize, m_blockSize, &header);
     if (m_pageSize < 1 || block + 1 < blockCount()) return bytes;
     FirmwareFile last = m_image;
