@@ -31,14 +31,6 @@ QString localFile(const QMimeData* data)
     return data->hasUrls() && data->urls().size() == 1 ? data->urls().first().toLocalFile() : QString();
 }
 
-QLabel* makeText(QWidget* parent)
-{
-    auto* label = new QLabel(parent);
-    label->setTextFormat(Qt::PlainText);
-    label->setMinimumWidth(1); // a long text is cut, and does not widen the window
-    return label;
-}
-
 } // namespace
 
 GroupsPanel::GroupsPanel(QWidget* parent)
@@ -53,8 +45,8 @@ GroupsPanel::GroupsPanel(QWidget* parent)
     m_reload->setEnabled(false);
     auto* example = new QPushButton(tr("E&xample"), this);
     example->setToolTip(tr("Shows a description that comes with the program"));
-    m_fileText = makeText(this);
-    m_countText = makeText(this);
+    m_fileText = new ElidedLabel(this);
+    m_countText = new QLabel(this);
     auto* header = new QHBoxLayout;
     for (QPushButton* button : {open, m_reload, example}) header->addWidget(button);
     header->addSpacing(8);
@@ -139,7 +131,6 @@ void GroupsPanel::showDescription(const GroupDescription& description, int chose
     const QString folder = QDir::toNativeSeparators(QFileInfo(m_path).path());
     m_fileText->setText(m_path.isEmpty() ? tr("%1 (example)").arg(description.name)
                                          : tr("%1 in %2").arg(description.name, folder));
-    m_fileText->setToolTip(plainToolTip(m_fileText->text()));
     m_reload->setEnabled(true);
 
     m_problems->clear();
